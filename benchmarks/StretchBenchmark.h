@@ -1,0 +1,6 @@
+#pragma once
+
+#include "Song.h"
+
+/** Registers the whole stretch, with every search back end, against its plain scalar version. */
+void registerStretchBenchmarks (const Song& song);

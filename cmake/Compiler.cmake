@@ -1,0 +1,23 @@
+# Language, caching and sanitizers, before the first target is made.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+
+get_property(multi_config GLOBAL PROPERTY GENERATOR_IS_MULTI_CONFIG)
+if(NOT multi_config AND NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug, Release or RelWithDebInfo" FORCE)
+endif()
+
+find_program(KELVANE_CCACHE ccache)
+if(KELVANE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_C_COMPILER_LAUNCHER "${KELVANE_CCACHE}")
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${KELVANE_CCACHE}")
+endif()
+
+if(KELVANE_SANITIZERS)
+    add_compile_options("-fsanitize=${KELVANE_SANITIZERS}" -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options("-fsanitize=${KELVANE_SANITIZERS}")
+endif()

@@ -1,0 +1,113 @@
+#pragma once
+
+// The program is written for the interface of JUCE 8.0.14. What an older 8.0.x lacks of it is
+// supplied here, under the same names in the namespace compat.
+
+#include <juce_audio_formats/juce_audio_formats.h>
+
+#if JUCE_MODULE_AVAILABLE_juce_gui_basics
+#include <juce_gui_basics/juce_gui_basics.h>
+#endif
+
+namespace compat
+{
+
+#if JUCE_VERSION >= 0x80009
+
+using juce::AudioFormatWriterOptions;
+using juce::WavAudioFormat;
+
+#else
+
+class AudioFormatWriterOptions
+{
+public:
+    enum class SampleFormat
+    {
+        automatic,
+        integral,
+        floatingPoint
+    };
+
+    [[nodiscard]] AudioFormatWriterOptions withSampleRate (double x) const
+    {
+        return with (&AudioFormatWriterOptions::sampleRate, x);
+    }
+
+    [[nodiscard]] AudioFormatWriterOptions withNumChannels (int x) const
+    {
+        return with (&AudioFormatWriterOptions::numChannels, x);
+    }
+
+    [[nodiscard]] AudioFormatWriterOptions withBitsPerSample (int x) const
+    {
+        return with (&AudioFormatWriterOptions::bitsPerSample, x);
+    }
+
+    [[nodiscard]] AudioFormatWriterOptions withSampleFormat (SampleFormat x) const
+    {
+        return with (&AudioFormatWriterOptions::sampleFormat, x);
+    }
+
+    double getSampleRate() const { return sampleRate; }
+    int getNumChannels() const { return numChannels; }
+    int getBitsPerSample() const { return bitsPerSample; }
+
+private:
+    template <typename Value>
+    AudioFormatWriterOptions with (Value AudioFormatWriterOptions::*member, Value value) const
+    {
+        auto copy = *this;
+        copy.*member = value;
+        return copy;
+    }
+
+    double sampleRate = 48000.0;
+    int numChannels = 2;
+    int bitsPerSample = 16;
+    SampleFormat sampleFormat = SampleFormat::automatic;
+};
+
+/** Before 8.0.9 a WAV writer of 32 bits is always a floating-point one, and one of fewer bits never. */
+class WavAudioFormat : public juce::WavAudioFormat
+{
+public:
+    using juce::WavAudioFormat::createWriterFor;
+
+    std::unique_ptr<juce::AudioFormatWriter> createWriterFor (std::unique_ptr<juce::OutputStream>& stream,
+                                                              const AudioFormatWriterOptions& options)
+    {
+        std::unique_ptr<juce::AudioFormatWriter> writer (
+            createWriterFor (stream.get(), options.getSampleRate(),
+                             static_cast<unsigned int> (options.getNumChannels()), options.getBitsPerSample(), {}, 0));
+
+        if (writer != nullptr)
+            juce::ignoreUnused (stream.release());
+
+        return writer;
+    }
+};
+
+#endif
+
+#if JUCE_MODULE_AVAILABLE_juce_gui_basics
+
+/** On Linux, 8.0.6 does not tell the window manager that a window with a native title bar can be
+    resized, and so not within which limits either.
+*/
+class DocumentWindow : public juce::DocumentWindow
+{
+public:
+    using juce::DocumentWindow::DocumentWindow;
+
+protected:
+    int getDesktopWindowStyleFlags() const override
+    {
+        const auto usual = juce::DocumentWindow::getDesktopWindowStyleFlags();
+        return isResizable() && isUsingNativeTitleBar() ? usual | juce::ComponentPeer::windowIsResizable : usual;
+    }
+};
+
+#endif
+
+} // namespace compat

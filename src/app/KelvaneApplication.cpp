@@ -1,0 +1,56 @@
+#include "app/KelvaneApplication.h"
+
+#include "JuceCompatibility.h"
+#include "app/MainComponent.h"
+#include "ui/Theme.h"
+
+class KelvaneApplication::MainWindow : public compat::DocumentWindow
+{
+public:
+    explicit MainWindow (const juce::String& name)
+        : compat::DocumentWindow (name, theme::bg, juce::DocumentWindow::allButtons, true)
+    {
+        setUsingNativeTitleBar (true);
+        setContentOwned (new MainComponent, true);
+        setResizable (true, false);
+        setResizeLimits (1120, 500, 10000, 10000);
+        centreWithSize (getWidth(), getHeight());
+        setVisible (true);
+    }
+
+    ~MainWindow() override = default;
+
+    void closeButtonPressed() override { juce::JUCEApplication::getInstance()->systemRequestedQuit(); }
+
+private:
+    JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (MainWindow)
+};
+
+KelvaneApplication::~KelvaneApplication() = default;
+
+const juce::String KelvaneApplication::getApplicationName()
+{
+    return "Kelvane";
+}
+
+const juce::String KelvaneApplication::getApplicationVersion()
+{
+    return KELVANE_VERSION;
+}
+
+bool KelvaneApplication::moreThanOneInstanceAllowed()
+{
+    return false;
+}
+
+void KelvaneApplication::initialise (const juce::String&)
+{
+    mainWindow = std::make_unique<MainWindow> (getApplicationName());
+}
+
+void KelvaneApplication::shutdown()
+{
+    mainWindow.reset();
+}
+
+START_JUCE_APPLICATION (KelvaneApplication)

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <juce_audio_formats/juce_audio_formats.h>
+
+/** Whole audio files, in and out. */
+namespace audiofile
+{
+
+/** The longest audio that is read; what lies behind it is left out. */
+constexpr juce::int64 maxSamples = juce::int64{ 1 } << 30;
+
+/** Opens a file with the first of the manager's formats that can read it.
+
+    The length that the reader states is what the file holds: a WAV or AIFF header may claim more,
+    as that of a recording that was cut off or piped does.
+
+    @returns null for a file that is missing, or that no format can read: unknown, more than 64
+             channels, or PCM whose samples are not whole bytes
+*/
+std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats, const juce::File& file);
+
+/** All channels and all samples, but at most maxSamples of them.
+
+    @throws std::bad_alloc  if they cannot be held in memory
+*/
+juce::AudioBuffer<float> readWhole (juce::AudioFormatReader& reader);
+
+/** Writes a WAV file, in place of an older one of that name.
+
+    What cannot be written, because the disk is full, say, is lost without an error.
+
+    @param bitDepth  16 or 24: integer PCM, clipped at full scale; 32: floating point, unclipped
+    @param error     receives the message for the user
+    @returns false if the file could not be opened, or if there is no WAV of that depth or channel count
+*/
+bool writeWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, double sampleRate, int bitDepth,
+               juce::String& error);
+
+} // namespace audiofile

@@ -1,0 +1,34 @@
+#include "audio/LargeBuffer.h"
+
+#if JUCE_LINUX
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
+
+static void askForLargePages ([[maybe_unused]] juce::AudioBuffer<float>& buffer)
+{
+#if JUCE_LINUX
+    if (buffer.getNumChannels() == 0 || buffer.getNumSamples() == 0)
+        return;
+
+    const auto pageSize = static_cast<uintptr_t> (sysconf (_SC_PAGESIZE));
+    const auto begin = reinterpret_cast<uintptr_t> (buffer.getArrayOfWritePointers()[0]);
+    const auto end =
+        begin
+        + sizeof (float) * static_cast<size_t> (buffer.getNumChannels()) * static_cast<size_t> (buffer.getNumSamples());
+
+    const auto firstPage = (begin + pageSize - 1) / pageSize * pageSize;
+    const auto lastPage = end / pageSize * pageSize;
+
+    // Advice alone: where it is not taken, all goes on as before.
+    if (firstPage < lastPage)
+        madvise (reinterpret_cast<void*> (firstPage), lastPage - firstPage, MADV_HUGEPAGE);
+#endif
+}
+
+juce::AudioBuffer<float> makeLargeBuffer (int numChannels, int numSamples)
+{
+    juce::AudioBuffer<float> buffer (numChannels, numSamples);
+    askForLargePages (buffer);
+    return buffer;
+}

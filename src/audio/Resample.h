@@ -1,0 +1,24 @@
+#pragma once
+
+#include <juce_audio_basics/juce_audio_basics.h>
+
+namespace stretch
+{
+
+/** Plays audio at another speed: duration and pitch change together, as with a tape.
+
+    Every channel goes through a juce::LagrangeInterpolator of its own, in its reset state. There is
+    no filter ahead of it, so a speed above 1 can alias, and its latency is not compensated.
+
+    @param input  any number of channels and samples; read only
+    @param speed  input samples consumed per output sample, above 0: 2.0 halves the length and raises
+                  the pitch by an octave
+
+    @returns a buffer of the input's channels and floor (samples / speed) samples, at least one. An
+             empty input, or a speed within 1e-9 of 1, gives a copy of the input.
+
+    @throws std::bad_alloc  if the result cannot be held in memory
+*/
+juce::AudioBuffer<float> resample (const juce::AudioBuffer<float>& input, double speed);
+
+} // namespace stretch

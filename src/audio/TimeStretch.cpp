@@ -1,0 +1,215 @@
+#include "audio/TimeStretch.h"
+
+#include "audio/LargeBuffer.h"
+#include "audio/MemoryLimit.h"
+#include "audio/Resample.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace stretch
+{
+
+namespace
+{
+
+using Buffer = juce::AudioBuffer<float>;
+
+constexpr int synthesisHop = 1024;
+constexpr int frameLength = 2 * synthesisHop;
+constexpr int minStretchSamples = 4096;
+constexpr int outputSlack = 4096;
+constexpr float windowSumFloor = 0.001f;
+
+static_assert (matchPoints * matchStride == synthesisHop);
+
+/** One value for every sample between two frames' starts. */
+using Hop = std::array<float, synthesisHop>;
+
+/** Rounded half away from zero and narrowed to 32 bits, never below 1. */
+int roundToLength (double value)
+{
+    return juce::jmax (1, static_cast<int> (std::llround (value)));
+}
+
+/** The two halves of a periodic Hann window, which add up to 1 within rounding. */
+struct Window
+{
+    Window()
+    {
+        for (int i = 0; i < synthesisHop; ++i)
+        {
+            fadeIn[static_cast<size_t> (i)] = at (i);
+            fadeOut[static_cast<size_t> (i)] = at (i + synthesisHop);
+        }
+    }
+
+    static float at (int i)
+    {
+        const auto phase = static_cast<float> (i) * juce::MathConstants<float>::twoPi * (1.0f / frameLength);
+        return 0.5f * (1.0f - std::cos (phase));
+    }
+
+    Hop fadeIn;
+    Hop fadeOut;
+};
+
+/** The mean of all channels, which the search listens to. */
+Buffer makeGuide (const Buffer& input)
+{
+    const auto numSamples = input.getNumSamples();
+    const auto scale = 1.0f / static_cast<float> (input.getNumChannels());
+    auto guide = makeLargeBuffer (1, numSamples);
+
+    // In pieces that stay in the processor's cache over all channels.
+    for (int start = 0; start < numSamples; start += synthesisHop)
+    {
+        const auto length = juce::jmin (synthesisHop, numSamples - start);
+        auto* const sums = guide.getWritePointer (0, start);
+        std::fill_n (sums, length, 0.0f);
+
+        for (int channel = 0; channel < input.getNumChannels(); ++channel)
+        {
+            const auto* const samples = input.getReadPointer (channel, start);
+
+            for (int i = 0; i < length; ++i)
+                sums[i] += samples[i];
+        }
+
+        for (int i = 0; i < length; ++i)
+            sums[i] *= scale;
+    }
+
+    return guide;
+}
+
+/** Guide and result beside the input, and nothing else of a song's length. */
+double peakFloats (int numChannels, int numSamples, int resultLength)
+{
+    return (numChannels + 1.0) * numSamples + static_cast<double> (numChannels) * resultLength;
+}
+
+/** Where to read the frame that follows the one read at previousPosition. */
+int chooseReadPosition (const Buffer& guide, int nominalPosition, int previousPosition, SimilaritySearch& search)
+{
+    const auto numSamples = guide.getNumSamples();
+    const auto naturalPosition = previousPosition + synthesisHop;
+
+    if (naturalPosition + synthesisHop > numSamples)
+        return nominalPosition;
+
+    const auto low = juce::jmax (nominalPosition, searchRadius) - searchRadius;
+    const auto high = juce::jmin (nominalPosition + searchRadius, numSamples - frameLength);
+
+    if (low > high)
+        return nominalPosition;
+
+    return search.findBest (guide.getReadPointer (0), naturalPosition, low, high, nominalPosition);
+}
+
+/** Lays frames down half a frame apart, and divides by what their windows add up to.
+
+    With that overlap every hop of the result is the end of one frame over the beginning of the next,
+    so it is finished as soon as both are known. Before the first frame and behind the last there is
+    silence, with no window over it.
+*/
+class OverlapAdd
+{
+public:
+    OverlapAdd (const Buffer& inputToRead, Buffer& resultToFill) : input (inputToRead), result (resultToFill)
+    {
+        for (size_t i = 0; i < onlyFadeIn.size(); ++i)
+        {
+            onlyFadeIn[i] = juce::jmax (window.fadeIn[i], windowSumFloor);
+            onlyFadeOut[i] = juce::jmax (window.fadeOut[i], windowSumFloor);
+            bothFades[i] = juce::jmax (window.fadeOut[i] + window.fadeIn[i], windowSumFloor);
+        }
+    }
+
+    void beginWith (int readPosition) { fillHop (nullptr, &readPosition, onlyFadeIn); }
+    void crossfade (int from, int to) { fillHop (&from, &to, bothFades); }
+    void endWith (int readPosition) { fillHop (&readPosition, nullptr, onlyFadeOut); }
+
+private:
+    void fillHop (const int* fadingOut, const int* fadingIn, const Hop& windowSum)
+    {
+        static constexpr Hop silence{};
+        const auto length = juce::jmin (synthesisHop, result.getNumSamples() - position);
+
+        for (int channel = 0; length > 0 && channel < input.getNumChannels(); ++channel)
+        {
+            const auto* const samples = input.getReadPointer (channel);
+            const auto* const outgoing = fadingOut != nullptr ? samples + *fadingOut + synthesisHop : silence.data();
+            const auto* const incoming = fadingIn != nullptr ? samples + *fadingIn : silence.data();
+            auto* const destination = result.getWritePointer (channel, position);
+
+            // The sum begins at zero, as that of any number of frames would: two negative zeros make
+            // a positive one.
+            for (int i = 0; i < length; ++i)
+            {
+                const auto n = static_cast<size_t> (i);
+                const auto sum = 0.0f + outgoing[i] * window.fadeOut[n] + incoming[i] * window.fadeIn[n];
+                destination[i] = sum / windowSum[n];
+            }
+        }
+
+        position += synthesisHop;
+    }
+
+    const Buffer& input;
+    Buffer& result;
+    const Window window;
+    Hop onlyFadeIn, onlyFadeOut, bothFades;
+    int position = 0;
+};
+
+} // namespace
+
+Buffer timeStretch (const Buffer& input, double ratio)
+{
+    return timeStretch (input, ratio, fastestSearchBackend());
+}
+
+Buffer timeStretch (const Buffer& input, double ratio, const SearchBackend& backend)
+{
+    const auto numSamples = input.getNumSamples();
+
+    if (numSamples == 0 || std::abs (ratio - 1.0) < 1e-9)
+        return input;
+
+    if (numSamples < minStretchSamples)
+        return resample (input, 1.0 / ratio);
+
+    const auto targetLength = roundToLength (static_cast<double> (numSamples) * ratio);
+    const auto analysisHop = roundToLength (static_cast<double> (synthesisHop) / ratio);
+
+    // How many frames the input has, and how many are laid down before the target is safely passed.
+    const auto numInInput = (numSamples - frameLength) / analysisHop + 1;
+    const auto numToTarget =
+        static_cast<int> ((static_cast<juce::int64> (targetLength) + outputSlack - frameLength) / synthesisHop) + 1;
+    const auto numFrames = juce::jmin (numInInput, numToTarget);
+    const auto lastFrameEnd = (numFrames - 1) * static_cast<juce::int64> (synthesisHop) + frameLength;
+    const auto resultLength = static_cast<int> (juce::jmin (lastFrameEnd, static_cast<juce::int64> (targetLength)));
+
+    requireMemoryFor (peakFloats (input.getNumChannels(), numSamples, resultLength));
+
+    const auto guide = makeGuide (input);
+    auto result = makeLargeBuffer (input.getNumChannels(), resultLength);
+    OverlapAdd output (input, result);
+    SimilaritySearch search (backend);
+
+    auto readPosition = 0;
+    output.beginWith (readPosition);
+
+    for (int frame = 1; frame < numFrames; ++frame)
+    {
+        const auto previousPosition = readPosition;
+        readPosition = chooseReadPosition (guide, frame * analysisHop, previousPosition, search);
+        output.crossfade (previousPosition, readPosition);
+    }
+
+    output.endWith (readPosition);
+    return result;
+}
+
+} // namespace stretch

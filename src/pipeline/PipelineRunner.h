@@ -1,0 +1,64 @@
+#pragma once
+
+#include "pipeline/PipelineConfig.h"
+#include "pipeline/StemRenderer.h"
+
+#include <juce_events/juce_events.h>
+
+#include <functional>
+#include <memory>
+
+/** The background thread of one run, from the source audio to the finished files.
+
+    Set the callbacks, then start the thread. A runner serves one run and is then replaced.
+*/
+class PipelineRunner : public juce::Thread
+{
+public:
+    explicit PipelineRunner (PipelineConfig config);
+    ~PipelineRunner() override = default;
+
+    /** Called on the message thread with a fraction from 0 to 1 and a status text. */
+    std::function<void (double, juce::String)> onProgress;
+
+    /** Called on the message thread once, after the last onProgress, with success and the message for
+        the user. A cancelled run ends with false and "Cancelled.".
+    */
+    std::function<void (bool, juce::String)> onFinished;
+
+    /** Asks the run to end and kills its worker. Returns at once, on any thread. */
+    void cancel();
+
+    void run() override;
+
+private:
+    /** What the stages of a run hand on to each other. */
+    struct RunState
+    {
+        juce::File tempDir;
+        juce::File sourceFile;
+        juce::String baseName;
+        juce::String statusSuffix;
+        double ratio = 1.0;
+        std::vector<StemRenderer::NamedFile> stemFiles;
+        juce::File outDir;
+    };
+
+    void report (double fraction, const juce::String& text);
+
+    /** Each stage returns false when the run ends there, with the text for the user in message, or
+        with message left alone if the run was cancelled.
+    */
+    bool runPipeline (juce::String& message);
+    bool findTools (juce::String& message);
+    bool getSource (RunState& state, juce::String& message);
+    bool findRatio (RunState& state, juce::String& message);
+    bool findTempoRatio (RunState& state, juce::String& message);
+    bool makeOutputFolder (RunState& state, juce::String& message);
+    bool render (const RunState& state, int& filesWritten, juce::String& message);
+
+    const PipelineConfig config;
+
+    juce::CriticalSection childLock; /**< held to replace, empty or kill through child; never while reading */
+    std::unique_ptr<juce::ChildProcess> child;
+};

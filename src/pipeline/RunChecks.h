@@ -1,0 +1,19 @@
+#pragma once
+
+#include "pipeline/PipelineConfig.h"
+
+/** What is judged before a run begins, the same wherever the run is asked for. */
+namespace runchecks
+{
+
+/** Judges the tempos of a run with AdjustMode::Bpm. A tempo that is still to be detected is not judged.
+    @returns the message for the user, empty if the run may begin
+*/
+juce::String checkTempos (const PipelineConfig& config);
+
+/** Judges the folder for the output, and makes it if it is not there yet.
+    @returns the message for the user, empty if the run may begin
+*/
+juce::String prepareOutputFolder (const juce::File& folder);
+
+} // namespace runchecks

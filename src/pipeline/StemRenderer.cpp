@@ -1,0 +1,81 @@
+#include "pipeline/StemRenderer.h"
+
+#include "audio/AudioFile.h"
+#include "audio/Resample.h"
+#include "audio/TimeStretch.h"
+#include "pipeline/ChildNamed.h"
+
+#include <cmath>
+
+StemRenderer::StemRenderer (const PipelineConfig& configToUse, Job jobToDo)
+    : config (configToUse), job (std::move (jobToDo))
+{
+}
+
+bool StemRenderer::render (juce::String& message)
+{
+    juce::AudioFormatManager formats;
+    formats.registerBasicFormats();
+
+    const auto numFiles = static_cast<double> (job.stemFiles.size());
+
+    for (size_t i = 0; i < job.stemFiles.size(); ++i)
+    {
+        if (shouldCancel())
+            return false;
+
+        onProgress (static_cast<double> (i) * 0.3 / numFiles + 0.68,
+                    "Processing " + job.stemFiles[i].first + "..." + job.statusSuffix);
+
+        if (! renderFile (formats, job.stemFiles[i], message))
+            return false;
+    }
+
+    return true;
+}
+
+bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const NamedFile& entry, juce::String& message)
+{
+    const auto& [name, file] = entry;
+    const auto reader = audiofile::open (formats, file);
+
+    if (reader == nullptr)
+    {
+        message = "Could not read audio file:\n" + file.getFullPathName();
+        return false;
+    }
+
+    const auto sourceRate = reader->sampleRate;
+    const auto targetRate = config.sampleRate > 0 ? static_cast<double> (config.sampleRate) : sourceRate;
+
+    auto buffer = changeSpeed (audiofile::readWhole (*reader));
+
+    if (std::abs (targetRate - sourceRate) > 0.5)
+        buffer = stretch::resample (buffer, sourceRate / targetRate);
+
+    const auto outputFile = childNamed (job.outDir, job.baseName + " - " + name + ".wav");
+
+    if (! audiofile::writeWav (outputFile, buffer, targetRate, config.bitDepth, message))
+        return false;
+
+    ++filesWritten;
+    return true;
+}
+
+juce::AudioBuffer<float> StemRenderer::changeSpeed (juce::AudioBuffer<float> buffer) const
+{
+    if (! (std::abs (job.ratio - 1.0) > 1e-6))
+        return buffer;
+
+    if (config.stretchMode == StretchMode::TempoAndPitch)
+        return stretch::resample (buffer, job.ratio);
+
+    if (config.adjustMode == AdjustMode::Key)
+    {
+        // Resampling moves the pitch and shortens the song; the stretch gives the length back.
+        buffer = stretch::resample (buffer, job.ratio);
+        return stretch::timeStretch (buffer, job.ratio);
+    }
+
+    return stretch::timeStretch (buffer, 1.0 / job.ratio);
+}

@@ -1,0 +1,321 @@
+#include "render/CommandLine.h"
+
+#include "pipeline/ChildNamed.h"
+#include "pipeline/RunChecks.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace
+{
+
+constexpr auto usage =
+    "Usage: kelvane-render SONG [SONG...] --out DIR [--stems drums,bass,vocals,other] [--full-song]\n"
+    "           [--percent P | --bpm FROM:TO | --key FROM:TO] [--resample] [--rate HZ] [--bits 16|24|32]\n";
+
+constexpr auto details = R"(
+Renders each song with its tempo or key changed, as 'SONG - Stems' under DIR.
+
+  --out DIR            the folder for the results; made if it is not there
+  --stems LIST         the stems to render: drums, bass, vocals, other, joined by commas
+  --full-song          render the whole song as well, unseparated
+                       With neither of the two: all four stems.
+
+  --percent P          tempo change in percent: 25 is a quarter faster, -50 half as fast
+  --bpm FROM:TO        from one tempo to another; FROM may be auto
+  --key FROM:TO        from one key to another (C C# D D# E F F# G G# A A# B), the shorter
+                       way; the tempo stays. FROM may be auto
+  --resample           change tempo and pitch together, as with a tape
+
+  --rate HZ            sample rate of the results, 8000 to 384000; the source's if not given
+  --bits 16|24|32      depth of the results, 24 if not given; 32 is floating point
+
+  --help, --version    print this text, or the version
+  --                   what follows is a song, even if it begins with a dash
+
+Exit status: 0 all songs rendered, 1 a song failed, 2 wrong usage, 130 cancelled with Ctrl-C.
+)";
+
+/** A number as a person writes it: nothing before or behind it, and neither infinity nor NaN. */
+std::optional<double> parseNumber (const juce::String& text)
+{
+    if (! text.containsAnyOf ("0123456789") || ! text.containsOnly ("0123456789.+-"))
+        return {};
+
+    auto end = text.getCharPointer();
+    const auto value = juce::CharacterFunctions::readDoubleValue (end);
+    return end.isEmpty() ? std::optional (value) : std::nullopt;
+}
+
+std::optional<int> parseKey (const juce::String& text)
+{
+    for (int key = 0; key < PipelineConfig::numKeys; ++key)
+        if (text.equalsIgnoreCase (PipelineConfig::keyNames[static_cast<size_t> (key)]))
+            return key;
+
+    return {};
+}
+
+/** Both sides of "FROM:TO". */
+std::optional<std::pair<juce::String, juce::String>> parsePair (const juce::String& text)
+{
+    const auto colon = text.indexOfChar (':');
+
+    if (colon < 0)
+        return {};
+
+    return std::pair (text.substring (0, colon), text.substring (colon + 1));
+}
+
+juce::String parseStems (const juce::String& list, PipelineConfig& settings)
+{
+    for (const auto& name : juce::StringArray::fromTokens (list, ",", {}))
+    {
+        const auto& names = PipelineConfig::stemNames;
+        const auto found = std::find_if (names.begin(), names.end(), [&] (const char* stem) { return name == stem; });
+
+        if (found == names.end())
+            return "--stems takes drums, bass, vocals and other, joined by commas, not '" + list + "'.";
+
+        settings.stems[std::distance (names.begin(), found)] = true;
+    }
+
+    return settings.wantsStems() ? juce::String() : "--stems names no stem.";
+}
+
+juce::String parsePercent (const juce::String& text, PipelineConfig& settings)
+{
+    const auto percent = parseNumber (text);
+
+    if (! percent)
+        return "--percent takes a number, not '" + text + "'.";
+
+    settings.adjustMode = AdjustMode::Percentage;
+    settings.percent = *percent;
+    return {};
+}
+
+juce::String parseTempos (const juce::String& text, PipelineConfig& settings)
+{
+    const auto pair = parsePair (text);
+    settings.autoBpm = pair && pair->first == "auto";
+
+    const auto from = pair ? (settings.autoBpm ? 0.0 : parseNumber (pair->first)) : std::nullopt;
+    const auto to = pair ? parseNumber (pair->second) : std::nullopt;
+
+    if (! from || ! to)
+        return "--bpm takes two tempos as FROM:TO, 120:90 or auto:90 say, not '" + text + "'.";
+
+    settings.adjustMode = AdjustMode::Bpm;
+    settings.fromBpm = *from;
+    settings.toBpm = *to;
+    return runchecks::checkTempos (settings);
+}
+
+juce::String parseKeys (const juce::String& text, PipelineConfig& settings)
+{
+    const auto pair = parsePair (text);
+    settings.autoKey = pair && pair->first == "auto";
+
+    const auto from = pair ? (settings.autoKey ? 0 : parseKey (pair->first)) : std::nullopt;
+    const auto to = pair ? parseKey (pair->second) : std::nullopt;
+
+    if (! from || ! to)
+        return "--key takes two keys as FROM:TO, out of C C# D D# E F F# G G# A A# B, not '" + text + "'.";
+
+    settings.adjustMode = AdjustMode::Key;
+    settings.fromKey = *from;
+    settings.toKey = *to;
+    return {};
+}
+
+juce::String parseRate (const juce::String& text, PipelineConfig& settings)
+{
+    constexpr auto lowest = 8000;
+    constexpr auto highest = 384000;
+    const auto rate = text.containsOnly ("0123456789") && text.length() < 9 ? text.getIntValue() : 0;
+
+    if (rate < lowest || rate > highest)
+        return "--rate takes whole Hertz from 8000 to 384000, not '" + text + "'.";
+
+    settings.sampleRate = rate;
+    return {};
+}
+
+juce::String parseBits (const juce::String& text, PipelineConfig& settings)
+{
+    if (text != "16" && text != "24" && text != "32")
+        return "--bits takes 16, 24 or 32, not '" + text + "'.";
+
+    settings.bitDepth = text.getIntValue();
+    return {};
+}
+
+juce::File resolvePath (const juce::String& path)
+{
+    if (juce::File::isAbsolutePath (path) && ! path.startsWithChar ('~'))
+        return juce::File (path);
+
+    return childNamed (juce::File::getCurrentWorkingDirectory(), path);
+}
+
+juce::String parseFolder (const juce::String& text, PipelineConfig& settings)
+{
+    if (text.isEmpty())
+        return "--out names no folder.";
+
+    settings.outputDir = resolvePath (text);
+    return {};
+}
+
+using ParseValue = juce::String (*) (const juce::String&, PipelineConfig&);
+
+/** An option that takes a value. Of those that share a group, a command line may have one. */
+struct ValueOption
+{
+    const char* name;
+    ParseValue parse;
+    size_t group;
+};
+
+constexpr ValueOption valueOptions[]{ { "--out", parseFolder, 0 },      { "--stems", parseStems, 1 },
+                                      { "--percent", parsePercent, 2 }, { "--bpm", parseTempos, 2 },
+                                      { "--key", parseKeys, 2 },        { "--rate", parseRate, 3 },
+                                      { "--bits", parseBits, 4 } };
+
+const ValueOption* findValueOption (const juce::String& name)
+{
+    const auto found = std::find_if (std::begin (valueOptions), std::end (valueOptions),
+                                     [&] (const ValueOption& option) { return name == option.name; });
+    return found != std::end (valueOptions) ? found : nullptr;
+}
+
+/** Two songs of one name would be written over each other. */
+juce::String checkNames (const std::vector<juce::File>& songs)
+{
+    for (size_t i = 0; i < songs.size(); ++i)
+        for (size_t j = 0; j < i; ++j)
+            if (songs[i] != songs[j]
+                && songs[i].getFileNameWithoutExtension() == songs[j].getFileNameWithoutExtension())
+                return "'" + songs[j].getFullPathName() + "' and '" + songs[i].getFullPathName()
+                       + "' would be written to the same files. Render them into different folders.";
+
+    return {};
+}
+
+/** Goes through the arguments once. Every step returns what is wrong, or nothing. */
+class Parser
+{
+public:
+    Parser (CommandLine& resultToFill, const juce::StringArray& argumentsToParse)
+        : result (resultToFill), arguments (argumentsToParse)
+    {
+    }
+
+    juce::String parse()
+    {
+        while (next < arguments.size() && result.action == CommandLine::Action::render)
+        {
+            const auto error = parseArgument (arguments[next++]);
+
+            if (error.isNotEmpty())
+                return error;
+        }
+
+        return result.action == CommandLine::Action::render ? complete() : juce::String();
+    }
+
+private:
+    juce::String parseArgument (const juce::String& argument)
+    {
+        if (onlySongsFollow || ! argument.startsWithChar ('-'))
+        {
+            result.songs.push_back (resolvePath (argument));
+            return {};
+        }
+
+        if (const auto* const option = findValueOption (argument.upToFirstOccurrenceOf ("=", false, false)))
+            return parseValueOption (*option, argument);
+
+        return parseFlag (argument);
+    }
+
+    juce::String parseValueOption (const ValueOption& option, const juce::String& argument)
+    {
+        auto& given = givenInGroup[option.group];
+
+        if (given == &option)
+            return juce::String (option.name) + " is given twice.";
+
+        if (given != nullptr)
+            return juce::String (given->name) + " and " + option.name + " exclude each other.";
+
+        given = &option;
+
+        if (argument.containsChar ('='))
+            return option.parse (argument.fromFirstOccurrenceOf ("=", false, false), result.settings);
+
+        if (next == arguments.size())
+            return juce::String (option.name) + " needs a value.";
+
+        return option.parse (arguments[next++], result.settings);
+    }
+
+    juce::String parseFlag (const juce::String& argument)
+    {
+        if (argument == "--full-song")
+            result.settings.fullSong = true;
+        else if (argument == "--resample")
+            result.settings.stretchMode = StretchMode::TempoAndPitch;
+        else if (argument == "--help")
+            result.action = CommandLine::Action::showHelp;
+        else if (argument == "--version")
+            result.action = CommandLine::Action::showVersion;
+        else if (argument == "--")
+            onlySongsFollow = true;
+        else
+            return "There is no option '" + argument + "'.";
+
+        return {};
+    }
+
+    juce::String complete()
+    {
+        auto& settings = result.settings;
+
+        if (! settings.wantsStems() && ! settings.fullSong)
+            std::fill (std::begin (settings.stems), std::end (settings.stems), true);
+
+        if (result.songs.empty())
+            return "No song is given.";
+
+        if (settings.outputDir == juce::File())
+            return "No folder for the results is given: --out is missing.";
+
+        return checkNames (result.songs);
+    }
+
+    CommandLine& result;
+    const juce::StringArray& arguments;
+    int next = 0;
+    bool onlySongsFollow = false;
+    std::array<const ValueOption*, std::size (valueOptions)> givenInGroup{};
+};
+
+} // namespace
+
+const char* CommandLine::getUsage()
+{
+    return usage;
+}
+
+juce::String CommandLine::getHelp()
+{
+    return juce::String (usage) + details;
+}
+
+bool CommandLine::parse (const juce::StringArray& arguments, juce::String& error)
+{
+    error = Parser (*this, arguments).parse();
+    return error.isEmpty();
+}

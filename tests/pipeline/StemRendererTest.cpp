@@ -1,0 +1,151 @@
+#include "pipeline/StemRenderer.h"
+
+#include "audio/AudioFile.h"
+#include "audio/Resample.h"
+#include "audio/TimeStretch.h"
+#include "support/Signals.h"
+#include "support/TemporaryFolder.h"
+#include "support/WavHeader.h"
+
+#include <gtest/gtest.h>
+
+using signals::Buffer;
+
+class StemRendererTest : public testing::Test
+{
+protected:
+    StemRendererTest()
+    {
+        config.bitDepth = 32;
+        job.baseName = "Song";
+        job.outDir = folder.getChild ("out");
+        job.outDir.createDirectory();
+    }
+
+    void addStem (const juce::String& name, const Buffer& audio, double rate)
+    {
+        juce::String error;
+        job.stemFiles.emplace_back (name, folder.getChild (name + ".wav"));
+        ASSERT_TRUE (audiofile::writeWav (job.stemFiles.back().second, audio, rate, 32, error));
+    }
+
+    bool render (std::function<bool()> shouldCancel = [] { return false; })
+    {
+        StemRenderer renderer (config, job);
+        renderer.onProgress = [this] (double fraction, const juce::String& text)
+        { progress.push_back (juce::String (fraction, 4) + " " + text); };
+        renderer.shouldCancel = std::move (shouldCancel);
+
+        const auto success = renderer.render (message);
+        filesWritten = renderer.getFilesWritten();
+        return success;
+    }
+
+    juce::File output (const juce::String& name) const { return job.outDir.getChildFile ("Song - " + name + ".wav"); }
+
+    Buffer readOutput (const juce::String& name) const
+    {
+        juce::AudioFormatManager formats;
+        formats.registerBasicFormats();
+        return audiofile::readWhole (*audiofile::open (formats, output (name)));
+    }
+
+    TemporaryFolder folder;
+    PipelineConfig config;
+    StemRenderer::Job job;
+    std::vector<juce::String> progress;
+    juce::String message;
+    int filesWritten = 0;
+};
+
+TEST_F (StemRendererTest, EachFileKeepsItsOwnRateAndChannels)
+{
+    addStem ("drums", signals::noise (1, 3000, 1), 44100.0);
+    addStem ("full mix", signals::noise (2, 5000, 2), 48000.0);
+    job.statusSuffix = " (detected 120.0 BPM)";
+    job.ratio = 1.0000005;
+
+    ASSERT_TRUE (render());
+    EXPECT_EQ (filesWritten, 2);
+    EXPECT_TRUE (signals::identical (readOutput ("drums"), signals::noise (1, 3000, 1)));
+    EXPECT_TRUE (signals::identical (readOutput ("full mix"), signals::noise (2, 5000, 2)));
+    EXPECT_EQ (WavHeader (output ("drums")).sampleRate, 44100u);
+    EXPECT_EQ (WavHeader (output ("full mix")).sampleRate, 48000u);
+    EXPECT_EQ (progress[0], "0.6800 Processing drums... (detected 120.0 BPM)");
+    EXPECT_EQ (progress[1], "0.8300 Processing full mix... (detected 120.0 BPM)");
+}
+
+TEST_F (StemRendererTest, ModesChooseWhatIsDone)
+{
+    const auto source = signals::noise (2, 9000);
+    const auto ratio = 1.122462048309373;
+    addStem ("bass", source, 44100.0);
+    job.ratio = ratio;
+
+    const auto rendered = [&] (AdjustMode adjust, StretchMode stretch)
+    {
+        config.adjustMode = adjust;
+        config.stretchMode = stretch;
+        EXPECT_TRUE (render());
+        return readOutput ("bass");
+    };
+
+    const auto resampled = stretch::resample (source, ratio);
+    const auto stretched = stretch::timeStretch (source, 1.0 / ratio);
+    const auto shifted = stretch::timeStretch (resampled, ratio);
+
+    for (const auto adjust : { AdjustMode::Percentage, AdjustMode::Bpm })
+    {
+        EXPECT_TRUE (signals::identical (rendered (adjust, StretchMode::TempoOnly), stretched));
+        EXPECT_TRUE (signals::identical (rendered (adjust, StretchMode::TempoAndPitch), resampled));
+    }
+
+    EXPECT_TRUE (signals::identical (rendered (AdjustMode::Key, StretchMode::TempoOnly), shifted));
+    EXPECT_TRUE (signals::identical (rendered (AdjustMode::Key, StretchMode::TempoAndPitch), resampled));
+}
+
+TEST_F (StemRendererTest, ConvertsTheRateAfterTheTempo)
+{
+    const auto source = signals::noise (1, 20000);
+    addStem ("other", source, 44100.0);
+    job.ratio = 1.25;
+    config.sampleRate = 48000;
+
+    ASSERT_TRUE (render());
+    EXPECT_EQ (WavHeader (output ("other")).sampleRate, 48000u);
+    EXPECT_TRUE (signals::identical (readOutput ("other"),
+                                     stretch::resample (stretch::timeStretch (source, 0.8), 44100.0 / 48000.0)));
+}
+
+TEST_F (StemRendererTest, AFailureKeepsWhatIsFinishedAndNamesTheFile)
+{
+    addStem ("drums", signals::noise (1, 3000), 44100.0);
+    job.stemFiles.emplace_back ("bass", folder.getChild ("missing.wav"));
+    addStem ("vocals", signals::noise (1, 3000), 44100.0);
+    output ("bass").replaceWithText ("an older file");
+
+    EXPECT_FALSE (render());
+    EXPECT_EQ (message, "Could not read audio file:\n" + folder.getChild ("missing.wav").getFullPathName());
+    EXPECT_EQ (filesWritten, 1);
+    EXPECT_TRUE (output ("drums").existsAsFile());
+    EXPECT_TRUE (output ("bass").existsAsFile());
+    EXPECT_FALSE (output ("vocals").exists());
+}
+
+TEST_F (StemRendererTest, CancellingIsSeenBeforeEachFile)
+{
+    for (const auto* const name : { "drums", "bass", "vocals" })
+        addStem (name, signals::noise (1, 100), 44100.0);
+
+    for (int allowed = 0; allowed < 3; ++allowed)
+    {
+        job.outDir.deleteRecursively();
+        job.outDir.createDirectory();
+        auto asked = 0;
+
+        EXPECT_FALSE (render ([&] { return asked++ == allowed; }));
+        EXPECT_EQ (filesWritten, allowed);
+        EXPECT_EQ (job.outDir.getNumberOfChildFiles (juce::File::findFiles), allowed);
+        EXPECT_EQ (message, "");
+    }
+}

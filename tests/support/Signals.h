@@ -1,0 +1,79 @@
+#pragma once
+
+#include <juce_audio_basics/juce_audio_basics.h>
+
+#include <cmath>
+#include <cstring>
+
+/** Audio to test with, and how to look at it. */
+namespace signals
+{
+
+using Buffer = juce::AudioBuffer<float>;
+
+/** A buffer whose samples are a function of channel and index. */
+template <typename Function>
+Buffer make (int numChannels, int numSamples, Function&& sampleAt)
+{
+    Buffer buffer (numChannels, numSamples);
+
+    for (int channel = 0; channel < numChannels; ++channel)
+        for (int i = 0; i < numSamples; ++i)
+            buffer.setSample (channel, i, static_cast<float> (sampleAt (channel, i)));
+
+    return buffer;
+}
+
+inline Buffer noise (int numChannels, int numSamples, juce::int64 seed = 1)
+{
+    juce::Random random (seed);
+    return make (numChannels, numSamples, [&] (int, int) { return random.nextFloat() * 2.0f - 1.0f; });
+}
+
+inline Buffer sine (int numChannels, int numSamples, double cyclesPerSample)
+{
+    return make (numChannels, numSamples,
+                 [=] (int, int i)
+                 { return 0.5 * std::sin (juce::MathConstants<double>::twoPi * cyclesPerSample * i); });
+}
+
+/** Equal in every bit, so that NaN equals itself and 0 differs from -0. */
+inline bool identical (const Buffer& a, const Buffer& b)
+{
+    if (a.getNumChannels() != b.getNumChannels() || a.getNumSamples() != b.getNumSamples())
+        return false;
+
+    const auto numBytes = sizeof (float) * static_cast<size_t> (a.getNumSamples());
+
+    for (int channel = 0; channel < a.getNumChannels(); ++channel)
+        if (std::memcmp (a.getReadPointer (channel), b.getReadPointer (channel), numBytes) != 0)
+            return false;
+
+    return true;
+}
+
+/** The period in samples at which a signal is most like itself, by autocorrelation. */
+inline double period (const float* samples, int numSamples, int shortest, int longest)
+{
+    const auto correlation = [&] (int lag)
+    {
+        auto sum = 0.0;
+
+        for (int i = 0; i + longest + 1 < numSamples; ++i)
+            sum += static_cast<double> (samples[i]) * static_cast<double> (samples[i + lag]);
+
+        return sum;
+    };
+
+    auto best = shortest;
+
+    for (int lag = shortest; lag <= longest; ++lag)
+        if (correlation (lag) > correlation (best))
+            best = lag;
+
+    // The top of the parabola through the best lag and its neighbours.
+    const auto before = correlation (best - 1), at = correlation (best), behind = correlation (best + 1);
+    return best + 0.5 * (before - behind) / (before - 2.0 * at + behind);
+}
+
+} // namespace signals
