@@ -101,8 +101,10 @@ void measure (std::vector<Program>& programs)
         }
 }
 
-/** Input, guide, accumulator, window sum and result of a stretch to four fifths, as floats. */
-double boundInMegabytes (const Song& song)
+/** What a textbook overlap-add holds at once for a stretch to four fifths: the input, a mono guide of
+    its length, an accumulator and its window sum, and the result. In megabytes of floats.
+*/
+double textbookMegabytes (const Song& song)
 {
     const auto channels = song.audio.getNumChannels();
     const auto input = static_cast<double> (song.audio.getNumSamples());
@@ -159,9 +161,9 @@ void benchmarkPrograms (const Song& song)
         else
             std::printf ("  %-16s not installed\n", program.name.c_str());
 
-    const auto bound = boundInMegabytes (song) + idle->peakMegabytes;
+    const auto bound = textbookMegabytes (song) + idle->peakMegabytes;
     std::printf (
-        "Peak memory %.1f MB, %.2f of its bound of %.1f MB (the stretch's buffers and %.1f MB for the idle program)\n",
+        "Peak memory %.1f MB, %.2f of its bound of %.1f MB (the buffers of a textbook stretch, and %.1f MB for the program itself)\n",
         own->peakMegabytes, own->peakMegabytes / bound, bound, idle->peakMegabytes);
 }
 

@@ -54,45 +54,9 @@ struct Window
     Hop fadeOut;
 };
 
-/** The mean of all channels, which the search listens to. */
-Buffer makeGuide (const Buffer& input)
-{
-    const auto numSamples = input.getNumSamples();
-    const auto scale = 1.0f / static_cast<float> (input.getNumChannels());
-    auto guide = makeLargeBuffer (1, numSamples);
-
-    // In pieces that stay in the processor's cache over all channels.
-    for (int start = 0; start < numSamples; start += synthesisHop)
-    {
-        const auto length = juce::jmin (synthesisHop, numSamples - start);
-        auto* const sums = guide.getWritePointer (0, start);
-        std::fill_n (sums, length, 0.0f);
-
-        for (int channel = 0; channel < input.getNumChannels(); ++channel)
-        {
-            const auto* const samples = input.getReadPointer (channel, start);
-
-            for (int i = 0; i < length; ++i)
-                sums[i] += samples[i];
-        }
-
-        for (int i = 0; i < length; ++i)
-            sums[i] *= scale;
-    }
-
-    return guide;
-}
-
-/** Guide and result beside the input, and nothing else of a song's length. */
-double peakFloats (int numChannels, int numSamples, int resultLength)
-{
-    return (numChannels + 1.0) * numSamples + static_cast<double> (numChannels) * resultLength;
-}
-
 /** Where to read the frame that follows the one read at previousPosition. */
-int chooseReadPosition (const Buffer& guide, int nominalPosition, int previousPosition, SimilaritySearch& search)
+int chooseReadPosition (int numSamples, int nominalPosition, int previousPosition, SimilaritySearch& search)
 {
-    const auto numSamples = guide.getNumSamples();
     const auto naturalPosition = previousPosition + synthesisHop;
 
     if (naturalPosition + synthesisHop > numSamples)
@@ -104,7 +68,7 @@ int chooseReadPosition (const Buffer& guide, int nominalPosition, int previousPo
     if (low > high)
         return nominalPosition;
 
-    return search.findBest (guide.getReadPointer (0), naturalPosition, low, high, nominalPosition);
+    return search.findBest (naturalPosition, low, high, nominalPosition);
 }
 
 /** Lays frames down half a frame apart, and divides by what their windows add up to.
@@ -191,12 +155,11 @@ Buffer timeStretch (const Buffer& input, double ratio, const SearchBackend& back
     const auto lastFrameEnd = (numFrames - 1) * static_cast<juce::int64> (synthesisHop) + frameLength;
     const auto resultLength = static_cast<int> (juce::jmin (lastFrameEnd, static_cast<juce::int64> (targetLength)));
 
-    requireMemoryFor (peakFloats (input.getNumChannels(), numSamples, resultLength));
+    requireMemoryFor (input.getNumChannels() * (static_cast<double> (numSamples) + resultLength));
 
-    const auto guide = makeGuide (input);
     auto result = makeLargeBuffer (input.getNumChannels(), resultLength);
     OverlapAdd output (input, result);
-    SimilaritySearch search (backend);
+    SimilaritySearch search (input, backend);
 
     auto readPosition = 0;
     output.beginWith (readPosition);
@@ -204,7 +167,7 @@ Buffer timeStretch (const Buffer& input, double ratio, const SearchBackend& back
     for (int frame = 1; frame < numFrames; ++frame)
     {
         const auto previousPosition = readPosition;
-        readPosition = chooseReadPosition (guide, frame * analysisHop, previousPosition, search);
+        readPosition = chooseReadPosition (numSamples, frame * analysisHop, previousPosition, search);
         output.crossfade (previousPosition, readPosition);
     }
 

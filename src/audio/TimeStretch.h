@@ -26,13 +26,12 @@ namespace stretch
     @returns a buffer of the input's channels and at least one sample. An empty input, or a ratio
              within 1e-9 of 1, gives a copy of the input.
 
-    @throws std::bad_alloc  if the working storage cannot be held in memory: beside the input, for
-                            N samples, C channels and a target of T samples, at most
-                            N + (C + 1) * (T + 4096) + C * T floats
+    @throws std::bad_alloc  if the result cannot be held in memory beside the input. Nothing else of a
+                            song's length is allocated.
 */
 juce::AudioBuffer<float> timeStretch (const juce::AudioBuffer<float>& input, double ratio);
 
-/** The same with a search back end of the caller's choice. The result is the same to the bit. */
+/** The same with a search back end of the caller's choice, which changes no bit of the result. */
 juce::AudioBuffer<float> timeStretch (const juce::AudioBuffer<float>& input, double ratio,
                                       const SearchBackend& backend);
 

@@ -1,0 +1,274 @@
+#pragma once
+
+#include "audio/SearchBackend.h"
+
+#include <math.h>
+
+// The search, compiled once per back end with that back end's compiler flags. Everything here is
+// local to the file that includes it, and nothing inline is used of the standard library or of ours:
+// such a function would be compiled for a processor that need not be there, and the linker is free
+// to keep that copy for the whole program.
+//
+// A back end's vectors are a type with
+//     numLanes                 lanes of 32 bits, a divisor of tileSize
+//     Floats                   a register of floats, with broadcast, load, store and
+//                              addProduct (sum, a, b), which rounds twice, not once
+//     multipliesPairs          whether there is the like for integers:
+//     Integers                 a register of 32-bit integers, with broadcast, load, store and
+//                              addProducts (sum, a, b), which multiplies 16-bit halves and adds both
+
+namespace
+{
+
+using namespace stretch;
+
+/** What the points are scaled to before rounding, as the root of their energy.
+
+    By Cauchy and Schwarz no sum of products then exceeds the square of this, and nor does any single
+    value exceed it: the sums fit into 32 bits and the values into 16, with room for rounding.
+*/
+constexpr double integerNorm = 32700.0;
+
+/** How far a rough score can lie from the true one, both in the rough one's unit.
+
+    A point is rounded by up to 0.51, so 256 of them by up to 0.51 * 16 in the root of their energy;
+    by Cauchy and Schwarz again that shifts the sum by no more than that times integerNorm for each of
+    the two factors, and by 0.51 * 0.51 * 256 for both. The rest is the true score's own rounding: 256
+    operations of single precision, each off by up to 2^-24 of integerNorm squared.
+*/
+constexpr double roughError = 2.0 * 0.51 * 16.0 * (integerNorm + 20.0) + 0.51 * 0.51 * 256.0
+                              + 256.0 / (1 << 24) * 1.01 * integerNorm * integerNorm;
+
+/** A candidate whose rough score lies further below the best one cannot have the best true score. */
+constexpr auto roughMargin = static_cast<int64_t> (2.0 * roughError) + 1;
+
+/** Every step-th sample of the mean of all channels: their sum, in their order, times one over
+    their number.
+*/
+template <int step>
+void mixDown (const SearchTask& task, int start, float* points, int numPoints)
+{
+    constexpr int blockSize = 32;
+    const float scale = 1.0f / static_cast<float> (task.numChannels);
+    int i = 0;
+
+    // In blocks whose sums stay in registers over all channels.
+    for (; i + blockSize <= numPoints; i += blockSize)
+    {
+        float sums[blockSize] = {};
+
+        for (int channel = 0; channel < task.numChannels; ++channel)
+        {
+            const float* const samples = task.channels[channel] + start + step * i;
+
+            for (int lane = 0; lane < blockSize; ++lane)
+                sums[lane] += samples[step * lane];
+        }
+
+        for (int lane = 0; lane < blockSize; ++lane)
+            points[i + lane] = sums[lane] * scale;
+    }
+
+    for (; i < numPoints; ++i)
+    {
+        float sum = 0.0f;
+
+        for (int channel = 0; channel < task.numChannels; ++channel)
+            sum += task.channels[channel][start + step * i];
+
+        points[i] = sum * scale;
+    }
+}
+
+/** The root of the energy, in several sums side by side, so that it can be vectorised. */
+float norm (const float* points, int numPoints)
+{
+    constexpr int numSums = 16;
+    float sums[numSums] = {};
+    int i = 0;
+
+    for (; i + numSums <= numPoints; i += numSums)
+        for (int lane = 0; lane < numSums; ++lane)
+            sums[lane] += points[i + lane] * points[i + lane];
+
+    float energy = 0.0f;
+
+    for (; i < numPoints; ++i)
+        energy += points[i] * points[i];
+
+    for (int lane = 0; lane < numSums; ++lane)
+        energy += sums[lane];
+
+    return sqrtf (energy);
+}
+
+/** Whether points of this norm are neither too loud nor too quiet nor too broken for integers. */
+bool canBeScaled (float pointsNorm)
+{
+    return pointsNorm > 1.0e-12f && pointsNorm < 1.0e12f;
+}
+
+/** Rounds to the nearest integer, in a way that can be vectorised: the offset keeps all values
+    positive, where truncation rounds down.
+*/
+void scaleAndRound (const float* points, float pointsNorm, int32_t* integers, int numPoints)
+{
+    constexpr int offset = 32768;
+    const float scale = static_cast<float> (integerNorm) / pointsNorm;
+
+    for (int i = 0; i < numPoints; ++i)
+        integers[i] = static_cast<int32_t> (points[i] * scale + (offset + 0.5f)) - offset;
+}
+
+int32_t makePair (int32_t lower, int32_t upper)
+{
+    return static_cast<int32_t> ((static_cast<uint32_t> (lower) & 0xffffu) | (static_cast<uint32_t> (upper) << 16));
+}
+
+int32_t maximum (const int32_t* values, int numValues)
+{
+    int32_t result = values[0];
+
+    for (int i = 1; i < numValues; ++i)
+        result = values[i] > result ? values[i] : result;
+
+    return result;
+}
+
+/** True scores: the sum, for j from 0 to 255, of reference[j] * guide[m + 2j], for the 40 candidates m
+    from 0 on, accumulated in single precision from 0 in increasing j.
+
+    One candidate's sum has a fixed order and cannot be vectorised; the candidates of a tile are
+    independent of each other and can. A tile's sums stay in registers.
+*/
+template <typename Vector>
+void scoreTile (const float* reference, const float* guide, float* scores)
+{
+    constexpr int numVectors = tileSize / Vector::numLanes;
+    typename Vector::Floats sums[numVectors];
+
+    for (int v = 0; v < numVectors; ++v)
+        sums[v] = Vector::broadcast (0.0f);
+
+    for (int j = 0; j < matchPoints; ++j)
+    {
+        const auto point = Vector::broadcast (reference[j]);
+        const float* const candidates = guide + candidateStride * j;
+
+        for (int v = 0; v < numVectors; ++v)
+            sums[v] = Vector::addProduct (sums[v], point, Vector::load (candidates + v * Vector::numLanes));
+    }
+
+    for (int v = 0; v < numVectors; ++v)
+        Vector::store (scores + v * Vector::numLanes, sums[v]);
+}
+
+/** Rough scores: the same sums of rounded points, exactly.
+
+    Points come in pairs, the first of a pair in the lower 16 bits, to make use of the instruction that
+    multiplies the pairs of every 32-bit lane and adds their products. Compilers do not find it by
+    themselves in this arrangement.
+*/
+template <typename Vector>
+void scoreRoughly (const int32_t* reference, const int32_t* guide, int numTiles, int32_t* scores)
+{
+    constexpr int numVectors = tileSize / Vector::numLanes;
+    static_assert (numVectors * Vector::numLanes == tileSize);
+
+    for (int tile = 0; tile < numTiles; ++tile)
+    {
+        typename Vector::Integers sums[numVectors];
+
+        for (int v = 0; v < numVectors; ++v)
+            sums[v] = Vector::broadcast (0);
+
+        for (int pair = 0; pair < matchPoints / 2; ++pair)
+        {
+            const auto points = Vector::broadcast (reference[pair]);
+            const int32_t* const candidates = guide + 2 * candidateStride * pair;
+
+            for (int v = 0; v < numVectors; ++v)
+                sums[v] = Vector::addProducts (sums[v], points, Vector::load (candidates + v * Vector::numLanes));
+        }
+
+        for (int v = 0; v < numVectors; ++v)
+            Vector::store (scores + v * Vector::numLanes, sums[v]);
+
+        guide += tileSize;
+        scores += tileSize;
+    }
+}
+
+/** Works out the rough scores.
+    @returns the lowest of them at which a candidate may still be the best
+*/
+template <typename Vector>
+int64_t roughThreshold (SearchScratch& scratch, int numCandidates, int numGuidePoints)
+{
+    constexpr auto admitsAll = INT64_MIN;
+
+    if constexpr (! Vector::multipliesPairs)
+        return admitsAll;
+    else
+    {
+        const float referenceNorm = norm (scratch.reference, matchPoints);
+        const float guideNorm = norm (scratch.guide, numGuidePoints);
+
+        if (! canBeScaled (referenceNorm) || ! canBeScaled (guideNorm))
+            return admitsAll;
+
+        scaleAndRound (scratch.reference, referenceNorm, scratch.referenceIntegers, matchPoints);
+        scaleAndRound (scratch.guide, guideNorm, scratch.guideIntegers, numGuidePoints);
+
+        for (int pair = 0; pair < matchPoints / 2; ++pair)
+            scratch.referencePairs[pair] =
+                makePair (scratch.referenceIntegers[2 * pair], scratch.referenceIntegers[2 * pair + 1]);
+
+        for (int i = 0; i < numGuidePoints; ++i)
+            scratch.guidePairs[i] = makePair (scratch.guideIntegers[i], scratch.guideIntegers[i + candidateStride]);
+
+        const int numTiles = (numCandidates + tileSize - 1) / tileSize;
+        scoreRoughly<Vector> (scratch.referencePairs, scratch.guidePairs, numTiles, scratch.roughScores);
+        return maximum (scratch.roughScores, numCandidates) - roughMargin;
+    }
+}
+
+/** The search itself: the rough scores say where the best can be, and there the true ones decide. */
+template <typename Vector>
+int findBest (const SearchTask& task, SearchScratch& scratch)
+{
+    const int numCandidates = (task.high - task.low) / searchStep + 1;
+    const int numGuidePoints = numCandidates + candidateStride * (matchPoints - 1);
+
+    // Candidates and compared samples both lie on a grid of two samples: taking that grid out of the
+    // signal makes neighbouring candidates neighbours in memory.
+    mixDown<matchStride> (task, task.reference, scratch.reference, matchPoints);
+    mixDown<searchStep> (task, task.low, scratch.guide, numGuidePoints);
+
+    const int64_t threshold = roughThreshold<Vector> (scratch, numCandidates, numGuidePoints);
+    float bestScore = -1.0e30f;
+    int best = task.fallback;
+
+    for (int m = 0; m < numCandidates;)
+    {
+        if (scratch.roughScores[m] < threshold)
+        {
+            ++m;
+            continue;
+        }
+
+        float scores[tileSize];
+        scoreTile<Vector> (scratch.reference, scratch.guide + m, scores);
+
+        for (int lane = 0; lane < tileSize && m < numCandidates; ++lane, ++m)
+            if (scores[lane] > bestScore)
+            {
+                bestScore = scores[lane];
+                best = task.low + searchStep * m;
+            }
+    }
+
+    return best;
+}
+
+} // namespace

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <stdint.h>
+
+namespace stretch
+{
+
+constexpr int matchPoints = 256; /**< products per candidate */
+constexpr int matchStride = 4;   /**< samples between the points that are compared */
+constexpr int searchStep = 2;    /**< samples between candidates */
+constexpr int searchRadius = 512;
+constexpr int maxCandidates = 2 * searchRadius / searchStep + 1;
+
+/** Points between those that one candidate is compared at, on the grid of the candidates. */
+constexpr int candidateStride = matchStride / searchStep;
+
+/** Neighbouring candidates that are scored together. A tile is scored whole, wherever it begins. */
+constexpr int tileSize = 40;
+constexpr int maxTiles = (maxCandidates + tileSize - 1) / tileSize;
+constexpr int paddedCandidates = maxTiles * tileSize + tileSize;
+constexpr int paddedGuidePoints = paddedCandidates + candidateStride * matchPoints;
+
+/** The search's working memory. Zeroed once; what a search leaves does the next one no harm. */
+struct SearchScratch
+{
+    float reference[matchPoints] = {};
+    float guide[paddedGuidePoints] = {};
+    int32_t referenceIntegers[matchPoints] = {};
+    int32_t guideIntegers[paddedGuidePoints + candidateStride] = {};
+    int32_t referencePairs[matchPoints / 2] = {};
+    int32_t guidePairs[paddedGuidePoints] = {};
+    int32_t roughScores[paddedCandidates] = {};
+};
+
+} // namespace stretch
