@@ -2,6 +2,7 @@
 
 #include "audio/AudioFile.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -9,7 +10,7 @@
 
 #if JUCE_WINDOWS
 
-void benchmarkPrograms (const Song&)
+void benchmarkPrograms (const juce::File&)
 {
     std::printf ("Whole programs are compared on Linux and macOS alone.\n");
 }
@@ -104,30 +105,23 @@ void measure (std::vector<Program>& programs)
 /** What a textbook overlap-add holds at once for a stretch to four fifths: the input, a mono guide of
     its length, an accumulator and its window sum, and the result. In megabytes of floats.
 */
-double textbookMegabytes (const Song& song)
+double textbookMegabytes (const juce::File& minute)
 {
-    const auto channels = song.audio.getNumChannels();
-    const auto input = static_cast<double> (song.audio.getNumSamples());
+    juce::AudioFormatManager formats;
+    formats.registerBasicFormats();
+    const auto reader = audiofile::open (formats, minute);
+    const auto channels = static_cast<double> (reader->numChannels);
+    const auto input = static_cast<double> (reader->lengthInSamples);
     const auto target = input * 0.8;
     return sizeof (float) * ((channels + 1) * input + (channels + 1) * (target + 4096) + channels * target) / 1e6;
 }
 
 } // namespace
 
-void benchmarkPrograms (const Song& song)
+void benchmarkPrograms (const juce::File& minute)
 {
-    const auto folder = juce::File::createTempFile ("benchmark");
-    folder.createDirectory();
-    const auto source = folder.getChildFile ("song.wav");
-    juce::String error;
-
-    if (! audiofile::writeWav (source, song.audio, song.sampleRate, 16, error))
-    {
-        std::printf ("%s\n", error.toRawUTF8());
-        return;
-    }
-
-    const auto in = source.getFullPathName().toStdString();
+    const auto folder = minute.getParentDirectory();
+    const auto in = minute.getFullPathName().toStdString();
     const auto out = folder.getChildFile ("out.wav").getFullPathName().toStdString();
     const auto outFolder = folder.getFullPathName().toStdString();
 
@@ -140,10 +134,10 @@ void benchmarkPrograms (const Song& song)
     };
 
     measure (programs);
-    folder.deleteRecursively();
 
     const auto own = programs.front().best;
     const auto idle = programs.back().best;
+    programs.pop_back();
 
     if (! own || ! idle)
     {
@@ -152,7 +146,6 @@ void benchmarkPrograms (const Song& song)
     }
 
     std::printf ("\nA minute of stereo at 25 %% more tempo, WAV to WAV, CPU time of the whole program:\n");
-    programs.pop_back();
 
     for (const auto& program : programs)
         if (program.best)
@@ -161,9 +154,9 @@ void benchmarkPrograms (const Song& song)
         else
             std::printf ("  %-16s not installed\n", program.name.c_str());
 
-    const auto bound = textbookMegabytes (song) + idle->peakMegabytes;
+    const auto bound = textbookMegabytes (minute) + idle->peakMegabytes;
     std::printf (
-        "Peak memory %.1f MB, %.2f of its bound of %.1f MB (the buffers of a textbook stretch, and %.1f MB for the program itself)\n",
+        "Peak memory %.1f MB, %.2f of the %.1f MB that a textbook stretch's buffers and %.1f MB for the program make\n",
         own->peakMegabytes, own->peakMegabytes / bound, bound, idle->peakMegabytes);
 }
 

@@ -11,6 +11,11 @@ if(NOT multi_config AND NOT CMAKE_BUILD_TYPE)
     set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug, Release or RelWithDebInfo" FORCE)
 endif()
 
+# Fast enough for work on audio, and still to be followed in a debugger.
+if(NOT MSVC)
+    set(CMAKE_CXX_FLAGS_DEBUG "-g1 -Og")
+endif()
+
 find_program(KELVANE_CCACHE ccache)
 if(KELVANE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     set(CMAKE_C_COMPILER_LAUNCHER "${KELVANE_CCACHE}")

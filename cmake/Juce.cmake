@@ -1,5 +1,5 @@
-# JUCE, pinned. Where upstream is out of reach, scripts/bootstrap leaves Debian's copy in the user's
-# cache folder and that tree is taken instead.
+# JUCE, pinned. scripts/bootstrap leaves a copy in the user's cache folder, upstream's where it can be
+# reached and Debian's where not; without either, upstream's is fetched here.
 
 include(FetchContent)
 
@@ -9,10 +9,16 @@ set(cache_home "$ENV{XDG_CACHE_HOME}")
 if(NOT cache_home)
     set(cache_home "$ENV{HOME}/.cache")
 endif()
-set(fallback_tree "${cache_home}/kelvane/juce-fallback")
+set(upstream_tree "${cache_home}/kelvane/juce-${KELVANE_JUCE_TAG}")
+set(debian_tree "${cache_home}/kelvane/juce-debian")
 
-if(NOT FETCHCONTENT_SOURCE_DIR_JUCE AND EXISTS "${fallback_tree}/CMakeLists.txt")
-    set(FETCHCONTENT_SOURCE_DIR_JUCE "${fallback_tree}")
+if(NOT FETCHCONTENT_SOURCE_DIR_JUCE)
+    foreach(tree IN ITEMS "${upstream_tree}" "${debian_tree}")
+        if(EXISTS "${tree}/CMakeLists.txt")
+            set(FETCHCONTENT_SOURCE_DIR_JUCE "${tree}")
+            break()
+        endif()
+    endforeach()
 endif()
 
 # SOURCE_SUBDIR names a folder without a CMakeLists.txt, so that MakeAvailable only fetches:
@@ -21,13 +27,14 @@ FetchContent_Declare(JUCE
     GIT_REPOSITORY https://github.com/juce-framework/JUCE.git
     GIT_TAG ${KELVANE_JUCE_TAG}
     GIT_SHALLOW TRUE
+    UPDATE_DISCONNECTED TRUE
     SOURCE_SUBDIR docs)
 FetchContent_MakeAvailable(JUCE)
 add_subdirectory("${juce_SOURCE_DIR}" "${juce_BINARY_DIR}" EXCLUDE_FROM_ALL)
 
-if(FETCHCONTENT_SOURCE_DIR_JUCE STREQUAL fallback_tree)
+if(FETCHCONTENT_SOURCE_DIR_JUCE STREQUAL debian_tree)
     get_directory_property(juce_version DIRECTORY "${juce_SOURCE_DIR}" DEFINITION PROJECT_VERSION)
-    message(STATUS "JUCE ${KELVANE_JUCE_TAG} is out of reach: building with Debian's JUCE ${juce_version} from ${fallback_tree}")
+    message(STATUS "JUCE ${KELVANE_JUCE_TAG} was out of reach: building with Debian's JUCE ${juce_version} from ${debian_tree}")
 endif()
 
 # Debian strips the bundled codecs from its copy: the system's take their place.

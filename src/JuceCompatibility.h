@@ -90,10 +90,10 @@ public:
 
 #endif
 
-#if JUCE_MODULE_AVAILABLE_juce_gui_basics
+#if JUCE_MODULE_AVAILABLE_juce_gui_basics && JUCE_LINUX
 
-/** On Linux, 8.0.6 does not tell the window manager that a window with a native title bar can be
-    resized, and so not within which limits either.
+/** JUCE 8.0.6 does not tell the window manager that a window with a native title bar can be resized,
+    and so not within which limits either. Where a later version does, this changes nothing.
 */
 class DocumentWindow : public juce::DocumentWindow
 {
@@ -107,6 +107,10 @@ protected:
         return isResizable() && isUsingNativeTitleBar() ? usual | juce::ComponentPeer::windowIsResizable : usual;
     }
 };
+
+#elif JUCE_MODULE_AVAILABLE_juce_gui_basics
+
+using juce::DocumentWindow;
 
 #endif
 

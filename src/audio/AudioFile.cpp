@@ -1,6 +1,7 @@
 #include "audio/AudioFile.h"
 
 #include "JuceCompatibility.h"
+#include "audio/ContainerCheck.h"
 #include "audio/LargeBuffer.h"
 #include "audio/MemoryLimit.h"
 
@@ -9,41 +10,46 @@ namespace audiofile
 
 constexpr int maxChannels = 64;
 
-/** How many samples of a PCM file's claimed length lie within the file. */
-static juce::int64 samplesHeld (juce::MemoryMappedAudioFormatReader& mapped, const juce::File& file)
+static bool isPcm (const juce::AudioFormatReader& reader)
 {
-    if (mapped.mapEntireFile())
-        return mapped.getMappedSection().getEnd();
-
-    // Nothing to map, or a file system that cannot: an estimate that takes the header for audio.
-    return file.getSize() * 8 / (static_cast<juce::int64> (mapped.numChannels) * mapped.bitsPerSample);
+    const auto name = reader.getFormatName();
+    return name == juce::WavAudioFormat().getFormatName() || name == juce::AiffAudioFormat().getFormatName();
 }
 
-static std::unique_ptr<juce::MemoryMappedAudioFormatReader> createMapped (juce::AudioFormatManager& formats,
-                                                                          const juce::File& file)
+/** The depths that the library's PCM readers convert; others would leave the samples unset. */
+static bool canConvertPcm (const juce::AudioFormatReader& reader)
+{
+    const auto bits = reader.bitsPerSample;
+    return reader.usesFloatingPointData ? bits == 32 : bits == 8 || bits == 16 || bits == 24 || bits == 32;
+}
+
+/** How many samples of a PCM file's claimed length lie within the file. */
+static juce::int64 samplesHeld (const juce::AudioFormatReader& reader, juce::AudioFormatManager& formats,
+                                const juce::File& file)
 {
     auto* const format = formats.findFormatForFileExtension (file.getFileExtension());
-    return std::unique_ptr<juce::MemoryMappedAudioFormatReader> (
-        format != nullptr ? format->createMemoryMappedReader (file) : nullptr);
+    const std::unique_ptr<juce::MemoryMappedAudioFormatReader> mapped (format->createMemoryMappedReader (file));
+
+    if (mapped != nullptr && mapped->mapEntireFile())
+        return mapped->getMappedSection().getEnd();
+
+    // Nothing to map, or a file system that cannot: an estimate that takes the header for audio.
+    return file.getSize() * 8 / (static_cast<juce::int64> (reader.numChannels) * reader.bitsPerSample);
 }
 
 std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats, const juce::File& file)
 {
-    std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (file));
-
-    if (reader == nullptr || reader->numChannels > maxChannels)
+    // No size is no audio, and no file at all if it is a pipe, which would be waited for in vain.
+    if (file.getSize() == 0 || ! containercheck::isReliable (file))
         return nullptr;
 
-    // Only uncompressed audio can be mapped, and only there does the length follow from the size.
-    if (const auto mapped = createMapped (formats, file))
-    {
-        if (reader->bitsPerSample % 8 != 0)
-            return nullptr;
+    std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (file));
 
-        reader->lengthInSamples = juce::jmin (reader->lengthInSamples, samplesHeld (*mapped, file));
-    }
+    if (reader == nullptr || reader->numChannels > maxChannels || (isPcm (*reader) && ! canConvertPcm (*reader)))
+        return nullptr;
 
-    reader->lengthInSamples = juce::jmax (juce::int64{}, reader->lengthInSamples);
+    const auto held = isPcm (*reader) ? samplesHeld (*reader, formats, file) : containercheck::maxFlacSamples (file);
+    reader->lengthInSamples = juce::jlimit (juce::int64{}, held, reader->lengthInSamples);
     return reader;
 }
 
@@ -53,7 +59,10 @@ juce::AudioBuffer<float> readWhole (juce::AudioFormatReader& reader)
     requireMemoryFor (static_cast<double> (length) * reader.numChannels);
 
     auto buffer = makeLargeBuffer (static_cast<int> (reader.numChannels), length);
-    reader.read (&buffer, 0, length, 0, true, true);
+
+    if (! reader.read (&buffer, 0, length, 0, true, true))
+        buffer.clear();
+
     return buffer;
 }
 

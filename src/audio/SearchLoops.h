@@ -81,7 +81,7 @@ void mixDown (const SearchTask& task, int start, float* points, int numPoints)
 }
 
 /** The root of the energy, in several sums side by side, so that it can be vectorised. */
-float norm (const float* points, int numPoints)
+inline float norm (const float* points, int numPoints)
 {
     constexpr int numSums = 16;
     float sums[numSums] = {};
@@ -103,7 +103,7 @@ float norm (const float* points, int numPoints)
 }
 
 /** Whether points of this norm are neither too loud nor too quiet nor too broken for integers. */
-bool canBeScaled (float pointsNorm)
+inline bool canBeScaled (float pointsNorm)
 {
     return pointsNorm > 1.0e-12f && pointsNorm < 1.0e12f;
 }
@@ -111,7 +111,7 @@ bool canBeScaled (float pointsNorm)
 /** Rounds to the nearest integer, in a way that can be vectorised: the offset keeps all values
     positive, where truncation rounds down.
 */
-void scaleAndRound (const float* points, float pointsNorm, int32_t* integers, int numPoints)
+inline void scaleAndRound (const float* points, float pointsNorm, int32_t* integers, int numPoints)
 {
     constexpr int offset = 32768;
     const float scale = static_cast<float> (integerNorm) / pointsNorm;
@@ -120,12 +120,12 @@ void scaleAndRound (const float* points, float pointsNorm, int32_t* integers, in
         integers[i] = static_cast<int32_t> (points[i] * scale + (offset + 0.5f)) - offset;
 }
 
-int32_t makePair (int32_t lower, int32_t upper)
+inline int32_t makePair (int32_t lower, int32_t upper)
 {
     return static_cast<int32_t> ((static_cast<uint32_t> (lower) & 0xffffu) | (static_cast<uint32_t> (upper) << 16));
 }
 
-int32_t maximum (const int32_t* values, int numValues)
+inline int32_t maximum (const int32_t* values, int numValues)
 {
     int32_t result = values[0];
 

@@ -37,12 +37,15 @@ void BatchRenderer::startNextSong()
         display.show (fraction, describe (text));
     };
     runner->onFinished = [this] (bool success, const juce::String& message) { songFinished (success, message); };
-    runner->startThread();
+
+    if (! runner->startThread())
+        songFinished (false, "Could not start a thread. Close other programs and try again.");
 }
 
 void BatchRenderer::songFinished (bool success, const juce::String& message)
 {
     runner->waitForThreadToExit (-1);
+    cancelled = cancelled || interrupt::hasCome();
 
     if (success)
         display.print (message);

@@ -4,6 +4,7 @@
 #include "pipeline/RunChecks.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 
 namespace
@@ -21,7 +22,8 @@ Renders each song with its tempo or key changed, as 'SONG - Stems' under DIR.
   --full-song          render the whole song as well, unseparated
                        With neither of the two: all four stems.
 
-  --percent P          tempo change in percent: 25 is a quarter faster, -50 half as fast
+  --percent P          tempo change in percent: 25 is a quarter faster, -50 half as fast;
+                       limited to a quarter of the speed and to four times
   --bpm FROM:TO        from one tempo to another; FROM may be auto
   --key FROM:TO        from one key to another (C C# D D# E F F# G G# A A# B), the shorter
                        way; the tempo stays. FROM may be auto
@@ -44,7 +46,7 @@ std::optional<double> parseNumber (const juce::String& text)
 
     auto end = text.getCharPointer();
     const auto value = juce::CharacterFunctions::readDoubleValue (end);
-    return end.isEmpty() ? std::optional (value) : std::nullopt;
+    return end.isEmpty() && std::isfinite (value) ? std::optional (value) : std::nullopt;
 }
 
 std::optional<int> parseKey (const juce::String& text)
@@ -190,13 +192,19 @@ const ValueOption* findValueOption (const juce::String& name)
     return found != std::end (valueOptions) ? found : nullptr;
 }
 
+bool haveSameName (const juce::File& a, const juce::File& b)
+{
+    const auto nameA = a.getFileNameWithoutExtension();
+    const auto nameB = b.getFileNameWithoutExtension();
+    return juce::File::areFileNamesCaseSensitive() ? nameA == nameB : nameA.equalsIgnoreCase (nameB);
+}
+
 /** Two songs of one name would be written over each other. */
 juce::String checkNames (const std::vector<juce::File>& songs)
 {
     for (size_t i = 0; i < songs.size(); ++i)
         for (size_t j = 0; j < i; ++j)
-            if (songs[i] != songs[j]
-                && songs[i].getFileNameWithoutExtension() == songs[j].getFileNameWithoutExtension())
+            if (songs[i] != songs[j] && haveSameName (songs[i], songs[j]))
                 return "'" + songs[j].getFullPathName() + "' and '" + songs[i].getFullPathName()
                        + "' would be written to the same files. Render them into different folders.";
 
@@ -230,6 +238,9 @@ private:
     {
         if (onlySongsFollow || ! argument.startsWithChar ('-'))
         {
+            if (argument.isEmpty())
+                return "A song's name is empty.";
+
             result.songs.push_back (resolvePath (argument));
             return {};
         }

@@ -16,7 +16,9 @@ static void handle (int)
 
 void listen()
 {
-    std::signal (SIGINT, handle);
+    // What the shell has told to ignore Ctrl-C, a job in the background say, goes on doing so.
+    if (std::signal (SIGINT, handle) == SIG_IGN)
+        std::signal (SIGINT, SIG_IGN);
 }
 
 bool hasCome()

@@ -3,6 +3,8 @@
 #include "render/CommandLine.h"
 #include "render/ExitStatus.h"
 
+#include <csignal>
+#include <cstring>
 #include <iostream>
 
 static int renderSongs (const CommandLine& commandLine)
@@ -17,21 +19,51 @@ static int renderSongs (const CommandLine& commandLine)
     return BatchRenderer (commandLine).run();
 }
 
+/** @returns false if an argument is no valid text, and so can name no file that could be found again */
+static bool readArguments (int argc, char* argv[], juce::StringArray& arguments)
+{
+#if JUCE_WINDOWS
+    juce::ignoreUnused (argc, argv);
+    arguments = juce::JUCEApplicationBase::getCommandLineParameterArray();
+#else
+    for (int i = 1; i < argc; ++i)
+    {
+        const auto argument = juce::String::fromUTF8 (argv[i]);
+
+        // Only valid UTF-8 comes out of a decoder and an encoder as it went in.
+        if (std::strcmp (juce::String (argument.toUTF32()).toRawUTF8(), argv[i]) != 0)
+            return false;
+
+        arguments.add (argument);
+    }
+#endif
+
+    return true;
+}
+
+static int refuse (const juce::String& error)
+{
+    std::cerr << "kelvane-render: " << error << '\n' << CommandLine::getUsage() << std::flush;
+    return exitstatus::wrongUsage;
+}
+
 int main (int argc, char* argv[])
 {
+#if ! JUCE_WINDOWS
+    // A reader of our output that goes away must not end a run in the middle of a file.
+    std::signal (SIGPIPE, SIG_IGN);
+#endif
+
     juce::StringArray arguments;
 
-    for (int i = 1; i < argc; ++i)
-        arguments.add (juce::String::fromUTF8 (argv[i]));
+    if (! readArguments (argc, argv, arguments))
+        return refuse ("An argument is not valid UTF-8.");
 
     CommandLine commandLine;
     juce::String error;
 
     if (! commandLine.parse (arguments, error))
-    {
-        std::cerr << "kelvane-render: " << error << '\n' << CommandLine::getUsage() << std::flush;
-        return exitstatus::wrongUsage;
-    }
+        return refuse (error);
 
     switch (commandLine.action)
     {

@@ -118,3 +118,55 @@ def test_a_flac_that_was_cut_off_gives_what_is_there(render: Run, tmp_path: Path
     samples, _ = read_wav(rendered(tmp_path / "out", "song"))
     assert np.abs(samples[:15000] - noise[:15000]).max() < 1e-3
     assert not samples[-15000:].any()
+
+
+def run_sox(*arguments: str | Path) -> None:
+    subprocess.run(["sox", *arguments], check=True)
+
+
+def test_a_chained_ogg_plays_on_only_if_its_links_agree(render: Run, tmp_path: Path) -> None:
+    noise = np.random.default_rng(1).uniform(-0.5, 0.5, (20000, 2))
+    write_wav(tmp_path / "stereo.wav", noise, 44100)
+    write_wav(tmp_path / "mono.wav", noise[:, :1], 44100)
+    for name in ("stereo", "mono"):
+        run_sox(tmp_path / f"{name}.wav", tmp_path / f"{name}.ogg")
+    stereo, mono = ((tmp_path / f"{name}.ogg").read_bytes() for name in ("stereo", "mono"))
+
+    (tmp_path / "mixed.ogg").write_bytes(stereo + mono)
+    result = render("mixed.ogg", "--out", "out", "--full-song")
+    assert result.returncode == 1
+    assert result.stderr.endswith(f"Could not read audio file:\n{tmp_path}/mixed.ogg\n")
+
+    (tmp_path / "alike.ogg").write_bytes(stereo + stereo)
+    assert render("alike.ogg", "--out", "out", "--full-song").returncode == 0
+    assert read_wav(rendered(tmp_path / "out", "alike"))[0].shape[1] == 2
+
+
+def test_a_flac_that_claims_hours_is_cut_to_what_it_can_hold(render: Run, tmp_path: Path) -> None:
+    write_wav(tmp_path / "source.wav", np.random.default_rng(1).uniform(-0.5, 0.5, (4410, 2)), 44100)
+    subprocess.run(["flac", "--silent", "-o", tmp_path / "song.flac", tmp_path / "source.wav"], check=True)
+    flac = bytearray((tmp_path / "song.flac").read_bytes())
+    flac[21:26] = bytes([flac[21] | 0x0F, 0xFF, 0xFF, 0xFF, 0xFF])  # the 36 bits of its length
+    (tmp_path / "song.flac").write_bytes(flac)
+
+    assert render("song.flac", "--out", "out", "--full-song", "--bits", "16").returncode == 0
+    assert read_wav(rendered(tmp_path / "out", "song"))[0].shape[0] < 4096 * (len(flac) // 10 + 1) + 1
+
+
+@pytest.mark.parametrize("bits", [0, 12, 40, 64, 32760])
+def test_an_aiff_of_impossible_depth_is_refused(render: Run, tmp_path: Path, bits: int) -> None:
+    write_wav(tmp_path / "source.wav", np.zeros((2000, 2)), 44100)
+    run_sox(tmp_path / "source.wav", tmp_path / "song.aiff")
+    aiff = bytearray((tmp_path / "song.aiff").read_bytes())
+    at = aiff.index(b"COMM") + 14
+    aiff[at : at + 2] = bits.to_bytes(2, "big")
+    (tmp_path / "song.aiff").write_bytes(aiff)
+
+    result = render("song.aiff", "--out", "out", "--full-song")
+    assert result.returncode == 1
+    assert result.stderr.endswith(f"Could not read audio file:\n{tmp_path}/song.aiff\n")
+
+    aiff[at : at + 2] = (16).to_bytes(2, "big")
+    aiff[aiff.index(b"SSND") : aiff.index(b"SSND") + 4] = b"JUNK"
+    (tmp_path / "song.aiff").write_bytes(aiff)
+    assert render("song.aiff", "--out", "out", "--full-song").returncode == 1

@@ -46,7 +46,7 @@ class Screen:
         return subprocess.Popen([PROGRAM, *arguments], env=self.environment, stderr=subprocess.DEVNULL)
 
     def ask(self, *command: str) -> str:
-        return subprocess.run(command, env=self.environment, capture_output=True, text=True).stdout
+        return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=60).stdout
 
     def xdotool(self, *arguments: str) -> str:
         return self.ask("xdotool", *arguments)
@@ -100,14 +100,15 @@ def program(screen: Screen) -> Iterator[subprocess.Popen[bytes]]:
 def test_one_window_that_can_be_resized_and_closed(
     screen: Screen, program: subprocess.Popen[bytes], tmp_path: Path
 ) -> None:
-    assert wait_for(screen.windows), "no window came up"
+    assert wait_for(screen.windows), "no window came up; is a Kelvane running already?"
     (window,) = screen.windows()
     assert wait_for(lambda: screen.size_of(window) == (1250, 572))
 
     screen.drag_corner(window, -600, -400)
     assert wait_for(lambda: screen.outer_size_of(window) == (1120, 500)), screen.outer_size_of(window)
     screen.drag_corner(window, 100, 100)
-    assert wait_for(lambda: screen.size_of(window) > (1200, 580)), screen.size_of(window)
+    grown = wait_for(lambda: (size := screen.size_of(window))[0] > 1200 and size[1] > 560)
+    assert grown, screen.size_of(window)
 
     second = screen.start()
     assert second.wait(60) == 0
