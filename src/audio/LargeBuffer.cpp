@@ -17,12 +17,11 @@ static void askForLargePages ([[maybe_unused]] juce::AudioBuffer<float>& buffer)
         begin
         + sizeof (float) * static_cast<size_t> (buffer.getNumChannels()) * static_cast<size_t> (buffer.getNumSamples());
 
-    const auto firstPage = (begin + pageSize - 1) / pageSize * pageSize;
-    const auto lastPage = end / pageSize * pageSize;
-
-    // Advice alone: where it is not taken, all goes on as before.
-    if (firstPage < lastPage)
-        madvise (reinterpret_cast<void*> (firstPage), lastPage - firstPage, MADV_HUGEPAGE);
+    // Rounded outwards: a page left out at the beginning would deny a large page to all that follows
+    // it. This is advice alone, and does what shares those pages no harm.
+    const auto firstPage = begin / pageSize * pageSize;
+    const auto lastPage = (end + pageSize - 1) / pageSize * pageSize;
+    madvise (reinterpret_cast<void*> (firstPage), lastPage - firstPage, MADV_HUGEPAGE);
 #endif
 }
 
