@@ -24,7 +24,7 @@ static void benchmarkProgramsOn (const Song& song)
     const auto self = juce::File::getSpecialLocation (juce::File::currentExecutableFile);
     juce::ChildProcess child;
 
-    if (child.start (juce::StringArray{ self.getFullPathName(), onlyPrograms, minute.getFullPathName() }))
+    if (child.start (juce::StringArray { self.getFullPathName(), onlyPrograms, minute.getFullPathName() }))
         std::printf ("%s", child.readAllProcessOutput().toRawUTF8());
 
     folder.deleteRecursively();

@@ -67,12 +67,12 @@ std::optional<Usage> run (const std::vector<std::string>& command)
     posix_spawn_file_actions_destroy (&actions);
 
     auto status = 0;
-    rusage usage{};
+    rusage usage {};
 
     if (! spawned || wait4 (process, &status, 0, &usage) < 0 || ! WIFEXITED (status) || WEXITSTATUS (status) != 0)
         return {};
 
-    return Usage{ toSeconds (usage.ru_utime) + toSeconds (usage.ru_stime), toMegabytes (usage.ru_maxrss) };
+    return Usage { toSeconds (usage.ru_utime) + toSeconds (usage.ru_stime), toMegabytes (usage.ru_maxrss) };
 }
 
 struct Program
@@ -125,7 +125,7 @@ void benchmarkPrograms (const juce::File& minute)
     const auto out = folder.getChildFile ("out.wav").getFullPathName().toStdString();
     const auto outFolder = folder.getFullPathName().toStdString();
 
-    std::vector<Program> programs{
+    std::vector<Program> programs {
         { "kelvane-render", { KELVANE_RENDER, in, "--out", outFolder, "--full-song", "--percent", "25" }, {} },
         { "soundstretch", { "soundstretch", in, out, "-tempo=25" }, {} },
         { "sox tempo", { "sox", in, out, "tempo", "1.25" }, {} },

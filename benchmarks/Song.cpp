@@ -15,7 +15,7 @@ Song loadMinuteOf (const juce::File& file)
 
     const auto source = audiofile::readWhole (*reader);
     const auto length = juce::roundToInt (60.0 * reader->sampleRate);
-    Song song{ juce::AudioBuffer<float> (source.getNumChannels(), length), reader->sampleRate };
+    Song song { juce::AudioBuffer<float> (source.getNumChannels(), length), reader->sampleRate };
 
     for (int start = 0; start < length; start += source.getNumSamples())
         for (int channel = 0; channel < source.getNumChannels(); ++channel)

@@ -49,7 +49,7 @@ std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats
         return nullptr;
 
     const auto held = isPcm (*reader) ? samplesHeld (*reader, formats, file) : containercheck::maxFlacSamples (file);
-    reader->lengthInSamples = juce::jlimit (juce::int64{}, held, reader->lengthInSamples);
+    reader->lengthInSamples = juce::jlimit (juce::int64 {}, held, reader->lengthInSamples);
     return reader;
 }
 
@@ -82,7 +82,7 @@ bool writeWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, d
 
     using Options = compat::AudioFormatWriterOptions;
     const auto options =
-        Options{}
+        Options {}
             .withSampleRate (sampleRate)
             .withNumChannels (buffer.getNumChannels())
             .withBitsPerSample (bitDepth)

@@ -7,7 +7,7 @@ namespace audiofile
 {
 
 /** The longest audio that is read; what lies behind it is left out. */
-constexpr juce::int64 maxSamples = juce::int64{ 1 } << 30;
+constexpr juce::int64 maxSamples = juce::int64 { 1 } << 30;
 
 /** Opens a file with the first of the manager's formats that can read it.
 

@@ -23,14 +23,14 @@ struct VorbisFormat
 */
 std::optional<VorbisFormat> readVorbisFormat (juce::InputStream& stream)
 {
-    std::array<char, 11> start{};
+    std::array<char, 11> start {};
 
     if (stream.read (start.data(), static_cast<int> (start.size())) != static_cast<int> (start.size())
         || juce::String (start.data() + 1, 6) != "vorbis")
         return {};
 
     const auto numChannels = static_cast<juce::uint8> (stream.readByte());
-    return VorbisFormat{ numChannels, stream.readInt() };
+    return VorbisFormat { numChannels, stream.readInt() };
 }
 
 /** Goes from page to page: 27 bytes of header, of which the last counts the segments, then a byte a
@@ -43,13 +43,13 @@ bool oggLinksAgree (juce::InputStream& stream)
 
     for (juce::int64 page = 0; ! stream.isExhausted();)
     {
-        std::array<char, 27> header{};
+        std::array<char, 27> header {};
         stream.setPosition (page);
 
         if (stream.read (header.data(), 27) != 27 || juce::String (header.data(), 4) != "OggS")
             return true;
 
-        std::array<juce::uint8, 255> segments{};
+        std::array<juce::uint8, 255> segments {};
         const auto numSegments = static_cast<juce::uint8> (header[26]);
         stream.read (segments.data(), numSegments);
         const auto body = page + 27 + numSegments;
@@ -80,7 +80,7 @@ bool aiffDescribesItsSound (juce::InputStream& stream)
 
     for (juce::int64 chunk = 12; chunk + 8 <= stream.getTotalLength();)
     {
-        std::array<char, 4> name{};
+        std::array<char, 4> name {};
         stream.setPosition (chunk);
         stream.read (name.data(), 4);
         const auto length = static_cast<juce::uint32> (stream.readIntBigEndian());
@@ -98,7 +98,7 @@ bool aiffDescribesItsSound (juce::InputStream& stream)
 
 juce::String readMagic (juce::InputStream& stream)
 {
-    std::array<char, 4> magic{};
+    std::array<char, 4> magic {};
     stream.read (magic.data(), 4);
     return { juce::CharPointer_ASCII (magic.data()), 4 };
 }

@@ -7,7 +7,7 @@ namespace stretch
 
 std::vector<SearchBackend> availableSearchBackends()
 {
-    std::vector<SearchBackend> backends{ plainSearchBackend() };
+    std::vector<SearchBackend> backends { plainSearchBackend() };
 
     if (const auto sse2 = sse2SearchBackend(); sse2.findBest != nullptr)
         backends.push_back (sse2);

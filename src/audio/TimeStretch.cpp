@@ -4,8 +4,9 @@
 #include "audio/MemoryLimit.h"
 #include "audio/Resample.h"
 
-#include <algorithm>
+#include <array>
 #include <cmath>
+#include <optional>
 
 namespace stretch
 {
@@ -19,9 +20,8 @@ constexpr int synthesisHop = 1024;
 constexpr int frameLength = 2 * synthesisHop;
 constexpr int minStretchSamples = 4096;
 constexpr int outputSlack = 4096;
+constexpr int matchLength = matchPoints * matchStride;
 constexpr float windowSumFloor = 0.001f;
-
-static_assert (matchPoints * matchStride == synthesisHop);
 
 /** One value for every sample between two frames' starts. */
 using Hop = std::array<float, synthesisHop>;
@@ -59,7 +59,7 @@ int chooseReadPosition (int numSamples, int nominalPosition, int previousPositio
 {
     const auto naturalPosition = previousPosition + synthesisHop;
 
-    if (naturalPosition + synthesisHop > numSamples)
+    if (naturalPosition + matchLength > numSamples)
         return nominalPosition;
 
     const auto low = juce::jmax (nominalPosition, searchRadius) - searchRadius;
@@ -90,21 +90,21 @@ public:
         }
     }
 
-    void beginWith (int readPosition) { fillHop (nullptr, &readPosition, onlyFadeIn); }
-    void crossfade (int from, int to) { fillHop (&from, &to, bothFades); }
-    void endWith (int readPosition) { fillHop (&readPosition, nullptr, onlyFadeOut); }
+    void beginWith (int readPosition) { fillHop ({}, readPosition, onlyFadeIn); }
+    void crossfade (int from, int to) { fillHop (from, to, bothFades); }
+    void endWith (int readPosition) { fillHop (readPosition, {}, onlyFadeOut); }
 
 private:
-    void fillHop (const int* fadingOut, const int* fadingIn, const Hop& windowSum)
+    void fillHop (std::optional<int> fadingOut, std::optional<int> fadingIn, const Hop& windowSum)
     {
-        static constexpr Hop silence{};
+        static constexpr Hop silence {};
         const auto length = juce::jmin (synthesisHop, result.getNumSamples() - position);
 
         for (int channel = 0; length > 0 && channel < input.getNumChannels(); ++channel)
         {
             const auto* const samples = input.getReadPointer (channel);
-            const auto* const outgoing = fadingOut != nullptr ? samples + *fadingOut + synthesisHop : silence.data();
-            const auto* const incoming = fadingIn != nullptr ? samples + *fadingIn : silence.data();
+            const auto* const outgoing = fadingOut ? samples + *fadingOut + synthesisHop : silence.data();
+            const auto* const incoming = fadingIn ? samples + *fadingIn : silence.data();
             auto* const destination = result.getWritePointer (channel, position);
 
             // The sum begins at zero, as that of any number of frames would: two negative zeros make

@@ -43,7 +43,7 @@ struct PipelineConfig
 
     bool stems[numStems] = {};
     bool fullSong = false;
-    juce::String modelName{ "htdemucs" };
+    juce::String modelName { "htdemucs" };
 
     StretchMode stretchMode = StretchMode::TempoOnly;
     AdjustMode adjustMode = AdjustMode::Percentage;

@@ -180,10 +180,10 @@ struct ValueOption
     size_t group;
 };
 
-constexpr ValueOption valueOptions[]{ { "--out", parseFolder, 0 },      { "--stems", parseStems, 1 },
-                                      { "--percent", parsePercent, 2 }, { "--bpm", parseTempos, 2 },
-                                      { "--key", parseKeys, 2 },        { "--rate", parseRate, 3 },
-                                      { "--bits", parseBits, 4 } };
+constexpr ValueOption valueOptions[] { { "--out", parseFolder, 0 },      { "--stems", parseStems, 1 },
+                                       { "--percent", parsePercent, 2 }, { "--bpm", parseTempos, 2 },
+                                       { "--key", parseKeys, 2 },        { "--rate", parseRate, 3 },
+                                       { "--bits", parseBits, 4 } };
 
 const ValueOption* findValueOption (const juce::String& name)
 {
@@ -310,7 +310,7 @@ private:
     const juce::StringArray& arguments;
     int next = 0;
     bool onlySongsFollow = false;
-    std::array<const ValueOption*, std::size (valueOptions)> givenInGroup{};
+    std::array<const ValueOption*, std::size (valueOptions)> givenInGroup {};
 };
 
 } // namespace

@@ -24,7 +24,7 @@ static int terminalWidth()
 #if JUCE_WINDOWS
     return usual;
 #else
-    winsize size{};
+    winsize size {};
     return ioctl (STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
 #endif
 }

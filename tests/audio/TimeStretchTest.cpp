@@ -27,9 +27,9 @@ TEST (TimeStretch, ResultLengthFollowsFramesAndTarget)
         int expected;
     };
 
-    const Case cases[]{ { 4096, 2.0, 6144 },      { 4096, 1.5, 4096 }, { 441000, 2.0, 879616 },
-                        { 441000, 4.0, 1757184 }, { 8192, 0.5, 4096 }, { 441000, 0.25, 110250 },
-                        { 4096, 0.25, 1024 },     { 4096, 0.0001, 1 }, { 4096, 700.0, 2048 * 1024 + 2048 } };
+    const Case cases[] { { 4096, 2.0, 6144 },      { 4096, 1.5, 4096 }, { 441000, 2.0, 879616 },
+                         { 441000, 4.0, 1757184 }, { 8192, 0.5, 4096 }, { 441000, 0.25, 110250 },
+                         { 4096, 0.25, 1024 },     { 4096, 0.0001, 1 }, { 4096, 700.0, 2048 * 1024 + 2048 } };
 
     for (const auto& c : cases)
         EXPECT_EQ (stretch::timeStretch (Buffer (signals::noise (2, c.numSamples)), c.ratio).getNumSamples(),
@@ -72,7 +72,7 @@ TEST (TimeStretch, EveryBackendAgreesWithPlainLoopsToTheBit)
         return buffer;
     };
 
-    const std::pair<const char*, Buffer> inputs[]{
+    const std::pair<const char*, Buffer> inputs[] {
         { "music", loadMusic() },
         { "noise", signals::noise (2, 100001) },
         { "six channels", signals::noise (6, 30011) },

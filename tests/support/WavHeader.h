@@ -41,7 +41,7 @@ struct WavHeader
     {
         const auto raw = number (dataStart + (frame * numChannels + channel) * bitsPerSample / 8, bitsPerSample / 8);
         const auto isNegative = format == 1 && (raw >> (bitsPerSample - 1)) != 0;
-        return static_cast<juce::int64> (raw) - (isNegative ? juce::int64{ 1 } << bitsPerSample : 0);
+        return static_cast<juce::int64> (raw) - (isNegative ? juce::int64 { 1 } << bitsPerSample : 0);
     }
 
     size_t number (size_t at, size_t size) const
