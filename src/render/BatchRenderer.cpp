@@ -45,7 +45,7 @@ void BatchRenderer::startNextSong()
 void BatchRenderer::songFinished (bool success, const juce::String& message)
 {
     runner->waitForThreadToExit (-1);
-    cancelled = cancelled || interrupt::hasCome();
+    const auto isLast = numStarted == commandLine.songs.size();
 
     if (success)
         display.print (message);
@@ -55,7 +55,14 @@ void BatchRenderer::songFinished (bool success, const juce::String& message)
         failures.add (describe (message));
     }
 
-    if (cancelled || numStarted == commandLine.songs.size())
+    // A Ctrl-C that this song was too quick for still means those that follow.
+    if (! cancelled && ! isLast && interrupt::hasCome())
+    {
+        cancelled = true;
+        failures.add ("Cancelled.");
+    }
+
+    if (cancelled || isLast)
         juce::MessageManager::getInstance()->stopDispatchLoop();
     else
         startNextSong();
