@@ -52,28 +52,4 @@ inline bool identical (const Buffer& a, const Buffer& b)
     return true;
 }
 
-/** The period in samples at which a signal is most like itself, by autocorrelation. */
-inline double period (const float* samples, int numSamples, int shortest, int longest)
-{
-    const auto correlation = [&] (int lag)
-    {
-        auto sum = 0.0;
-
-        for (int i = 0; i + longest + 1 < numSamples; ++i)
-            sum += static_cast<double> (samples[i]) * static_cast<double> (samples[i + lag]);
-
-        return sum;
-    };
-
-    auto best = shortest;
-
-    for (int lag = shortest; lag <= longest; ++lag)
-        if (correlation (lag) > correlation (best))
-            best = lag;
-
-    // The top of the parabola through the best lag and its neighbours.
-    const auto before = correlation (best - 1), at = correlation (best), behind = correlation (best + 1);
-    return best + 0.5 * (before - behind) / (before - 2.0 * at + behind);
-}
-
 } // namespace signals
