@@ -34,8 +34,12 @@ class Screen:
         os.close(writing)
         with os.fdopen(reading) as display:
             self.environment = {**environment, "DISPLAY": f":{display.readline().strip()}"}
-        self.manager = subprocess.Popen(["openbox"], env=self.environment, stderr=subprocess.DEVNULL)
-        assert wait_for(lambda: "window id" in self.ask("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"))
+        # A window that asks to be shown before the manager has read its theme is never shown.
+        ready = Path(environment["TMPDIR"]) / "window-manager-is-ready"
+        self.manager = subprocess.Popen(
+            ["openbox", "--startup", f"touch {ready}"], env=self.environment, stderr=subprocess.DEVNULL
+        )
+        assert wait_for(ready.exists), "the window manager did not start"
 
     def close(self) -> None:
         for process in (self.manager, self.server):
