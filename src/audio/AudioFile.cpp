@@ -40,15 +40,22 @@ static juce::int64 samplesHeld (const juce::AudioFormatReader& reader, juce::Aud
 std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats, const juce::File& file)
 {
     // No size is no audio, and no file at all if it is a pipe, which would be waited for in vain.
-    if (file.getSize() == 0 || ! containercheck::isReliable (file))
+    const auto maxSamplesByStructure = file.getSize() > 0 ? containercheck::maxSamples (file) : std::nullopt;
+
+    if (! maxSamplesByStructure)
         return nullptr;
 
     std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (file));
 
-    if (reader == nullptr || reader->numChannels > maxChannels || (isPcm (*reader) && ! canConvertPcm (*reader)))
+    if (reader == nullptr || reader->numChannels > maxChannels)
         return nullptr;
 
-    const auto held = isPcm (*reader) ? samplesHeld (*reader, formats, file) : containercheck::maxFlacSamples (file);
+    const auto pcm = isPcm (*reader);
+
+    if (pcm && ! canConvertPcm (*reader))
+        return nullptr;
+
+    const auto held = pcm ? samplesHeld (*reader, formats, file) : *maxSamplesByStructure;
     reader->lengthInSamples = juce::jlimit (juce::int64 {}, held, reader->lengthInSamples);
     return reader;
 }

@@ -1,14 +1,22 @@
 #include "audio/ContainerCheck.h"
 
+#include <algorithm>
 #include <array>
 #include <limits>
-#include <optional>
 
 namespace containercheck
 {
 
 namespace
 {
+
+/** Four letters that name a file's format or a part of it. They may be any bytes. */
+juce::String readName (juce::InputStream& stream)
+{
+    std::array<char, 4> name {};
+    stream.read (name.data(), 4);
+    return { juce::CharPointer_ASCII (name.data()), 4 };
+}
 
 struct VorbisFormat
 {
@@ -23,10 +31,11 @@ struct VorbisFormat
 */
 std::optional<VorbisFormat> readVorbisFormat (juce::InputStream& stream)
 {
+    constexpr std::array name { 'v', 'o', 'r', 'b', 'i', 's' };
     std::array<char, 11> start {};
 
     if (stream.read (start.data(), static_cast<int> (start.size())) != static_cast<int> (start.size())
-        || juce::String (start.data() + 1, 6) != "vorbis")
+        || ! std::equal (name.begin(), name.end(), start.begin() + 1))
         return {};
 
     const auto numChannels = static_cast<juce::uint8> (stream.readByte());
@@ -43,18 +52,19 @@ bool oggLinksAgree (juce::InputStream& stream)
 
     for (juce::int64 page = 0; ! stream.isExhausted();)
     {
-        std::array<char, 27> header {};
         stream.setPosition (page);
 
-        if (stream.read (header.data(), 27) != 27 || juce::String (header.data(), 4) != "OggS")
+        if (readName (stream) != "OggS")
             return true;
 
+        std::array<char, 23> header {}; // what is left of it
         std::array<juce::uint8, 255> segments {};
-        const auto numSegments = static_cast<juce::uint8> (header[26]);
+        stream.read (header.data(), 23);
+        const auto numSegments = static_cast<juce::uint8> (header[22]);
         stream.read (segments.data(), numSegments);
         const auto body = page + 27 + numSegments;
 
-        if ((header[5] & beginsStream) != 0)
+        if ((header[1] & beginsStream) != 0)
         {
             const auto format = readVorbisFormat (stream);
 
@@ -80,14 +90,13 @@ bool aiffDescribesItsSound (juce::InputStream& stream)
 
     for (juce::int64 chunk = 12; chunk + 8 <= stream.getTotalLength();)
     {
-        std::array<char, 4> name {};
         stream.setPosition (chunk);
-        stream.read (name.data(), 4);
+        const auto name = readName (stream);
         const auto length = static_cast<juce::uint32> (stream.readIntBigEndian());
 
-        if (juce::String (name.data(), 4) == "COMM")
+        if (name == "COMM")
             isDescribed = true;
-        else if (juce::String (name.data(), 4) == "SSND")
+        else if (name == "SSND")
             return isDescribed;
 
         chunk += 8 + static_cast<juce::int64> (length) + (length & 1);
@@ -96,38 +105,35 @@ bool aiffDescribesItsSound (juce::InputStream& stream)
     return false;
 }
 
-juce::String readMagic (juce::InputStream& stream)
+/** A frame has a header, a constant subframe a channel at least, and a checksum. */
+juce::int64 maxFlacSamples (juce::InputStream& stream)
 {
-    std::array<char, 4> magic {};
-    stream.read (magic.data(), 4);
-    return { juce::CharPointer_ASCII (magic.data()), 4 };
+    constexpr auto smallestFrame = 10;
+
+    stream.setPosition (10);
+    const auto maxBlockSize = static_cast<juce::uint16> (stream.readShortBigEndian());
+    return (stream.getTotalLength() / smallestFrame + 1) * maxBlockSize;
 }
 
 } // namespace
 
-bool isReliable (const juce::File& file)
+std::optional<juce::int64> maxSamples (const juce::File& file)
 {
-    juce::FileInputStream stream (file);
-    const auto magic = stream.openedOk() ? readMagic (stream) : juce::String();
-
-    if (magic == "OggS")
-        return oggLinksAgree (stream);
-
-    return magic != "FORM" || aiffDescribesItsSound (stream);
-}
-
-juce::int64 maxFlacSamples (const juce::File& file)
-{
-    constexpr auto smallestFrame = 10; // bytes: header, one constant subframe a channel, checksum
-
+    constexpr auto noBound = std::numeric_limits<juce::int64>::max();
     juce::FileInputStream stream (file);
 
-    if (! stream.openedOk() || readMagic (stream) != "fLaC")
-        return std::numeric_limits<juce::int64>::max();
+    if (! stream.openedOk())
+        return {};
 
-    stream.setPosition (10);
-    const auto maxBlockSize = static_cast<juce::uint16> (stream.readShortBigEndian());
-    return (file.getSize() / smallestFrame + 1) * maxBlockSize;
+    const auto name = readName (stream);
+
+    if (name == "fLaC")
+        return maxFlacSamples (stream);
+
+    if ((name == "OggS" && ! oggLinksAgree (stream)) || (name == "FORM" && ! aiffDescribesItsSound (stream)))
+        return {};
+
+    return noBound;
 }
 
 } // namespace containercheck

@@ -2,20 +2,19 @@
 
 #include <juce_core/juce_core.h>
 
+#include <optional>
+
 /** What a file's own structure says, before a decoder that trusts it is let near. */
 namespace containercheck
 {
 
-/** Whether a decoder can rely on the file's structure.
+/** The most samples per channel that a file can hold, whatever length it claims.
 
-    @returns false for an Ogg file chained of streams that differ in channels or rate, and for an AIFF
-             file that lacks its sound data or has it ahead of its description; true for all others
+    @returns for FLAC what follows from the file's size and its largest block; for other formats no
+             bound. Nothing at all if a decoder cannot rely on the file's structure: an Ogg file chained
+             of streams that differ in channels or rate, an AIFF file that lacks its sound data or has
+             it ahead of its description, a file that cannot be read.
 */
-bool isReliable (const juce::File& file);
-
-/** The most samples per channel that a FLAC file of this size and block size can hold, whatever
-    length it claims. No bound for other formats.
-*/
-juce::int64 maxFlacSamples (const juce::File& file);
+std::optional<juce::int64> maxSamples (const juce::File& file);
 
 } // namespace containercheck

@@ -3,6 +3,7 @@
 #include "audio/LargeBuffer.h"
 #include "audio/MemoryLimit.h"
 #include "audio/Resample.h"
+#include "audio/SimilaritySearch.h"
 
 #include <array>
 #include <cmath>

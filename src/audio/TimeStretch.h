@@ -1,6 +1,6 @@
 #pragma once
 
-#include "audio/SimilaritySearch.h"
+#include "audio/SearchBackend.h"
 
 #include <juce_audio_basics/juce_audio_basics.h>
 
