@@ -2,6 +2,7 @@
 
 #include "JuceCompatibility.h"
 #include "app/MainComponent.h"
+#include "pipeline/PythonBridge.h"
 #include "ui/Theme.h"
 
 class KelvaneApplication::MainWindow : public compat::DocumentWindow
@@ -45,6 +46,7 @@ bool KelvaneApplication::moreThanOneInstanceAllowed()
 
 void KelvaneApplication::initialise (const juce::String&)
 {
+    PythonBridge::enterScriptsDir();
     mainWindow = std::make_unique<MainWindow> (getApplicationName());
 }
 

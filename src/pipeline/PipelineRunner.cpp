@@ -2,6 +2,7 @@
 
 #include "pipeline/ChildNamed.h"
 #include "pipeline/SpeedRatio.h"
+#include "pipeline/TemporaryFolderName.h"
 
 PipelineRunner::PipelineRunner (PipelineConfig configToUse) : juce::Thread ("Kelvane"), config (std::move (configToUse))
 {
@@ -10,11 +11,7 @@ PipelineRunner::PipelineRunner (PipelineConfig configToUse) : juce::Thread ("Kel
 void PipelineRunner::cancel()
 {
     signalThreadShouldExit();
-
-    const juce::ScopedLock lock (childLock);
-
-    if (child != nullptr)
-        child->kill();
+    child.kill();
 }
 
 void PipelineRunner::run()
@@ -62,15 +59,18 @@ bool PipelineRunner::runPipeline (juce::String& message)
     RunState state;
     auto filesWritten = 0;
 
-    if (! findTools (message))
+    if (! findTools (state, message))
         return false;
 
-    state.tempDir = juce::File::getSpecialLocation (juce::File::tempDirectory)
-                        .getChildFile ("Kelvane")
-                        .getChildFile (juce::Uuid().toString());
+    state.tempDir = newTemporaryFolder();
     state.tempDir.createDirectory();
 
-    if (! getSource (state, message) || ! findRatio (state, message))
+    if (! getSource (state, message))
+        return false;
+
+    state.baseName = state.sourceFile.getFileNameWithoutExtension();
+
+    if (! findRatio (state, message) || ! separate (state, message))
         return false;
 
     if (config.fullSong)
@@ -85,24 +85,12 @@ bool PipelineRunner::runPipeline (juce::String& message)
     return true;
 }
 
-bool PipelineRunner::findTools (juce::String& message)
-{
-    const auto wantsBpm = config.adjustMode == AdjustMode::Bpm && config.autoBpm;
-    const auto wantsKey = config.adjustMode == AdjustMode::Key && config.autoKey;
-    const auto wantsDownload = config.useUrl && ! config.cachedAudio.existsAsFile();
-
-    if (! config.wantsStems() && ! wantsBpm && ! wantsKey && ! wantsDownload)
-        return true;
-
-    message = "Downloads, detection and stem separation are not available yet.\n"
-              "Choose a local file, give its tempo or key, and render the full song alone.";
-    return false;
-}
-
 bool PipelineRunner::getSource (RunState& state, juce::String& message)
 {
-    state.sourceFile = config.useUrl ? config.cachedAudio : config.inputFile;
-    state.baseName = state.sourceFile.getFileNameWithoutExtension();
+    if (config.useUrl)
+        return getUrlSource (state, message);
+
+    state.sourceFile = config.inputFile;
 
     if (state.sourceFile.existsAsFile())
         return true;
@@ -125,7 +113,8 @@ bool PipelineRunner::findRatio (RunState& state, juce::String& message)
             break;
 
         case AdjustMode::Key:
-            state.ratio = speedratio::fromKeys (config.fromKey, config.toKey);
+            if (! findKeyRatio (state, message))
+                return false;
             break;
     }
 
@@ -135,7 +124,17 @@ bool PipelineRunner::findRatio (RunState& state, juce::String& message)
 
 bool PipelineRunner::findTempoRatio (RunState& state, juce::String& message)
 {
-    const auto sourceBpm = config.fromBpm;
+    auto sourceBpm = config.fromBpm;
+
+    if (config.autoBpm)
+    {
+        report (0.12, "Detecting source BPM...");
+
+        if (! analyze (state.uv, state.scripts, state.sourceFile, true, false, sourceBpm, nullptr, message))
+            return false;
+
+        state.statusSuffix = " (detected " + juce::String (sourceBpm, 1, false) + " BPM)";
+    }
 
     if (! (sourceBpm > 0.0) || ! (config.toBpm > 0.0))
     {
@@ -144,6 +143,26 @@ bool PipelineRunner::findTempoRatio (RunState& state, juce::String& message)
     }
 
     state.ratio = speedratio::fromTempos (sourceBpm, config.toBpm);
+    return true;
+}
+
+bool PipelineRunner::findKeyRatio (RunState& state, juce::String& message)
+{
+    auto sourceKey = config.fromKey;
+
+    if (config.autoKey)
+    {
+        report (0.12, "Detecting source key...");
+
+        if (auto bpm = 0.0;
+            ! analyze (state.uv, state.scripts, state.sourceFile, false, true, bpm, &sourceKey, message))
+            return false;
+
+        const auto* const name = PipelineConfig::keyNames[static_cast<size_t> (sourceKey)];
+        state.statusSuffix = " (detected key: " + juce::String (name) + ")";
+    }
+
+    state.ratio = speedratio::fromKeys (sourceKey, config.toKey);
     return true;
 }
 

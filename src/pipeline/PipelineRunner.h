@@ -1,12 +1,13 @@
 #pragma once
 
+#include "pipeline/ChildSlot.h"
 #include "pipeline/PipelineConfig.h"
 #include "pipeline/StemRenderer.h"
+#include "pipeline/WorkerOutput.h"
 
 #include <juce_events/juce_events.h>
 
 #include <functional>
-#include <memory>
 
 /** The background thread of one run, from the source audio to the finished files.
 
@@ -35,6 +36,8 @@ private:
     /** What the stages of a run hand on to each other. */
     struct RunState
     {
+        juce::File uv; /**< this and scripts are default Files in a run without workers */
+        juce::File scripts;
         juce::File tempDir;
         juce::File sourceFile;
         juce::String baseName;
@@ -50,15 +53,32 @@ private:
         with message left alone if the run was cancelled.
     */
     bool runPipeline (juce::String& message);
-    bool findTools (juce::String& message);
+    bool findTools (RunState& state, juce::String& message);
     bool getSource (RunState& state, juce::String& message);
+    bool getUrlSource (RunState& state, juce::String& message);
     bool findRatio (RunState& state, juce::String& message);
     bool findTempoRatio (RunState& state, juce::String& message);
+    bool findKeyRatio (RunState& state, juce::String& message);
+    bool separate (RunState& state, juce::String& message);
     bool makeOutputFolder (RunState& state, juce::String& message);
     bool render (const RunState& state, int& filesWritten, juce::String& message);
 
-    const PipelineConfig config;
+    /** Runs one worker to its end, or until the run is cancelled.
+        @param args    the executable and its arguments
+        @param onLine  called with each line that the worker prints; may be empty
+    */
+    ScriptResult runScript (const juce::StringArray& args, LineCallback onLine);
 
-    juce::CriticalSection childLock; /**< held to replace, empty or kill through child; never while reading */
-    std::unique_ptr<juce::ChildProcess> child;
+    /** Has analyze.py detect what is wanted. What is not wanted is left alone, and key may be null.
+        @param key  receives an index into PipelineConfig::keyNames
+    */
+    bool analyze (const juce::File& uv, const juce::File& scripts, const juce::File& audio, bool wantBpm, bool wantKey,
+                  double& bpm, int* key, juce::String& message);
+
+    bool needsDownload() const;
+    bool detectsBpm() const;
+    bool detectsKey() const;
+
+    const PipelineConfig config;
+    ChildSlot child;
 };

@@ -1,0 +1,119 @@
+#include "pipeline/AnalysisRunner.h"
+
+#include "pipeline/Detection.h"
+#include "pipeline/PythonBridge.h"
+#include "pipeline/WorkerOutput.h"
+
+/** The end of a worker's raw output, without the blanks with which it fills the lines that are to be seen at once. */
+static juce::String quoteTail (const juce::String& output)
+{
+    auto lines = juce::StringArray::fromLines (output);
+    lines.trim();
+    lines.removeEmptyStrings();
+    return tailOf (lines.joinIntoString ("\n"), maxQuotedChars);
+}
+
+AnalysisRunner::AnalysisRunner (juce::File audioFileToUse)
+    : juce::Thread ("KelvaneAnalysis"), audioFile (std::move (audioFileToUse))
+{
+}
+
+AnalysisRunner::AnalysisRunner (juce::String urlToUse, juce::File downloadFolderToUse)
+    : juce::Thread ("KelvaneAnalysis"), url (std::move (urlToUse)), downloadFolder (std::move (downloadFolderToUse))
+{
+}
+
+void AnalysisRunner::cancel()
+{
+    signalThreadShouldExit();
+    child.kill();
+}
+
+void AnalysisRunner::run()
+{
+    const auto outcome = findOutcome();
+
+    if (threadShouldExit())
+        return;
+
+    juce::MessageManager::callAsync (
+        [callback = onFinished, outcome]
+        {
+            if (callback != nullptr)
+                callback (outcome.success, outcome.bpm, outcome.key, outcome.download, outcome.error);
+        });
+}
+
+AnalysisRunner::Outcome AnalysisRunner::findOutcome()
+{
+    const auto uv = PythonBridge::findUv();
+    const auto scripts = PythonBridge::scriptsDir();
+    Outcome outcome;
+
+    if (uv == juce::File())
+        outcome.error = PythonBridge::uvNotFound;
+    else if (scripts == juce::File())
+        outcome.error = PythonBridge::scriptsNotFound;
+    else if (url.isEmpty())
+        analyze (uv, scripts, audioFile, outcome);
+    else if (download (uv, scripts, outcome))
+        analyze (uv, scripts, outcome.download, outcome);
+
+    return outcome;
+}
+
+bool AnalysisRunner::download (const juce::File& uv, const juce::File& scripts, Outcome& outcome)
+{
+    downloadFolder.createDirectory();
+
+    juce::String output;
+    const auto succeeded =
+        runScriptCapture ({ uv.getFullPathName(), "run", scripts.getChildFile ("yt2wav.py").getFullPathName(), url,
+                            downloadFolder.getFullPathName() },
+                          output);
+    const auto path = findMarker (output, "WAV_PATH::");
+
+    if (succeeded && juce::File::isAbsolutePath (path) && juce::File (path).existsAsFile())
+    {
+        outcome.download = juce::File (path);
+        return true;
+    }
+
+    outcome.error = "YouTube download failed. Check the URL and your connection.\n\n" + quoteTail (output);
+    return false;
+}
+
+void AnalysisRunner::analyze (const juce::File& uv, const juce::File& scripts, const juce::File& audio,
+                              Outcome& outcome)
+{
+    juce::String output;
+    const auto succeeded =
+        runScriptCapture ({ uv.getFullPathName(), "run", scripts.getChildFile ("analyze.py").getFullPathName(),
+                            audio.getFullPathName(), "--bpm", "--key" },
+                          output);
+    const auto value = findMarker (output, "RESULT::");
+
+    if (! succeeded || value.isEmpty())
+    {
+        outcome.error = "Analysis failed.\n\n" + quoteTail (output);
+        return;
+    }
+
+    const auto detection = Detection::fromJson (value);
+    outcome.bpm = detection.bpm;
+    outcome.key = detection.key;
+    outcome.success = true;
+}
+
+bool AnalysisRunner::runScriptCapture (const juce::StringArray& args, juce::String& output)
+{
+    auto* const process = child.start (args);
+
+    if (process == nullptr)
+        return false;
+
+    output = process->readAllProcessOutput();
+    const auto succeeded = ! threadShouldExit() && process->getExitCode() == 0;
+    child.empty();
+    return succeeded;
+}

@@ -1,0 +1,216 @@
+// The stages of a run that start a worker.
+
+#include "pipeline/Detection.h"
+#include "pipeline/PipelineRunner.h"
+#include "pipeline/PythonBridge.h"
+#include "pipeline/WorkerProgress.h"
+
+#include <array>
+
+bool PipelineRunner::needsDownload() const
+{
+    return config.useUrl && ! config.cachedAudio.existsAsFile();
+}
+
+bool PipelineRunner::detectsBpm() const
+{
+    return config.adjustMode == AdjustMode::Bpm && config.autoBpm;
+}
+
+bool PipelineRunner::detectsKey() const
+{
+    return config.adjustMode == AdjustMode::Key && config.autoKey;
+}
+
+bool PipelineRunner::findTools (RunState& state, juce::String& message)
+{
+    if (! needsDownload() && ! config.wantsStems() && ! detectsBpm() && ! detectsKey())
+        return true;
+
+    state.uv = PythonBridge::findUv();
+
+    if (state.uv == juce::File())
+    {
+        message = PythonBridge::uvNotFound;
+        return false;
+    }
+
+    state.scripts = PythonBridge::scriptsDir();
+
+    if (state.scripts == juce::File())
+    {
+        message = PythonBridge::scriptsNotFound;
+        return false;
+    }
+
+    return true;
+}
+
+bool PipelineRunner::getUrlSource (RunState& state, juce::String& message)
+{
+    if (! needsDownload())
+    {
+        report (0.05, "Reusing audio downloaded during analysis...");
+        state.sourceFile = config.cachedAudio;
+        return true;
+    }
+
+    report (0.02, "Downloading YouTube audio (first run may take longer while uv sets up)...");
+
+    const auto result =
+        runScript ({ state.uv.getFullPathName(), "run", state.scripts.getChildFile ("yt2wav.py").getFullPathName(),
+                     config.url, state.tempDir.getChildFile ("download").getFullPathName() },
+                   [this] (const juce::String& line)
+                   {
+                       if (const auto status = workerprogress::readDownloadLine (line))
+                           report (0.05, "Downloading... " + *status);
+                   });
+
+    if (threadShouldExit())
+        return false;
+
+    const auto path = findMarker (result.output, "WAV_PATH::");
+
+    if (result.succeeded() && juce::File::isAbsolutePath (path) && juce::File (path).existsAsFile())
+    {
+        state.sourceFile = juce::File (path);
+        return true;
+    }
+
+    message =
+        "YouTube download failed. Check the URL and your connection.\n\n" + tailOf (result.output, maxQuotedChars);
+    return false;
+}
+
+bool PipelineRunner::analyze (const juce::File& uv, const juce::File& scripts, const juce::File& audio, bool wantBpm,
+                              bool wantKey, double& bpm, int* key, juce::String& message)
+{
+    juce::StringArray args { uv.getFullPathName(), "run", scripts.getChildFile ("analyze.py").getFullPathName(),
+                             audio.getFullPathName() };
+
+    if (wantBpm)
+        args.add ("--bpm");
+
+    if (wantKey)
+        args.add ("--key");
+
+    const auto result = runScript (args, {});
+
+    if (threadShouldExit())
+        return false;
+
+    const auto value = findMarker (result.output, "RESULT::");
+
+    if (! result.succeeded() || value.isEmpty())
+    {
+        message = "Auto-detection failed.\n\n" + tailOf (result.output, maxQuotedChars);
+        return false;
+    }
+
+    const auto detection = Detection::fromJson (value);
+
+    if (wantBpm)
+        bpm = detection.bpm;
+
+    if (wantKey && key != nullptr)
+        *key = detection.key;
+
+    return true;
+}
+
+bool PipelineRunner::separate (RunState& state, juce::String& message)
+{
+    if (! config.wantsStems())
+        return true;
+
+    juce::StringArray names;
+
+    for (size_t i = 0; i < PipelineConfig::numStems; ++i)
+        if (config.stems[i])
+            names.add (PipelineConfig::stemNames[i]);
+
+    const auto folder = state.tempDir.getChildFile ("stems");
+    folder.createDirectory();
+
+    report (0.16, "Separating stems with " + config.modelName + " (first run downloads the model)...");
+
+    const auto result = runScript (
+        { state.uv.getFullPathName(), "run", state.scripts.getChildFile ("separate.py").getFullPathName(),
+          state.sourceFile.getFullPathName(), folder.getFullPathName(), "--model", config.modelName, "--stems",
+          names.joinIntoString (",") },
+        [this] (const juce::String& line)
+        {
+            if (const auto percentage = workerprogress::readSeparationLine (line))
+                report (*percentage * 0.5 / 100.0 + 0.16, "Separating stems... " + juce::String (*percentage) + "%");
+        });
+
+    if (threadShouldExit())
+        return false;
+
+    if (! result.succeeded())
+    {
+        message = "Stem separation failed.\n\n" + tailOf (result.output, maxQuotedChars);
+        return false;
+    }
+
+    for (const auto& name : names)
+    {
+        const auto file = folder.getChildFile (name + ".wav");
+
+        if (! file.existsAsFile())
+        {
+            message =
+                "Separation did not produce the '" + name + "' stem.\n\n" + tailOf (result.output, maxQuotedChars);
+            return false;
+        }
+
+        state.stemFiles.emplace_back (name, file);
+    }
+
+    return true;
+}
+
+ScriptResult PipelineRunner::runScript (const juce::StringArray& args, LineCallback onLine)
+{
+    ScriptResult result;
+    auto* const process = child.start (args);
+
+    if (process == nullptr)
+        return result;
+
+    result.started = true;
+    std::string pending;
+    std::array<char, 8192> buffer;
+
+    const auto readOnce = [&]
+    {
+        const auto numBytes = process->readProcessOutput (buffer.data(), static_cast<int> (buffer.size()));
+
+        if (numBytes < 1)
+            return false;
+
+        pending.append (buffer.data(), static_cast<size_t> (numBytes));
+        splitLines (pending, result.output, onLine, false);
+        return true;
+    };
+
+    while (process->isRunning() && ! threadShouldExit())
+        readOnce();
+
+    if (! threadShouldExit())
+    {
+        while (readOnce())
+        {
+        }
+
+        splitLines (pending, result.output, onLine, true);
+        result.exitCode = static_cast<int> (process->getExitCode());
+    }
+
+    // A cancel that came before the process was started has not reached it.
+    if (threadShouldExit())
+        child.kill();
+
+    child.empty();
+    return result;
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <juce_core/juce_core.h>
+
+/** Finds what the Python workers need. Nothing is cached: every run looks again. */
+namespace PythonBridge
+{
+
+/** The executable that starts the workers: what the environment variable KELVANE_UV names, or the first found in the
+    usual places and by the system's own look-up; a default File if there is none.
+*/
+juce::File findUv();
+
+/** The folder of the worker scripts: in the application's bundle, beside the application, or in the source tree that
+    it was built from; a default File if there is none.
+*/
+juce::File scriptsDir();
+
+/** Makes that folder the program's working folder, which the workers inherit: uv obeys configuration that it finds
+    in its working folder or above, and a user may start the program in a project that has some.
+*/
+void enterScriptsDir();
+
+/** The texts for the user when one of the two is not found. */
+extern const char* const uvNotFound;
+extern const char* const scriptsNotFound;
+
+} // namespace PythonBridge

@@ -1,0 +1,55 @@
+#include "pipeline/WorkerOutput.h"
+
+#include <string_view>
+#include <utility>
+
+static void deliver (std::string_view bytes, juce::String& output, const LineCallback& onLine)
+{
+    // Not String::fromUTF8, which trusts what it is given to be valid.
+    const auto line = juce::String::createStringFromData (bytes.data(), static_cast<int> (bytes.size())).trim();
+
+    if (line.isEmpty())
+        return;
+
+    output << line << "\n";
+
+    if (onLine != nullptr)
+        onLine (line);
+}
+
+void splitLines (std::string& pending, juce::String& output, const LineCallback& onLine, bool flush)
+{
+    std::string_view rest (pending);
+
+    for (auto end = rest.find_first_of ("\n\r"); end != std::string_view::npos; end = rest.find_first_of ("\n\r"))
+    {
+        deliver (rest.substr (0, end), output, onLine);
+        rest.remove_prefix (end + 1);
+    }
+
+    if (flush)
+        deliver (std::exchange (rest, {}), output, onLine);
+
+    pending = std::string (rest);
+}
+
+juce::String findMarker (const juce::String& text, const juce::String& marker)
+{
+    const auto lines = juce::StringArray::fromLines (text);
+
+    for (auto i = lines.size(); --i >= 0;)
+        if (const auto found = lines[i].indexOf (marker); found >= 0)
+            return lines[i].substring (found + marker.length()).trim();
+
+    return {};
+}
+
+juce::String tailOf (const juce::String& text, int maxChars)
+{
+    const auto trimmed = text.trim();
+
+    if (trimmed.length() <= maxChars)
+        return trimmed;
+
+    return "..." + trimmed.getLastCharacters (maxChars);
+}

@@ -1,0 +1,157 @@
+#include "pipeline/AnalysisRunner.h"
+
+#include "pipeline/PythonBridge.h"
+#include "support/StandInUv.h"
+#include "support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+class AnalysisRunnerTest : public testing::Test
+{
+protected:
+    AnalysisRunnerTest()
+    {
+        uv.getFile ("song.wav").replaceWithText ("any file");
+        uv.setWorker ("yt2wav.py", "cp song.wav \"$4/A Title.wav\" && echo \"WAV_PATH::$4/A Title.wav\"");
+        uv.setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": 112.04, \"key_index\": 2}'");
+    }
+
+    void start (std::unique_ptr<AnalysisRunner> newRunner)
+    {
+        runner = std::move (newRunner);
+        numCalls = 0;
+        runner->onFinished = [this] (bool s, double b, int k, const juce::File& d, const juce::String& e)
+        {
+            EXPECT_TRUE (juce::MessageManager::getInstance()->isThisTheMessageThread());
+            ++numCalls;
+            success = s;
+            bpm = b;
+            key = k;
+            download = d;
+            error = e;
+        };
+        ASSERT_TRUE (runner->startThread());
+    }
+
+    void waitForEnd()
+    {
+        ASSERT_TRUE (runner->waitForThreadToExit (60000));
+
+        juce::WaitableEvent queueIsEmpty;
+        juce::MessageManager::callAsync ([&] { queueIsEmpty.signal(); });
+        ASSERT_TRUE (queueIsEmpty.wait (60000));
+    }
+
+    void analyzeFile()
+    {
+        start (std::make_unique<AnalysisRunner> (uv.getFile ("song.wav")));
+        waitForEnd();
+        EXPECT_EQ (numCalls, 1);
+    }
+
+    void analyzeUrl()
+    {
+        start (std::make_unique<AnalysisRunner> ("https://example.org/a song", downloads));
+        waitForEnd();
+        EXPECT_EQ (numCalls, 1);
+    }
+
+    TemporaryFolder folder;
+    StandInUv uv { folder.getChild ("stand-in uv") };
+    const juce::File downloads = folder.getChild ("new/downloads");
+    std::unique_ptr<AnalysisRunner> runner;
+    int numCalls = 0, key = -1;
+    bool success = false;
+    double bpm = -1.0;
+    juce::File download;
+    juce::String error;
+};
+
+TEST_F (AnalysisRunnerTest, TellsTempoAndKey)
+{
+    struct Case
+    {
+        const char* result;
+        double bpm;
+        int key;
+    };
+
+    for (const auto& [result, expectedBpm, expectedKey] : std::initializer_list<Case> {
+             { "{\"bpm\": 112.04, \"key_index\": 2}", 112.04, 2 },
+             { "{\"bpm\": \"87.5\", \"key_index\": 12}", 87.5, 11 },
+             { "{\"key_index\": -1}", 0.0, 0 },
+             { "not JSON", 0.0, 0 },
+         })
+    {
+        uv.setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": 1}'; echo 'x RESULT:: " + juce::String (result)
+                                        + "'; printf '\\377 noise\\n%9000s'");
+        analyzeFile();
+        EXPECT_TRUE (success);
+        EXPECT_EQ (bpm, expectedBpm) << result;
+        EXPECT_EQ (key, expectedKey) << result;
+        EXPECT_EQ (download, juce::File());
+        EXPECT_EQ (error, "");
+    }
+
+    EXPECT_EQ (uv.getArguments ("analyze.py").joinIntoString ("|"),
+               "run|" + PythonBridge::scriptsDir().getChildFile ("analyze.py").getFullPathName() + "|"
+                   + uv.getFile ("song.wav").getFullPathName() + "|--bpm|--key");
+}
+
+TEST_F (AnalysisRunnerTest, ADownloadIsHandedOverEvenIfItsAnalysisFails)
+{
+    analyzeUrl();
+    EXPECT_TRUE (success) << error;
+    EXPECT_EQ (download, downloads.getChildFile ("A Title.wav"));
+    EXPECT_EQ (uv.getArguments ("yt2wav.py").joinIntoString ("|"),
+               "run|" + PythonBridge::scriptsDir().getChildFile ("yt2wav.py").getFullPathName()
+                   + "|https://example.org/a song|" + downloads.getFullPathName());
+
+    uv.setWorker ("analyze.py", "printf 'Looking\\n%8192s\\nThe song is silent.\\n'; exit 1");
+    analyzeUrl();
+    EXPECT_FALSE (success);
+    EXPECT_EQ (error, "Analysis failed.\n\nLooking\nThe song is silent.");
+    EXPECT_EQ (bpm, 0.0);
+    EXPECT_EQ (key, 0);
+    EXPECT_TRUE (download.existsAsFile());
+}
+
+TEST_F (AnalysisRunnerTest, FailuresQuoteTheWorker)
+{
+    const juce::String downloadFailed = "YouTube download failed. Check the URL and your connection.\n\n";
+
+    for (const auto& [body, tail] : { std::pair ("echo why; exit 1", "why"),
+                                      { "echo WAV_PATH::/nowhere.wav", "WAV_PATH::/nowhere.wav" },
+                                      { "kill -9 $$", "" } })
+    {
+        uv.setWorker ("yt2wav.py", body);
+        analyzeUrl();
+        EXPECT_FALSE (success);
+        EXPECT_EQ (error, downloadFailed + tail);
+        EXPECT_EQ (download, juce::File());
+    }
+
+    uv.setWorker ("analyze.py", "kill -9 $$");
+    analyzeFile();
+    EXPECT_EQ (error, "Analysis failed.\n\n");
+}
+
+TEST_F (AnalysisRunnerTest, ACancelKillsTheWorkerAndNothingIsDelivered)
+{
+    for (const auto* worker : { "analyze.py", "yt2wav.py" })
+    {
+        const auto pidFile = uv.getFile ("pid");
+        pidFile.deleteFile();
+        uv.setWorker (worker, "echo $$ > pid.new; mv pid.new pid; exec sleep 1000");
+        start (std::make_unique<AnalysisRunner> ("https://example.org/", downloads));
+
+        // The download, which comes first, still succeeds in the first round.
+        while (! pidFile.exists() && runner->isThreadRunning())
+            juce::Thread::sleep (5);
+
+        runner->cancel();
+        waitForEnd();
+        EXPECT_EQ (numCalls, 0);
+        EXPECT_FALSE (juce::File ("/proc/" + pidFile.loadFileAsString().trim()).exists()) << worker;
+    }
+}
