@@ -12,10 +12,12 @@ namespace
 
 constexpr auto usage =
     "Usage: kelvane-render SONG [SONG...] --out DIR [--stems drums,bass,vocals,other] [--full-song]\n"
-    "           [--percent P | --bpm FROM:TO | --key FROM:TO] [--resample] [--rate HZ] [--bits 16|24|32]\n";
+    "           [--percent P | --bpm FROM:TO | --key FROM:TO] [--resample] [--rate HZ] [--bits 16|24|32]\n"
+    "       kelvane-render SONG [SONG...] --analyze\n";
 
 constexpr auto details = R"(
-Renders each song with its tempo or key changed, as 'SONG - Stems' under DIR.
+Renders each song with its tempo or key changed, as 'SONG - Stems' under DIR. A SONG is a file, or the
+URL of a video (https://...), which is downloaded.
 
   --out DIR            the folder for the results; made if it is not there
   --stems LIST         the stems to render: drums, bass, vocals, other, joined by commas
@@ -32,10 +34,13 @@ Renders each song with its tempo or key changed, as 'SONG - Stems' under DIR.
   --rate HZ            sample rate of the results, 8000 to 384000; the source's if not given
   --bits 16|24|32      depth of the results, 24 if not given; 32 is floating point
 
+  --analyze            render nothing; print each song's tempo and key, as a line of JSON with song,
+                       bpm, key_index (0 is C, 11 is B) and key
+
   --help, --version    print this text, or the version
   --                   what follows is a song, even if it begins with a dash
 
-Exit status: 0 all songs rendered, 1 a song failed, 2 wrong usage, 130 cancelled with Ctrl-C.
+Exit status: 0 all went well, 1 a song failed, 2 wrong usage, 130 cancelled with Ctrl-C.
 )";
 
 /** A number as a person writes it: nothing before or behind it, and neither infinity nor NaN. */
@@ -192,6 +197,12 @@ const ValueOption* findValueOption (const juce::String& name)
     return found != std::end (valueOptions) ? found : nullptr;
 }
 
+Song parseSong (const juce::String& text)
+{
+    const auto isUrl = text.startsWithIgnoreCase ("http://") || text.startsWithIgnoreCase ("https://");
+    return isUrl ? Song { {}, text } : Song { resolvePath (text), {} };
+}
+
 bool haveSameName (const juce::File& a, const juce::File& b)
 {
     const auto nameA = a.getFileNameWithoutExtension();
@@ -199,13 +210,17 @@ bool haveSameName (const juce::File& a, const juce::File& b)
     return juce::File::areFileNamesCaseSensitive() ? nameA == nameB : nameA.equalsIgnoreCase (nameB);
 }
 
-/** Two songs of one name would be written over each other. */
-juce::String checkNames (const std::vector<juce::File>& songs)
+bool wouldOverwriteEachOther (const Song& a, const Song& b)
+{
+    return ! a.isUrl() && ! b.isUrl() && a.file != b.file && haveSameName (a.file, b.file);
+}
+
+juce::String checkNames (const std::vector<Song>& songs)
 {
     for (size_t i = 0; i < songs.size(); ++i)
         for (size_t j = 0; j < i; ++j)
-            if (songs[i] != songs[j] && haveSameName (songs[i], songs[j]))
-                return "'" + songs[j].getFullPathName() + "' and '" + songs[i].getFullPathName()
+            if (wouldOverwriteEachOther (songs[j], songs[i]))
+                return "'" + songs[j].file.getFullPathName() + "' and '" + songs[i].file.getFullPathName()
                        + "' would be written to the same files. Render them into different folders.";
 
     return {};
@@ -222,7 +237,7 @@ public:
 
     juce::String parse()
     {
-        while (next < arguments.size() && result.action == CommandLine::Action::render)
+        while (next < arguments.size() && ! isDone())
         {
             const auto error = parseArgument (arguments[next++]);
 
@@ -230,10 +245,16 @@ public:
                 return error;
         }
 
-        return result.action == CommandLine::Action::render ? complete() : juce::String();
+        return isDone() ? juce::String() : complete();
     }
 
 private:
+    /** Whoever asks for the help or the version wants nothing else. */
+    bool isDone() const
+    {
+        return result.action == CommandLine::Action::showHelp || result.action == CommandLine::Action::showVersion;
+    }
+
     juce::String parseArgument (const juce::String& argument)
     {
         if (onlySongsFollow || ! argument.startsWithChar ('-'))
@@ -241,7 +262,7 @@ private:
             if (argument.isEmpty())
                 return "A song's name is empty.";
 
-            result.songs.push_back (resolvePath (argument));
+            result.songs.push_back (parseSong (argument));
             return {};
         }
 
@@ -278,6 +299,8 @@ private:
             result.settings.fullSong = true;
         else if (argument == "--resample")
             result.settings.stretchMode = StretchMode::TempoAndPitch;
+        else if (argument == "--analyze")
+            result.action = CommandLine::Action::analyze;
         else if (argument == "--help")
             result.action = CommandLine::Action::showHelp;
         else if (argument == "--version")
@@ -292,13 +315,31 @@ private:
 
     juce::String complete()
     {
+        if (result.songs.empty())
+            return "No song is given.";
+
+        return result.action == CommandLine::Action::analyze ? checkNothingIsRendered() : completeSettings();
+    }
+
+    juce::String checkNothingIsRendered() const
+    {
+        const auto found = std::find_if (givenInGroup.begin(), givenInGroup.end(),
+                                         [] (const ValueOption* option) { return option != nullptr; });
+        const auto& settings = result.settings;
+        const auto* const option = found != givenInGroup.end()                          ? (*found)->name
+                                   : settings.fullSong                                  ? "--full-song"
+                                   : settings.stretchMode == StretchMode::TempoAndPitch ? "--resample"
+                                                                                        : nullptr;
+
+        return option != nullptr ? juce::String ("--analyze and ") + option + " exclude each other." : juce::String();
+    }
+
+    juce::String completeSettings()
+    {
         auto& settings = result.settings;
 
         if (! settings.wantsStems() && ! settings.fullSong)
             std::fill (std::begin (settings.stems), std::end (settings.stems), true);
-
-        if (result.songs.empty())
-            return "No song is given.";
 
         if (settings.outputDir == juce::File())
             return "No folder for the results is given: --out is missing.";

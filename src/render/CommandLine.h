@@ -1,6 +1,7 @@
 #pragma once
 
 #include "pipeline/PipelineConfig.h"
+#include "render/Song.h"
 
 #include <vector>
 
@@ -10,6 +11,7 @@ struct CommandLine
     enum class Action
     {
         render,
+        analyze,
         showHelp,
         showVersion
     };
@@ -24,6 +26,6 @@ struct CommandLine
     static juce::String getHelp();
 
     Action action = Action::render;
-    std::vector<juce::File> songs;
+    std::vector<Song> songs;
     PipelineConfig settings; /**< complete but for the source */
 };

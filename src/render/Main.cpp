@@ -1,4 +1,6 @@
+#include "pipeline/PythonBridge.h"
 #include "pipeline/RunChecks.h"
+#include "render/BatchAnalyzer.h"
 #include "render/BatchRenderer.h"
 #include "render/CommandLine.h"
 #include "render/ExitStatus.h"
@@ -15,8 +17,16 @@ static int renderSongs (const CommandLine& commandLine)
         return exitstatus::runFailed;
     }
 
+    PythonBridge::enterScriptsDir();
     const juce::ScopedJuceInitialiser_GUI messageLoop;
     return BatchRenderer (commandLine).run();
+}
+
+static int analyzeSongs (const CommandLine& commandLine)
+{
+    PythonBridge::enterScriptsDir();
+    const juce::ScopedJuceInitialiser_GUI messageLoop;
+    return BatchAnalyzer (commandLine.songs).run();
 }
 
 /** @returns false if an argument is no valid text, and so can name no file that could be found again */
@@ -75,9 +85,12 @@ int main (int argc, char* argv[])
             std::cout << "kelvane-render " KELVANE_VERSION << std::endl;
             return exitstatus::success;
 
+        case CommandLine::Action::analyze:
+            return analyzeSongs (commandLine);
+
         case CommandLine::Action::render:
-            break;
+            return renderSongs (commandLine);
     }
 
-    return renderSongs (commandLine);
+    return exitstatus::wrongUsage;
 }
