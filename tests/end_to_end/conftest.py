@@ -2,7 +2,6 @@
 
 import os
 import subprocess
-import wave
 from collections.abc import Callable
 from pathlib import Path
 
@@ -10,7 +9,6 @@ import numpy as np
 import pytest
 
 RENDER = os.environ["KELVANE_RENDER"]
-DEMO_SONG = Path(__file__).parents[2] / "Resources" / "demo" / "kelvane-demo.ogg"
 
 Run = Callable[..., subprocess.CompletedProcess[str]]
 
@@ -42,16 +40,6 @@ def render(tmp_path: Path, environment: dict[str, str]) -> Run:
         return result
 
     return run
-
-
-def write_wav(path: Path, samples: np.ndarray, rate: int) -> Path:
-    """Writes floats of shape (frames, channels) as 16-bit WAV."""
-    with wave.open(str(path), "wb") as file:
-        file.setnchannels(samples.shape[1])
-        file.setsampwidth(2)
-        file.setframerate(rate)
-        file.writeframes((samples * 32767).astype("<i2").tobytes())
-    return path
 
 
 def read_wav(path: Path) -> tuple[np.ndarray, int]:

@@ -5,7 +5,9 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from conftest import DEMO_SONG, Run, read_wav, rendered, write_wav
+from conftest import Run, read_wav, rendered
+from wav import write_wav
+from workers import DEMO_SONG
 
 RATE = 44100
 TONE = 440.0

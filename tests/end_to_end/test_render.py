@@ -10,7 +10,9 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from conftest import DEMO_SONG, RENDER, Run, read_wav, rendered, write_wav
+from conftest import RENDER, Run, read_wav, rendered
+from wav import write_wav
+from workers import DEMO_SONG
 
 NOISE = np.random.default_rng(7).uniform(-0.5, 0.5, (20000, 2))
 
@@ -52,6 +54,8 @@ def song(tmp_path: Path) -> Path:
             "--stems takes drums, bass, vocals and other, joined by commas, not 'drums,piano'.",
         ),
         (["song.wav", "--out", "out", "--stems", ""], "--stems names no stem."),
+        (["song.wav", "--analyze", "--out", "out"], "--analyze and --out exclude each other."),
+        (["song.wav", "--full-song", "--analyze"], "--analyze and --full-song exclude each other."),
     ],
     ids=lambda value: value if isinstance(value, str) else "",
 )
@@ -240,9 +244,3 @@ def test_ctrl_c_cancels(tmp_path: Path, environment: dict[str, str]) -> None:
     assert len(outputs) < len(songs)
     for path in outputs:
         assert subprocess.run(["soxi", "-s", path], capture_output=True, text=True).stdout.strip() != "0"
-
-
-def test_workers_are_refused_until_they_exist(render: Run, song: Path) -> None:
-    result = render(song, "--out", "out")
-    assert result.returncode == 1
-    assert "Downloads, detection and stem separation are not available yet.\n" in result.stderr

@@ -1,0 +1,201 @@
+"""What the workers share: how they start and end, how they print, and how they decode audio."""
+
+import ctypes
+import errno
+import os
+import select
+import signal
+import sys
+import threading
+from collections.abc import Callable, Iterator
+from typing import TYPE_CHECKING, NoReturn
+
+if TYPE_CHECKING:
+    import av
+    import numpy as np
+    from av.container import InputContainer
+
+# The program reads blocks of this many bytes, and sees no line before a block is full.
+_BLOCK_SIZE = 8192
+
+
+class WorkerError(Exception):
+    """A failure that a user can understand: its text is one plain sentence, which says what to do."""
+
+
+def run(main: Callable[[list[str]], None]) -> NoReturn:
+    """Calls main with the arguments behind the script's name and ends the process.
+
+    The exit status is 0, or 1 if main has raised; the last line printed is then one plain sentence.
+    """
+    for stream in (sys.stdout, sys.stderr):
+        stream.reconfigure(encoding="utf-8", errors="replace")  # type: ignore[union-attr]
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+    _end_with_parent()
+
+    try:
+        main(sys.argv[1:])
+    except WorkerError as error:
+        _end(1, str(error))
+    except MemoryError:
+        _end(1, "There is not enough memory for this song: close other programs and try again.")
+    except OSError as error:
+        if error.errno == errno.ENOSPC:
+            _end(1, "The disk is full: free some space and try again.")
+        _end(1, f"{error.filename or 'The system'} says: {error.strerror or error}.")
+    except Exception as error:  # the last line has to be a sentence, whatever has gone wrong
+        reason = " ".join(str(error).split())[:300]
+        _end(1, f"Something unexpected went wrong ({type(error).__name__}: {reason}).")
+    _end(0)
+
+
+def _end(status: int, last_line: str = "") -> NoReturn:
+    """Ends at once: what libraries do at exit could take long, or print behind the last line."""
+    try:
+        if last_line:
+            print(last_line)
+        sys.stdout.flush()
+        sys.stderr.flush()
+    finally:
+        os._exit(status)
+
+
+def say(line: str) -> None:
+    """Prints a line that the program shall show at once: the blank line behind it fills the program's block."""
+    padding = "" if sys.stdout.isatty() else " " * _BLOCK_SIZE + "\n"
+    print(line + "\n" + padding, end="", flush=True)
+
+
+# A worker that is cancelled gets no warning. The program kills uv alone, whose child this process is.
+
+
+def _end_with_parent() -> None:
+    """Makes this process end when the one that has started it ends, or when nobody reads its output any more."""
+    parent = os.getppid()
+    die_with_parent()
+    wait = _wait_for_windows_parent if sys.platform == "win32" else _wait_for_posix_parent
+
+    def watch() -> None:
+        wait(parent)
+        os._exit(1)
+
+    threading.Thread(target=watch, daemon=True).start()
+
+
+def die_with_parent() -> None:
+    """Has Linux kill this process, even in the middle of a library's loop, when its parent ends; else does nothing.
+
+    Children do not inherit this: give it to them as their preexec_fn.
+    """
+    if _prctl is not None:
+        set_parent_death_signal = 1
+        _prctl(set_parent_death_signal, signal.SIGKILL)
+
+
+_prctl = ctypes.CDLL(None).prctl if sys.platform == "linux" else None
+
+
+def _wait_for_posix_parent(parent: int) -> None:
+    poll_milliseconds = 250
+    output = select.poll()
+    output.register(sys.stdout.fileno(), 0)  # an error, as after the reader's end, is reported unasked
+
+    while os.getppid() == parent:
+        if any(event & select.POLLERR for _, event in output.poll(poll_milliseconds)):
+            return
+
+
+def _wait_for_windows_parent(parent: int) -> None:
+    synchronize, for_ever = 0x00100000, 0xFFFFFFFF
+    kernel = ctypes.WinDLL("kernel32")  # type: ignore[attr-defined]
+    kernel.OpenProcess.restype = ctypes.c_void_p
+    kernel.WaitForSingleObject(ctypes.c_void_p(kernel.OpenProcess(synchronize, False, parent)), for_ever)
+
+
+def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
+    """Decodes the first audio stream of a file, frame by frame, in the stream's own format.
+
+    What is damaged is passed over, as a player does. Raises WorkerError if nothing can be decoded.
+    """
+    import av
+
+    try:
+        container = av.open(path, metadata_errors="replace")
+    except av.error.FFmpegError as error:
+        raise WorkerError(f"{os.path.basename(path)} could not be read as audio ({error.strerror}).") from error
+
+    with container:
+        if not container.streams.audio:
+            raise WorkerError(f"There is no audio in {os.path.basename(path)}.")
+        anything = False
+        for frame in _within_duration(container):
+            anything = True
+            yield frame
+        if not anything:
+            raise WorkerError(f"No audio could be decoded from {os.path.basename(path)}: the file is empty or damaged.")
+
+
+def _within_duration(container: "InputContainer") -> Iterator["av.AudioFrame"]:
+    """Drops the padding that MP4's encoders leave behind the end that the file states."""
+    stream = container.streams.audio[0]
+    states_its_end = "mp4" in container.format.name and stream.duration is not None
+    num_passed = 0
+
+    for frame in _decoded(container):
+        if states_its_end:
+            num_left = round(stream.duration * stream.time_base * frame.sample_rate) - num_passed
+            if num_left <= 0:
+                return
+            frame = _first_samples(frame, num_left)
+        num_passed += frame.samples
+        yield frame
+
+
+def _first_samples(frame: "av.AudioFrame", count: int) -> "av.AudioFrame":
+    import av
+
+    if frame.samples <= count:
+        return frame
+    fifo = av.AudioFifo()
+    frame.pts = None
+    fifo.write(frame)
+    return fifo.read(count)
+
+
+def _decoded(container: "InputContainer") -> Iterator["av.AudioFrame"]:
+    import av
+
+    packets = container.demux(container.streams.audio[0])
+    while True:
+        try:
+            packet = next(packets, None)
+            if packet is None:
+                return
+            yield from packet.decode()
+        except av.error.EOFError:
+            return
+        except av.error.InvalidDataError:
+            continue
+
+
+def read_audio(path: str, rate: int, layout: str, max_seconds: float | None = None) -> "np.ndarray":
+    """Decodes a file to floats of shape (channels, samples), in FFmpeg's layout "mono" or "stereo".
+
+    Full scale is 1, and louder samples are kept. Raises WorkerError if nothing can be decoded.
+    """
+    import av
+    import numpy as np
+
+    resampler = av.AudioResampler(format="fltp", layout=layout, rate=rate)
+    blocks, num_samples = [], 0
+    max_samples = sys.maxsize if max_seconds is None else round(max_seconds * rate)
+
+    for frame in audio_frames(path):
+        frame.pts = None
+        for part in resampler.resample(frame):
+            blocks.append(part.to_ndarray())
+            num_samples += part.samples
+        if num_samples >= max_samples:
+            break
+    blocks += [part.to_ndarray() for part in resampler.resample(None)]
+    return np.concatenate(blocks, axis=1)[:, :max_samples]

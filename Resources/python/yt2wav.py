@@ -1,0 +1,175 @@
+# /// script
+# requires-python = ">=3.11"
+# dependencies = [
+#     "av==18.1.0",
+#     "certifi==2026.10.18",
+#     "deno==2.9.8",
+#     "pycryptodomex==3.24.1",
+#     "yt-dlp==2026.10.26",
+#     "yt-dlp-ejs==0.8.0",
+# ]
+# [tool.uv]
+# exclude-newer = "2026-11-15T00:00:00Z"
+# ///
+"""Downloads the song behind a link as a WAV file. Arguments: URL FOLDER. Prints WAV_PATH:: and the file's path."""
+
+import itertools
+import os
+import sys
+import tempfile
+import threading
+import time
+from typing import Self
+
+sys.dont_write_bytecode = True  # nothing is written beside the scripts
+import worker  # noqa: E402
+from download import Downloader, Record  # noqa: E402
+from filename import safe_name  # noqa: E402
+
+sys.dont_write_bytecode = False
+
+CONVERTED = "converted"  # unlike any download, whose names have an extension
+
+
+def main(arguments: list[str]) -> None:
+    url, folder = arguments
+    folder = os.path.abspath(folder)
+    os.makedirs(folder, exist_ok=True)
+
+    with tempfile.TemporaryDirectory(dir=folder, prefix="download-") as scratch:
+        os.chdir(scratch)
+        try:
+            wav = os.path.join(folder, _download_wav(url))
+            os.replace(CONVERTED, wav)
+        finally:
+            os.chdir(folder)  # no system removes a folder that is in use
+    print(f"WAV_PATH::{wav}")
+
+
+def _download_wav(url: str) -> str:
+    """Leaves a WAV file in the working folder, as CONVERTED, and returns the name that it shall have."""
+    with Status("Looking at the page") as status:
+        downloader = Downloader(lambda progress: status.update(_amount(progress), _speed(progress)))
+        song = downloader.find(url)
+        name = safe_name(song.get("title") or "")
+
+        status.begin("Starting the download")
+        path = downloader.fetch(song)
+
+        status.begin("Converting to WAV")
+        named = name + os.path.splitext(path)[1]  # a failure shall speak of the song
+        os.rename(path, named)
+        try:
+            num_seconds = _write_wav(named, CONVERTED, status)
+        except worker.WorkerError as error:
+            raise worker.WorkerError(f"{str(error).rstrip('.')}, so try again or give another link.") from error
+        _check_length(num_seconds, max(_stated_seconds(named), song.get("duration") or 0))
+    return f"{name}.wav"
+
+
+class Status:
+    """The line that the program shows: said anew every half second, so that nobody takes a wait for a hang."""
+
+    _INTERVAL_SECONDS = 0.5
+    _SILENCE_SECONDS = 2
+
+    def __init__(self, text: str) -> None:
+        self._ended = threading.Event()
+        self._lock = threading.Lock()
+        self._thread = threading.Thread(target=self._repeat, daemon=True)
+        self.begin(text)
+
+    def begin(self, text: str) -> None:
+        """Says what is done from now on."""
+        self.update(text)
+        self._say()
+
+    def update(self, text: str, detail: str = "") -> None:
+        """Changes what is said next."""
+        self._text, self._detail, self._updated = text, detail, time.monotonic()
+
+    def __enter__(self) -> Self:
+        self._thread.start()
+        return self
+
+    def __exit__(self, *error: object) -> None:
+        self._ended.set()
+        self._thread.join()
+
+    def _repeat(self) -> None:
+        while not self._ended.wait(self._INTERVAL_SECONDS):
+            self._say()
+
+    def _say(self) -> None:
+        is_silent = time.monotonic() - self._updated > self._SILENCE_SECONDS
+        detail = "waiting for the server" if is_silent else self._detail
+        with self._lock:
+            worker.say(f"[download] {', '.join(filter(None, (self._text, detail)))}")
+
+
+def _amount(progress: Record) -> str:
+    done, total = progress.get("downloaded_bytes") or 0, progress.get("total_bytes")
+    estimate = total or progress.get("total_bytes_estimate")
+    if not estimate:
+        return _size(done)
+    return f"{100 * min(done / estimate, 1):.1f} % of {'' if total else 'about '}{_size(estimate)}"
+
+
+def _speed(progress: Record) -> str:
+    return f"{_size(progress['speed'])}/s" if progress.get("speed") else ""
+
+
+def _size(num_bytes: float) -> str:
+    return f"{num_bytes / 1e6:.1f} MB" if num_bytes >= 1e6 else f"{num_bytes / 1e3:.0f} kB"
+
+
+def _write_wav(source: str, wav: str, status: Status) -> float:
+    """Decodes to 32-bit floats at the source's rate, with one channel or two. Returns the length in seconds.
+
+    Samples beyond full scale are kept, and beyond 4 GB the file becomes an RF64 one.
+    """
+    import av
+
+    frames = worker.audio_frames(source)
+    first = next(frames)
+    rate, layout = first.sample_rate, "mono" if first.layout.nb_channels == 1 else "stereo"
+    num_samples = 0
+
+    with av.open(wav, "w", format="wav", options={"rf64": "auto"}) as container:
+        stream = container.add_stream("pcm_f32le", rate=rate, layout=layout)
+        resampler = av.AudioResampler(format="flt", rate=rate, layout=layout)
+        for frame in itertools.chain([first], frames, [None]):
+            if frame is not None:
+                frame.pts = None
+            for part in resampler.resample(frame):
+                container.mux(stream.encode(part))
+                num_samples += part.samples
+            seconds = num_samples // rate
+            status.update("Converting to WAV", f"{seconds // 60}:{seconds % 60:02} done")
+        container.mux(stream.encode(None))
+    return num_samples / rate
+
+
+def _stated_seconds(path: str) -> float:
+    """The length by the file's own header, or 0: an MP3's is only guessed from its size."""
+    import av
+
+    with av.open(path, metadata_errors="replace") as container:
+        stream = container.streams.audio[0]
+        if stream.duration is not None and "mp4" in container.format.name:
+            return float(stream.duration * stream.time_base)
+        if container.duration is not None and "webm" in container.format.name and len(container.streams) == 1:
+            return container.duration / av.time_base
+    return 0
+
+
+def _check_length(num_seconds: float, expected: float) -> None:
+    """Refuses what lacks more than a site's rounding, and a player's trimming, explain."""
+    if num_seconds < 0.98 * expected - 1:
+        raise worker.WorkerError(
+            f"The download is incomplete, {num_seconds:.0f} of {expected:.0f} seconds: try again, or try another link."
+        )
+
+
+if __name__ == "__main__":
+    worker.run(main)

@@ -1,0 +1,46 @@
+"""Where the workers are, what starts them, and the environments they run in."""
+
+import os
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+
+ROOT = Path(__file__).parents[2]
+SCRIPTS = ROOT / "Resources" / "python"
+DEMO_SONG = ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
+
+BLOCK_SIZE = 8192  # what the program reads at a time
+
+# From where the program would take it.
+UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or str(Path.home() / ".local/share/kelvane/uv/bin/uv")
+
+# Where pip looks for wheels beside its index, uv shall look too. Loopback is not for a proxy.
+ENVIRONMENT = os.environ | {"UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", ""), "no_proxy": "127.0.0.1"}
+
+
+def provide(script: str) -> Path:
+    """Installs what a worker needs, and returns the interpreter that has it. Skips the test where it cannot be had."""
+    path = SCRIPTS / script
+    synced = subprocess.run([UV, "sync", "--script", path], env=ENVIRONMENT, capture_output=True, text=True)
+    if synced.returncode != 0 and not os.environ.get("CI"):
+        pytest.skip(f"What {script} needs could not be installed: {synced.stderr.strip()}")
+    assert synced.returncode == 0, synced.stderr
+    find = [UV, "python", "find", "--script", path]
+    return Path(subprocess.run(find, env=ENVIRONMENT, capture_output=True, text=True, check=True).stdout.strip())
+
+
+def run_worker(*command: str | Path, status: int, environment: dict[str, str] = ENVIRONMENT) -> list[str]:
+    """Runs a script, which has to end with the status. Returns its lines as the program sees them."""
+    done = subprocess.run(
+        [UV, "run", "--quiet", *command],
+        env=environment,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+        timeout=300,
+    )
+    assert done.returncode == status, done.stdout
+    assert "Traceback" not in done.stdout
+    return [line.strip() for line in done.stdout.splitlines() if line.strip()]
