@@ -1,0 +1,62 @@
+# /// script
+# requires-python = ">=3.11"
+# dependencies = ["av==18.1.0", "numpy==2.4.6"]
+# [tool.uv]
+# exclude-newer = "2026-11-15T00:00:00Z"
+# ///
+"""Detects a song's tempo and key.
+
+Arguments: AUDIO [--bpm] [--key]. Prints RESULT:: and a JSON object with "bpm", "key_index" (0 to 11, from C), or both.
+"""
+
+import json
+import os
+import sys
+
+os.environ["OPENBLAS_NUM_THREADS"] = "1"  # has to be set ahead of NumPy: its idle threads would cost more than they do
+
+import numpy as np
+
+sys.dont_write_bytecode = True  # nothing is written beside the scripts
+import worker  # noqa: E402
+from key import detect_key  # noqa: E402
+from spectrum import RATE  # noqa: E402
+from tempo import detect_tempo  # noqa: E402
+
+sys.dont_write_bytecode = False
+
+# Tempo and key show in the first minutes, and an hour would take a minute to read.
+_MAX_SECONDS = 240
+_SILENCE = 1e-4  # -80 dB of full scale
+
+
+def main(arguments: list[str]) -> None:
+    path, *wanted = arguments
+    samples = _samples(path)
+    result: dict[str, float | int] = {}
+    if "--bpm" in wanted:
+        result["bpm"] = round(detect_tempo(samples), 3)
+    if "--key" in wanted:
+        result["key_index"] = detect_key(samples)
+    print("RESULT::" + json.dumps(result))
+
+
+def _samples(path: str) -> np.ndarray:
+    """The song in mono, with its peak at 1."""
+    channels = np.nan_to_num(worker.read_audio(path, RATE, "stereo", _MAX_SECONDS), posinf=0, neginf=0)
+    loudest = 100 * float(np.quantile(np.abs(channels[:, ::16]), 0.99)) if channels.size else 0
+    left, right = channels.clip(-loudest, loudest) if loudest > 0 else channels  # one damaged sample drowns all others
+    middle = (left + right) / 2
+    samples = middle if np.std(middle) > 0.1 * np.std(left) else left  # else the channels cancel out
+    name = os.path.basename(path)
+
+    if len(samples) < RATE:
+        raise worker.WorkerError(f"{name} is too short: choose a song or a loop of at least a second.")
+    peak = np.abs(samples).max()
+    if peak < _SILENCE:
+        raise worker.WorkerError(f"{name} is silent: choose a song that can be heard.")
+    return samples / peak
+
+
+if __name__ == "__main__":
+    worker.run(main)

@@ -1,0 +1,44 @@
+"""Measures a tempo that is known roughly."""
+
+import numpy as np
+from onsets import FRAME_RATE
+
+_MULTIPLES = np.array([1 / 2, 1, 2, 4])  # of the beat's rate, at which onsets repeat
+_WINDOW_SECONDS = 12
+_COHERENT = 0.85  # as a share of the strength of windows by themselves: songs of constant tempo had 0.89 and more
+_LONGEST_LOOP_SECONDS = 30
+_LOOP_TOLERANCE = 0.05  # beats
+
+
+def refined_rate(envelope: np.ndarray, beat: float) -> float:
+    """The rate in Hz near beat at which the onset envelope repeats; a mean of windows, if the tempo drifts."""
+    rate, strength = _strongest_rate(envelope, beat, 0.02)
+    num_frames = round(_WINDOW_SECONDS * FRAME_RATE)
+    if len(envelope) < 2 * num_frames:
+        return rate
+
+    starts = np.linspace(0, len(envelope) - num_frames, 2 * len(envelope) // num_frames).astype(int)
+    windows = [_strongest_rate(envelope[start : start + num_frames], beat, 0.06) for start in starts]
+    rates, strengths = np.array(windows).T
+    if strength * len(starts) >= _COHERENT * strengths.sum():
+        return rate
+    return float(np.average(rates, weights=strengths + 1e-12))
+
+
+def snapped_to_loop(beat: float, seconds: float) -> float:
+    """The beat rate at which the recording has whole bars of four, if it is a loop as far as its length can tell."""
+    num_beats = 4 * round(beat * seconds / 4)
+    is_loop = seconds < _LONGEST_LOOP_SECONDS and abs(beat * seconds - num_beats) < _LOOP_TOLERANCE
+    return num_beats / seconds if is_loop and num_beats > 0 else beat
+
+
+def _strongest_rate(envelope: np.ndarray, beat: float, span: float) -> tuple[float, float]:
+    """The rate within a share of span around beat where Fourier magnitudes add up to the most, and their sum."""
+    window = np.hanning(len(envelope) + 2)[1:-1]
+    fft_size = 16 << len(envelope).bit_length()
+    magnitudes = np.abs(np.fft.rfft((envelope - np.average(envelope, weights=window)) * window, fft_size))
+    rates = beat * np.linspace(1 - span, 1 + span, 4001)
+    index = rates[:, None] * _MULTIPLES * fft_size / FRAME_RATE
+    sums = np.interp(index, np.arange(len(magnitudes)), magnitudes).sum(axis=1)
+    best = np.argmax(sums)
+    return float(rates[best]), float(sums[best] / ((envelope * window).sum() + 1e-12))

@@ -1,0 +1,46 @@
+"""Detects the tempo of a recording."""
+
+import numpy as np
+from choice import learned_weights, scores
+from onsets import onset_envelopes
+from refine import refined_rate, snapped_to_loop
+from rhythm import Periodicity, balanced_sum, features
+from spectrum import RATE
+
+_SLOWEST, _FASTEST = 40 / 60, 220 / 60  # beats per second
+_RELATED = (2, 1 / 2, 3 / 2, 2 / 3, 3, 1 / 3, 4 / 3, 3 / 4)
+
+
+def detect_tempo(samples: np.ndarray) -> float:
+    """The beats per minute of mono samples at spectrum.RATE: a mean, if the tempo drifts.
+
+    Periods that onsets repeat in are candidates. Learned weights of what speaks for each choose one of them, which
+    is then measured exactly.
+    """
+    envelopes = onset_envelopes(samples)
+    periodicity = Periodicity.of(envelopes)
+    beats = candidates(periodicity)
+    beat = beats[np.argmax(scores(features(periodicity, beats), learned_weights("tempo")))]
+    beat = refined_rate(balanced_sum(envelopes), beat)
+    return 60 * snapped_to_loop(beat, len(samples) / RATE)
+
+
+def candidates(periodicity: Periodicity) -> np.ndarray:
+    """Beat rates in Hz: those whose beats, pairs and groups of four repeat, and the related ones of the strongest."""
+    rates = _SLOWEST * 2 ** np.arange(0, np.log2(6), 1 / 70)
+    repetition = periodicity.at_lags(np.array([1, 2, 4]) / rates[:, None])[-1].mean(axis=-1)
+    salience = np.maximum(0, repetition) + periodicity.at_rates(rates)[-1]
+    is_peak = (salience[1:-1] >= salience[:-2]) & (salience[1:-1] > salience[2:])
+    peaks = np.flatnonzero(is_peak) + 1
+    strongest = [_nearby_maximum(periodicity, rates[i]) for i in peaks[np.argsort(-salience[peaks])][:10]]
+
+    result: list[float] = []
+    for rate in strongest + [rate * factor for rate in strongest[:3] for factor in _RELATED]:
+        if _SLOWEST <= rate <= _FASTEST and all(abs(rate / other - 1) > 0.02 for other in result):
+            result.append(rate)
+    return np.array(result or [2.0])
+
+
+def _nearby_maximum(periodicity: Periodicity, rate: float) -> float:
+    rates = rate * np.linspace(0.98, 1.02, 33)
+    return float(rates[np.argmax(periodicity.at_rates(rates[:, None] * (1, 2, 4))[-1].sum(axis=-1))])
