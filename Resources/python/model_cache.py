@@ -1,0 +1,78 @@
+"""Gets Demucs' models out of the hub's cache, and into it where they are missing."""
+
+from pathlib import Path
+from typing import TYPE_CHECKING
+
+import worker
+from tqdm import tqdm
+
+if TYPE_CHECKING:
+    from demucs.api import Separator
+
+
+def load(name: str) -> "Separator":
+    """Loads a model without a look at the network where it is cached. Raises WorkerError if it cannot be had."""
+    from huggingface_hub.errors import LocalEntryNotFoundError
+
+    try:
+        return _load_cached(name)
+    except LocalEntryNotFoundError:
+        _fetch(name)
+        return _load_cached(name)
+
+
+def _load_cached(name: str) -> "Separator":
+    from demucs.api import Separator
+    from huggingface_hub import constants
+
+    is_offline, constants.HF_HUB_OFFLINE = constants.HF_HUB_OFFLINE, True
+    try:
+        return Separator(f"hf://{name}")  # the bare name would fall back to pickles, which can run code
+    except (OSError, MemoryError):
+        raise
+    except Exception as error:
+        raise worker.WorkerError(f"The {name} model is damaged: delete {_folder(name)} and try again.") from error
+    finally:
+        constants.HF_HUB_OFFLINE = is_offline
+
+
+def _fetch(name: str) -> None:
+    from huggingface_hub import HfApi, hf_hub_download
+    from huggingface_hub.errors import RepositoryNotFoundError
+
+    worker.say(f"Fetching the {name} model, which is needed once")
+    try:
+        for file in HfApi().model_info(_repository(name), timeout=10).siblings:
+            if Path(file.rfilename).suffix in (".yaml", ".safetensors"):
+                hf_hub_download(_repository(name), file.rfilename, tqdm_class=_Words)
+    except RepositoryNotFoundError as error:
+        raise worker.WorkerError(f'Demucs has no model called "{name}": choose htdemucs.') from error
+    except Exception as error:
+        if getattr(error, "errno", None):  # the disk's failure; the network's have no number
+            raise
+        raise worker.WorkerError(
+            f"The {name} model, which is needed once, could not be fetched: connect to the internet and try again."
+        ) from error
+
+
+class _Words(tqdm):
+    """Progress in words, because a bar would be read as the separation's."""
+
+    def __init__(self, *arguments: object, **options: object) -> None:
+        super().__init__(*arguments, mininterval=1, **options)
+
+    def display(self, *_: object, **__: object) -> None:
+        worker.say(f"Fetching the model: {self.n / 1e6:.1f} of {(self.total or 0) / 1e6:.1f} MB")
+
+
+def _repository(name: str) -> str:
+    from demucs.hf import DEFAULT_NAMESPACE, hf_repo_name
+
+    return f"{DEFAULT_NAMESPACE}/{hf_repo_name(name)}"
+
+
+def _folder(name: str) -> Path:
+    from huggingface_hub import constants
+    from huggingface_hub.file_download import repo_folder_name
+
+    return Path(constants.HF_HUB_CACHE, repo_folder_name(repo_id=_repository(name), repo_type="model"))

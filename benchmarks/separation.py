@@ -1,0 +1,100 @@
+"""Compares separate.py with Demucs' own command: the same WAV, weights, device and options, in turns.
+
+Arguments: the WAV, as long as one likes, and how many turns. The weights are untrained, but of full size.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+from contextlib import ExitStack
+from dataclasses import dataclass
+from pathlib import Path
+
+import numpy as np
+
+_ROOT = Path(__file__).parents[1]
+_SCRIPT = _ROOT / "Resources" / "python" / "separate.py"
+_STEMS = ["drums", "bass", "vocals", "other"]
+_UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or "uv"
+
+
+@dataclass
+class _Run:
+    start: float  # seconds up to the first progress line
+    wall: float  # seconds
+    cpu: float  # seconds
+    peak: float  # megabytes
+
+
+def main() -> None:
+    song, num_turns = Path(sys.argv[1]).absolute(), int(sys.argv[2])
+    environment = {**os.environ, "HF_HUB_OFFLINE": "1", "UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", "")}
+    subprocess.run([_UV, "sync", "--quiet", "--script", _SCRIPT], env=environment, check=True)
+    found = [_UV, "python", "find", "--script", _SCRIPT]
+    python = subprocess.run(found, env=environment, check=True, capture_output=True, text=True).stdout.strip()
+
+    with tempfile.TemporaryDirectory() as folder:
+        environment["HF_HOME"] = folder
+        make = _ROOT / "tests" / "support" / "make_checkpoint.py"
+        subprocess.run([python, make, folder, "--full"], env=environment, check=True)
+        out = Path(folder, "stems")
+        out.mkdir()
+        ours = [_UV, "run", _SCRIPT, song, out, "--model", "htdemucs", "--stems", ",".join(_STEMS)]
+        as_they_are = ["--shifts", "0", "--float32", "--clip-mode", "none"]  # neither shifted by chance nor scaled
+        theirs = [python, "-m", "demucs.separate", "-n", "htdemucs", *as_they_are, "-o", folder, song]
+
+        for load in ("idle", "busy"):
+            with ExitStack() as stack:
+                for _ in range(os.cpu_count() or 1 if load == "busy" else 0):
+                    spinner = stack.enter_context(subprocess.Popen([sys.executable, "-c", "while True: pass"]))
+                    stack.callback(spinner.kill)
+                turns = [(_run(ours, environment), _run(theirs, environment)) for _ in range(num_turns)]
+            _print_turns(load, turns)
+        for stem in _STEMS:
+            print(
+                f"{stem}: {_distance(out / f'{stem}.wav', Path(folder, 'htdemucs', song.stem, f'{stem}.wav')):.0f} dB"
+            )
+
+
+def _run(command: list[str | Path], environment: dict[str, str]) -> _Run:
+    begin = time.monotonic()
+    process = subprocess.Popen(command, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    output, start = b"", 0.0
+    while block := process.stdout.read1():
+        output += block
+        if not start and re.search(rb"\d%\|", output):
+            start = time.monotonic() - begin
+    _, status, usage = os.wait4(process.pid, 0)
+    if status:
+        sys.exit(output.decode())
+    peak = usage.ru_maxrss / (1024 if sys.platform == "linux" else 1024**2)
+    return _Run(start, time.monotonic() - begin, usage.ru_utime + usage.ru_stime, peak)
+
+
+def _print_turns(load: str, turns: list[tuple[_Run, _Run]]) -> None:
+    for ours, theirs in turns:
+        print(
+            f"{load}: {theirs.wall / ours.wall:.2f} times as fast, {theirs.cpu / ours.cpu:.2f} by CPU time;"
+            f" start {ours.start:.1f} s, theirs {theirs.start:.1f} s;"
+            f" {ours.wall:.0f} s, theirs {theirs.wall:.0f} s; {ours.peak:.0f} MB, theirs {theirs.peak:.0f} MB"
+        )
+
+
+def _distance(ours: Path, theirs: Path) -> float:
+    """How far the difference lies below the signal, in dB, where the other command has not clipped."""
+    expected, actual = _samples(theirs), _samples(ours)
+    error = np.where(np.abs(expected) < 1, actual - expected, 0)
+    return 10 * np.log10(np.sum(expected**2) / max(np.sum(error**2), 1e-300))
+
+
+def _samples(path: Path) -> np.ndarray:
+    raw = path.read_bytes()
+    return np.frombuffer(raw[raw.index(b"data") + 8 :], "<f4").astype(np.float64)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,235 @@
+"""separate.py, run as the program runs it, on a small untrained model and without a network."""
+
+import json
+import os
+import re
+import shutil
+import subprocess
+import threading
+from collections.abc import Iterator
+from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
+from pathlib import Path
+
+import numpy as np
+import pytest
+from wav import read_float_wav, write_float_wav
+from workers import ENVIRONMENT, SCRIPTS, UV, provide, run_worker
+
+SCRIPT = SCRIPTS / "separate.py"
+RATE = 44100
+NO_SERVER = "http://127.0.0.1:9"
+
+# Demucs' own way from samples to stems.
+REFERENCE = """
+import sys, numpy, torch
+from demucs.apply import apply_model
+from demucs.pretrained import get_model
+mix = torch.from_numpy(numpy.load(sys.argv[1]))
+mean, deviation = mix.mean(0).mean(), mix.mean(0).std()
+model = get_model("hf://htdemucs")
+stems = apply_model(model, (mix[None] - mean) / deviation, shifts=0)[0] * deviation + mean
+numpy.savez(sys.argv[2], **dict(zip(model.sources, stems)))
+"""
+
+# Stands in for a GPU whose memory runs out in the second chunk.
+FAILING_GPU = """
+import os, sys
+sys.dont_write_bytecode = True
+sys.path.insert(0, os.path.dirname(sys.argv[1]))
+import separate, torch, worker
+from demucs.htdemucs import HTDemucs
+forward, calls = HTDemucs.forward, []
+def fail_once(model, mix):
+    calls.append(mix)
+    if len(calls) == 2:
+        raise torch.OutOfMemoryError("CUDA out of memory.\\nMore.")
+    return forward(model, mix)
+HTDemucs.forward, separate._gpu = fail_once, lambda: "cpu"
+sys.argv[:2] = sys.argv[1:2]
+worker.run(separate.main)
+"""
+
+
+@pytest.fixture(scope="session")
+def environment(hub: Path) -> dict[str, str]:
+    return {**ENVIRONMENT, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1", "OMP_WAIT_POLICY": "PASSIVE"}
+
+
+def arguments(song: Path, folder: Path, stems: str) -> list[str | Path]:
+    folder.mkdir(exist_ok=True)
+    return [SCRIPT, song, folder, "--model", "htdemucs", "--stems", stems]
+
+
+def percents(lines: list[str]) -> list[int]:
+    """Those that the program takes for progress."""
+    return [int(line.partition("%")[0]) for line in lines if re.search(r"^[^%]*\d%\|", line)]
+
+
+def noise(num_samples: int, level: float = 0.1) -> np.ndarray:
+    return (level * np.random.default_rng(1).standard_normal((2, num_samples))).astype("<f4")
+
+
+def write_song(path: Path, samples: np.ndarray, rate: int = RATE) -> Path:
+    """Writes floats of shape (channels, samples) as they are."""
+    return write_float_wav(path, samples.T, rate)
+
+
+def read_stem(path: Path) -> np.ndarray:
+    samples, rate = read_float_wav(path)
+    assert rate == RATE
+    return samples.T
+
+
+def assert_same(stem: np.ndarray, expected: np.ndarray) -> None:
+    """The difference lies 120 dB below."""
+    assert np.linalg.norm(stem - expected) < 1e-6 * np.linalg.norm(expected)
+
+
+@pytest.fixture(scope="session")
+def loud_song(tmp_path_factory: pytest.TempPathFactory) -> Path:
+    return write_song(tmp_path_factory.mktemp("song") / "7%| loud.wav", noise(20 * RATE, level=3000))
+
+
+@pytest.fixture(scope="session")
+def reference(loud_song: Path, environment: dict[str, str]) -> dict[str, np.ndarray]:
+    mix, stems = loud_song.with_suffix(".npy"), loud_song.with_suffix(".npz")
+    np.save(mix, noise(20 * RATE, level=3000))
+    subprocess.run([provide("separate.py"), "-c", REFERENCE, mix, stems], env=environment, check=True)
+    return dict(np.load(stems))
+
+
+@pytest.mark.parametrize("stems", ["vocals", "bass,other", "other,vocals,bass,drums"])
+def test_writes_the_wanted_stems_unscaled(
+    stems: str, loud_song: Path, reference: dict[str, np.ndarray], tmp_path: Path, environment: dict[str, str]
+) -> None:
+    shown = percents(run_worker(*arguments(loud_song, tmp_path, stems), environment=environment, status=0))
+    assert shown == [int(100 * 1.5 * chunk / 20) for chunk in range(14)] + [100]
+    assert {path.name for path in tmp_path.iterdir()} == {f"{stem}.wav" for stem in stems.split(",")}
+    for stem in stems.split(","):
+        assert np.abs(reference[stem]).max() > 2
+        assert_same(read_stem(tmp_path / f"{stem}.wav"), reference[stem])
+
+
+def test_a_gpu_without_memory_gives_way_to_the_cpu(
+    loud_song: Path, reference: dict[str, np.ndarray], tmp_path: Path, environment: dict[str, str]
+) -> None:
+    script = tmp_path / "failing_gpu.py"
+    script.write_text(SCRIPT.read_text().partition('"""')[0] + FAILING_GPU)
+    lines = run_worker(script, *arguments(loud_song, tmp_path, "bass"), environment=environment, status=0)
+    given_up = lines.index("The GPU has given up, so the CPU starts again (CUDA out of memory.)")
+    assert lines[given_up + 1].startswith("Separating on the CPU")
+    assert_same(read_stem(tmp_path / "bass.wav"), reference["bass"])
+
+
+@pytest.mark.parametrize(
+    ("num_samples", "rate", "channels"),
+    [(1, RATE, 2), (2, RATE, 1), (66150, RATE, 2), (66151, RATE, 1), (88200, RATE, 2), (9600, 96000, 1)],
+)
+def test_keeps_the_length(
+    num_samples: int, rate: int, channels: int, tmp_path: Path, environment: dict[str, str]
+) -> None:
+    song = write_song(tmp_path / "song.wav", noise(num_samples)[:channels], rate)
+    run_worker(*arguments(song, tmp_path, "bass"), environment=environment, status=0)
+    stem = read_stem(tmp_path / "bass.wav")
+    assert stem.shape == (2, num_samples * RATE // rate)
+    assert np.isfinite(stem).all()
+
+
+def test_damaged_samples_and_silence(tmp_path: Path, environment: dict[str, str]) -> None:
+    def separated(name: str, samples: np.ndarray) -> np.ndarray:
+        song = write_song(tmp_path / f"{name}.wav", samples)
+        run_worker(*arguments(song, tmp_path / name, "other"), environment=environment, status=0)
+        return read_stem(tmp_path / name / "other.wav")
+
+    muted, damaged = noise(RATE), noise(RATE)
+    muted[:, 5000:5003], damaged[:, 5000:5003] = 0, [np.nan, np.inf, -np.inf]
+    np.testing.assert_array_equal(separated("damaged", damaged), separated("muted", muted))
+    assert np.abs(separated("silence", np.zeros_like(muted))).max() < 1e-6
+
+
+@pytest.mark.parametrize(
+    ("stems", "damage", "advice"),
+    [
+        ("vocals,piano", "", "choose among"),
+        ("vocals", "no samples", "empty or damaged"),
+        ("vocals", "model", "delete"),
+        ("vocals", "disk", "disk is full"),
+    ],
+)
+def test_failures_end_with_a_sentence(
+    stems: str, damage: str, advice: str, tmp_path: Path, environment: dict[str, str]
+) -> None:
+    song = write_song(tmp_path / "song.wav", noise(0 if damage == "no samples" else RATE))
+    command = arguments(song, tmp_path / "stems", stems)
+    if damage == "model":
+        environment = {**environment, "HF_HOME": shutil.copytree(environment["HF_HOME"], tmp_path / "hub")}
+        weights = next((tmp_path / "hub").rglob("*.safetensors"))
+        os.truncate(weights, weights.stat().st_size // 2)
+    if damage == "disk":
+        (tmp_path / "stems" / "vocals.part").symlink_to("/dev/full")
+    last_line = run_worker(*command, environment=environment, status=1)[-1]
+    assert advice in last_line
+    assert last_line.endswith(".")
+    assert not (tmp_path / "stems" / "vocals.wav").exists()
+
+
+class ModelHub(BaseHTTPRequestHandler):
+    """What a download needs of the model hub's interface."""
+
+    files: dict[str, bytes]
+
+    def do_GET(self) -> None:
+        name = self.path.rpartition("/")[2]
+        listing = {"id": "adefossez/HTDemucs", "siblings": [{"rfilename": name} for name in self.files]}
+        body = self.files.get(name) or json.dumps(listing).encode()
+        self.send_response(200)
+        for header, value in (("Content-Length", len(body)), ("ETag", f'"{name}"'), ("X-Repo-Commit", "1" * 40)):
+            self.send_header(header, str(value))
+        self.end_headers()
+        if self.command == "GET":
+            self.wfile.write(body)
+
+    do_HEAD = do_GET  # the name that the base class looks for
+
+    def log_message(self, *_: object) -> None:
+        pass
+
+
+@pytest.fixture
+def model_hub(hub: Path) -> Iterator[str]:
+    """The address of a hub with the small model."""
+    ModelHub.files = {path.name: path.read_bytes() for path in hub.rglob("*") if path.suffix}
+    with ThreadingHTTPServer(("127.0.0.1", 0), ModelHub) as server:
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        yield f"http://127.0.0.1:{server.server_port}"
+        server.shutdown()
+
+
+def test_fetches_a_missing_model_once(model_hub: str, tmp_path: Path, environment: dict[str, str]) -> None:
+    command = arguments(write_song(tmp_path / "song.wav", noise(100)), tmp_path, "bass")
+    online = {**environment, "HF_HOME": str(tmp_path / "hub"), "HF_HUB_OFFLINE": "0"}
+    lines = run_worker(*command, environment={**online, "HF_ENDPOINT": model_hub}, status=0)
+    assert percents(lines) == [0, 100]
+    assert any("Fetching the model: 0.2 of 0.2 MB" in line for line in lines)
+    lines = run_worker(*command, environment={**online, "HF_ENDPOINT": NO_SERVER}, status=0)
+    assert "Fetching" not in "".join(lines)
+
+
+@pytest.mark.parametrize("offline", ["0", "1"])
+def test_no_model_and_no_network(offline: str, tmp_path: Path, environment: dict[str, str]) -> None:
+    command = arguments(write_song(tmp_path / "song.wav", noise(100)), tmp_path, "bass")
+    nothing = {"HF_HOME": str(tmp_path / "hub"), "HF_HUB_OFFLINE": offline, "HF_ENDPOINT": NO_SERVER}
+    last_line = run_worker(*command, environment={**environment, **nothing}, status=1)[-1]
+    assert last_line.endswith("connect to the internet and try again.")
+
+
+def test_ends_with_uv_in_the_middle_of_a_chunk(tmp_path: Path, environment: dict[str, str]) -> None:
+    song = write_song(tmp_path / "long.wav", np.zeros((1, 8000 * 600), "<f4"), 8000)
+    command = arguments(song, tmp_path / "stems", "bass")
+    with subprocess.Popen(
+        [UV, "run", *command], env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT
+    ) as process:
+        assert any(b"1%|" in line for line in process.stdout)
+        process.kill()
+        assert b"100%|" not in process.stdout.read()  # it ends when nobody holds the pipe any more
+    assert not list((tmp_path / "stems").iterdir())
