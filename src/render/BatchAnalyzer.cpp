@@ -15,7 +15,9 @@ static void printResult (const Song& song, double bpm, int key)
     result->setProperty ("bpm", bpm);
     result->setProperty ("key_index", key);
     result->setProperty ("key", PipelineConfig::keyNames[static_cast<size_t> (key)]);
-    std::cout << juce::JSON::toString (owner, true) << std::endl;
+    const auto format =
+        juce::JSON::FormatOptions {}.withSpacing (juce::JSON::Spacing::singleLine).withMaxDecimalPlaces (3);
+    std::cout << juce::JSON::toString (owner, format) << std::endl;
 }
 
 void BatchAnalyzer::startSong (const Song& song)

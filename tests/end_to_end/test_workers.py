@@ -1,0 +1,167 @@
+"""kelvane-render with the real workers: real uv, real scripts, and a tiny untrained model."""
+
+import json
+import os
+import signal
+import subprocess
+import threading
+import time
+from collections.abc import Callable, Iterator
+from http.server import SimpleHTTPRequestHandler, ThreadingHTTPServer
+from pathlib import Path
+
+import numpy as np
+import pytest
+from conftest import RENDER, Run, read_wav
+from processes import descendants, is_alive
+from wav import write_wav
+from workers import DEMO_SONG, ENVIRONMENT, UV, provide
+
+STATUS_OF_STALLED_DOWNLOAD = "waiting for the server"
+
+
+@pytest.fixture
+def environment(environment: dict[str, str], hub: Path) -> dict[str, str]:
+    """That of the other tests, with what the workers need, offline but for the loopback interface."""
+    for script in ("analyze.py", "yt2wav.py"):
+        provide(script)
+    return {**ENVIRONMENT, **environment, "KELVANE_UV": UV, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1"}
+
+
+@pytest.fixture
+def site(tmp_path: Path) -> Iterator[str]:
+    """The address of a site with the demo song, as /A Title.ogg, and with one that stops coming."""
+    released = threading.Event()
+
+    class Site(SimpleHTTPRequestHandler):
+        def copyfile(self, source: object, outputfile: object) -> None:
+            if "stalled" not in self.path:
+                return super().copyfile(source, outputfile)
+            outputfile.write(source.read(100000))
+            return released.wait()
+
+        def log_message(self, *_: object) -> None:
+            pass
+
+    folder = tmp_path / "site"
+    folder.mkdir()
+    for name in ("A Title é日.ogg", "stalled.ogg"):
+        (folder / name).write_bytes(DEMO_SONG.read_bytes())
+
+    with ThreadingHTTPServer(("127.0.0.1", 0), lambda *given: Site(*given, directory=folder)) as server:
+        threading.Thread(target=server.serve_forever).start()
+        yield f"http://127.0.0.1:{server.server_port}"
+        released.set()
+        server.shutdown()
+
+
+@pytest.fixture
+def long_song(tmp_path: Path) -> Path:
+    return write_wav(tmp_path / "long.wav", np.random.default_rng(1).uniform(-0.1, 0.1, (44100 * 240, 2)), 44100)
+
+
+def test_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
+    """From a folder whose configuration would break uv."""
+    (tmp_path / "uv.toml").write_text("no configuration [")
+    (tmp_path / "pyproject.toml").write_text('[tool.uv]\nrequired-version = "<0.1"\n')
+    (tmp_path / ".python-version").write_text("3.8\n")
+
+    result = render(DEMO_SONG, "--stems", "vocals,drums", "--bpm", "auto:140", "--out", "out")
+    assert result.returncode == 0, result.stdout + result.stderr
+    assert "Processing drums... (detected 112.0 BPM)" in result.stdout
+    assert "Separating stems... 100%" in result.stdout
+
+    folder = tmp_path / "out" / "kelvane-demo - Stems"
+    assert sorted(os.listdir(folder)) == ["kelvane-demo - drums.wav", "kelvane-demo - vocals.wav"]
+    for path in folder.iterdir():
+        samples, rate = read_wav(path)
+        assert rate == 44100
+        assert len(samples) / rate == pytest.approx(27.2 * 112 / 140, rel=0.01)
+
+
+def test_a_link_becomes_a_folder_named_after_its_title(render: Run, tmp_path: Path, site: str) -> None:
+    result = render(f"{site}/A%20Title%20%C3%A9%E6%97%A5.ogg", "--full-song", "--key", "auto:E", "--out", "out")
+    assert result.returncode == 0, result.stdout + result.stderr
+    assert "Processing full mix... (detected key: D)" in result.stdout
+    samples, _ = read_wav(tmp_path / "out" / "A Title é日 - Stems" / "A Title é日 - full mix.wav")
+    assert np.abs(samples).max() > 0.1
+    assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
+
+
+def test_analyze_prints_a_line_of_json_for_each_song(render: Run, tmp_path: Path, site: str) -> None:
+    url = f"{site}/A%20Title%20%C3%A9%E6%97%A5.ogg"
+    silence = write_wav(tmp_path / "silence.wav", np.zeros((100000, 2)), 44100)
+    result = render("--analyze", DEMO_SONG, silence, "missing.wav", url)
+
+    assert result.returncode == 1
+    results = [json.loads(line) for line in result.stdout.splitlines()]
+    assert [one["song"] for one in results] == [str(DEMO_SONG), url]
+    for one in results:
+        assert one["bpm"] == pytest.approx(112, abs=0.1)
+        assert (one["key_index"], one["key"]) == (2, "D")
+    assert "silence.wav: Analysis failed.\n\n" in result.stderr
+    assert f"missing.wav: Input file does not exist:\n{tmp_path}/missing.wav\n" in result.stderr
+    assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
+
+
+def interrupt(program: subprocess.Popen[str]) -> None:
+    program.send_signal(signal.SIGINT)
+    assert program.wait(timeout=60) == 130
+
+
+def interrupt_like_a_terminal(program: subprocess.Popen[str]) -> None:
+    os.killpg(program.pid, signal.SIGINT)
+    assert program.wait(timeout=60) == 130
+
+
+def kill(program: subprocess.Popen[str]) -> None:
+    program.kill()
+    program.wait()
+
+
+@pytest.mark.parametrize("end", [interrupt, interrupt_like_a_terminal, kill])
+@pytest.mark.parametrize(
+    ("song", "arguments", "sign"),
+    [
+        ("stalled", ["--full-song"], STATUS_OF_STALLED_DOWNLOAD),
+        ("long", ["--full-song", "--bpm", "auto:100"], "Detecting"),
+        ("long", ["--stems", "bass"], "Separating stems... 1%"),
+    ],
+    ids=["download", "detection", "separation"],
+)
+def test_nothing_outlives_the_program(
+    environment: dict[str, str],
+    tmp_path: Path,
+    site: str,
+    long_song: Path,
+    song: str,
+    arguments: list[str],
+    sign: str,
+    end: Callable[[subprocess.Popen[str]], None],
+) -> None:
+    source = f"{site}/stalled.ogg" if song == "stalled" else long_song
+    program = subprocess.Popen(
+        [RENDER, source, "--out", tmp_path / "out", *arguments],
+        env=environment,
+        text=True,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        start_new_session=True,
+    )
+    # The sign that the worker is at work shows too that its lines arrive while it is.
+    assert any(sign in line for line in program.stdout)
+    while len(family := descendants(program.pid)) < 2:
+        assert program.poll() is None
+
+    end(program)
+    deadline = time.monotonic() + 10
+    while (alive := [pid for pid in family if is_alive(pid)]) and time.monotonic() < deadline:
+        time.sleep(0.02)
+    for pid in alive:
+        os.kill(pid, signal.SIGKILL)
+    assert not alive
+
+    if end is not kill:
+        assert program.stderr.read().endswith("Cancelled.\n")
+    program.stdout.close()
+    program.stderr.close()
