@@ -13,15 +13,19 @@ import json
 import os
 import sys
 
-os.environ["OPENBLAS_NUM_THREADS"] = "1"  # has to be set ahead of NumPy: its idle threads would cost more than they do
+sys.dont_write_bytecode = True  # nothing is written beside the scripts
+import worker
 
+worker.end_with_uv()
+sys.dont_write_bytecode = False
+
+os.environ["OPENBLAS_NUM_THREADS"] = "1"  # has to be set ahead of NumPy: its idle threads would cost more than they do
 import numpy as np
 
-sys.dont_write_bytecode = True  # nothing is written beside the scripts
-import worker  # noqa: E402
-from key import detect_key  # noqa: E402
-from spectrum import RATE  # noqa: E402
-from tempo import detect_tempo  # noqa: E402
+sys.dont_write_bytecode = True
+from key import detect_key
+from spectrum import RATE
+from tempo import detect_tempo
 
 sys.dont_write_bytecode = False
 

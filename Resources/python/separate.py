@@ -26,8 +26,10 @@ from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
 sys.dont_write_bytecode = True  # nothing is written beside the scripts
-import model_cache  # noqa: E402
-import worker  # noqa: E402
+import worker
+
+worker.end_with_uv()
+import model_cache
 
 sys.dont_write_bytecode = False
 
@@ -47,6 +49,7 @@ def main(arguments: list[str]) -> None:
     parser.add_argument("--model", required=True)
     parser.add_argument("--stems", required=True, type=lambda names: names.split(","))
     options = parser.parse_args(arguments)
+    options.folder.mkdir(parents=True, exist_ok=True)
 
     _tune()
     worker.say("Reading the song")

@@ -1,5 +1,6 @@
 """What the workers share: how they start and end, how they print, and how they decode audio."""
 
+import contextlib
 import ctypes
 import errno
 import os
@@ -30,8 +31,6 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
     """
     for stream in (sys.stdout, sys.stderr):
         stream.reconfigure(encoding="utf-8", errors="replace")  # type: ignore[union-attr]
-    signal.signal(signal.SIGINT, signal.SIG_DFL)
-    _end_with_parent()
 
     try:
         main(sys.argv[1:])
@@ -42,7 +41,8 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
     except OSError as error:
         if error.errno == errno.ENOSPC:
             _end(1, "The disk is full: free some space and try again.")
-        _end(1, f"{error.filename or 'The system'} says: {error.strerror or error}.")
+        place = error.filename or "A file or folder"
+        _end(1, f"{place} could not be used ({error.strerror or error}): check that it is there and may be written to.")
     except Exception as error:  # the last line has to be a sentence, whatever has gone wrong
         reason = " ".join(str(error).split())[:300]
         _end(1, f"Something unexpected went wrong ({type(error).__name__}: {reason}).")
@@ -69,10 +69,16 @@ def say(line: str) -> None:
 # A worker that is cancelled gets no warning. The program kills uv alone, whose child this process is.
 
 
-def _end_with_parent() -> None:
-    """Makes this process end when the one that has started it ends, or when nobody reads its output any more."""
+def end_with_uv() -> None:
+    """Makes this process end when uv, which has started it, ends, or when nobody reads its output any more.
+
+    To be called first of all: a library's import takes long, and uv may be killed during it.
+    """
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
     parent = os.getppid()
     die_with_parent()
+    if _has_lost_uv(parent):
+        os._exit(1)
     wait = _wait_for_windows_parent if sys.platform == "win32" else _wait_for_posix_parent
 
     def watch() -> None:
@@ -80,6 +86,15 @@ def _end_with_parent() -> None:
         os._exit(1)
 
     threading.Thread(target=watch, daemon=True).start()
+
+
+def _has_lost_uv(parent: int) -> bool:
+    """Whether uv, which tells its path to what it starts, was gone before this process could ask to end with it."""
+    if sys.platform != "linux" or "UV" not in os.environ:
+        return False
+    with contextlib.suppress(OSError), open(f"/proc/{parent}/comm") as name:
+        return name.read().strip() != os.path.basename(os.environ["UV"])[:15]
+    return True
 
 
 def die_with_parent() -> None:
@@ -119,20 +134,21 @@ def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
     """
     import av
 
+    name = os.path.basename(path)
     try:
         container = av.open(path, metadata_errors="replace")
     except av.error.FFmpegError as error:
-        raise WorkerError(f"{os.path.basename(path)} could not be read as audio ({error.strerror}).") from error
+        raise WorkerError(f"{name} could not be read as audio ({error.strerror}): choose another file.") from error
 
     with container:
         if not container.streams.audio:
-            raise WorkerError(f"There is no audio in {os.path.basename(path)}.")
+            raise WorkerError(f"There is no audio in {name}: choose another file.")
         anything = False
         for frame in _within_duration(container):
             anything = True
             yield frame
         if not anything:
-            raise WorkerError(f"No audio could be decoded from {os.path.basename(path)}: the file is empty or damaged.")
+            raise WorkerError(f"No audio could be decoded from {name}, which is empty or damaged: choose another file.")
 
 
 def _within_duration(container: "InputContainer") -> Iterator["av.AudioFrame"]:
@@ -198,4 +214,6 @@ def read_audio(path: str, rate: int, layout: str, max_seconds: float | None = No
         if num_samples >= max_samples:
             break
     blocks += [part.to_ndarray() for part in resampler.resample(None)]
+    if not blocks:
+        raise WorkerError(f"{os.path.basename(path)} is too short to be of use: choose another file.")
     return np.concatenate(blocks, axis=1)[:, :max_samples]

@@ -22,9 +22,11 @@ import time
 from typing import Self
 
 sys.dont_write_bytecode = True  # nothing is written beside the scripts
-import worker  # noqa: E402
-from download import Downloader, Record  # noqa: E402
-from filename import safe_name  # noqa: E402
+import worker
+
+worker.end_with_uv()
+from download import Downloader, Record
+from filename import safe_name
 
 sys.dont_write_bytecode = False
 
@@ -59,10 +61,7 @@ def _download_wav(url: str) -> str:
         status.begin("Converting to WAV")
         named = name + os.path.splitext(path)[1]  # a failure shall speak of the song
         os.rename(path, named)
-        try:
-            num_seconds = _write_wav(named, CONVERTED, status)
-        except worker.WorkerError as error:
-            raise worker.WorkerError(f"{str(error).rstrip('.')}, so try again or give another link.") from error
+        num_seconds = _write_wav(named, CONVERTED, status)
         _check_length(num_seconds, max(_stated_seconds(named), song.get("duration") or 0))
     return f"{name}.wav"
 

@@ -71,15 +71,15 @@ bool AnalysisRunner::download (const juce::File& uv, const juce::File& scripts, 
         runScriptCapture ({ uv.getFullPathName(), "run", scripts.getChildFile ("yt2wav.py").getFullPathName(), url,
                             downloadFolder.getFullPathName() },
                           output);
-    const auto path = findMarker (output, "WAV_PATH::");
+    const auto file = findFile (output, "WAV_PATH::");
 
-    if (succeeded && juce::File::isAbsolutePath (path) && juce::File (path).existsAsFile())
+    if (succeeded && file != juce::File())
     {
-        outcome.download = juce::File (path);
+        outcome.download = file;
         return true;
     }
 
-    outcome.error = "YouTube download failed. Check the URL and your connection.\n\n" + quoteTail (output);
+    outcome.error = downloadFailedText + quoteTail (output);
     return false;
 }
 
@@ -113,6 +113,9 @@ bool AnalysisRunner::runScriptCapture (const juce::StringArray& args, juce::Stri
         return false;
 
     output = process->readAllProcessOutput();
+
+    // JUCE takes a process that has closed its output, but not ended yet, for one that has succeeded.
+    process->waitForProcessToFinish (-1);
     const auto succeeded = ! threadShouldExit() && process->getExitCode() == 0;
     child.empty();
     return succeeded;

@@ -1,7 +1,33 @@
 #include "pipeline/ChildSlot.h"
 
+#if JUCE_LINUX
+#include <csignal>
+#include <pthread.h>
+#include <sys/prctl.h>
+
+static thread_local bool isStarting = false;
+
+/** Runs in every child of this program, between its fork and its exec. */
+static void dieWithProgram()
+{
+    if (isStarting)
+        prctl (PR_SET_PDEATHSIG, SIGKILL);
+}
+
+/** A program that is killed cannot kill its worker, and uv could go on to fetch gigabytes: the system has to do it. */
+static void arrangeForDeath()
+{
+    [[maybe_unused]] static const auto installed = pthread_atfork (nullptr, nullptr, dieWithProgram);
+}
+#endif
+
 juce::ChildProcess* ChildSlot::start (const juce::StringArray& args)
 {
+#if JUCE_LINUX
+    arrangeForDeath();
+    const juce::ScopedValueSetter<bool> starting (isStarting, true);
+#endif
+
     // Under the lock, since kill() reads what start() writes.
     const juce::ScopedLock scopedLock (lock);
     child = std::make_unique<juce::ChildProcess>();

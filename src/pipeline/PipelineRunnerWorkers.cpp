@@ -6,6 +6,7 @@
 #include "pipeline/WorkerProgress.h"
 
 #include <array>
+#include <string_view>
 
 bool PipelineRunner::needsDownload() const
 {
@@ -69,16 +70,12 @@ bool PipelineRunner::getUrlSource (RunState& state, juce::String& message)
     if (threadShouldExit())
         return false;
 
-    const auto path = findMarker (result.output, "WAV_PATH::");
+    state.sourceFile = findFile (result.output, "WAV_PATH::");
 
-    if (result.succeeded() && juce::File::isAbsolutePath (path) && juce::File (path).existsAsFile())
-    {
-        state.sourceFile = juce::File (path);
+    if (result.succeeded() && state.sourceFile != juce::File())
         return true;
-    }
 
-    message =
-        "YouTube download failed. Check the URL and your connection.\n\n" + tailOf (result.output, maxQuotedChars);
+    message = downloadFailedText + tailOf (result.output, maxQuotedChars);
     return false;
 }
 
@@ -179,7 +176,7 @@ ScriptResult PipelineRunner::runScript (const juce::StringArray& args, LineCallb
         return result;
 
     result.started = true;
-    std::string pending;
+    std::string pending, lines;
     std::array<char, 8192> buffer;
 
     const auto readOnce = [&]
@@ -189,8 +186,13 @@ ScriptResult PipelineRunner::runScript (const juce::StringArray& args, LineCallb
         if (numBytes < 1)
             return false;
 
-        pending.append (buffer.data(), static_cast<size_t> (numBytes));
-        splitLines (pending, result.output, onLine, false);
+        const std::string_view bytes (buffer.data(), static_cast<size_t> (numBytes));
+        pending.append (bytes);
+
+        // A line can be long, and is not to be looked through again for each block of it.
+        if (bytes.find_first_of ("\n\r") != std::string_view::npos)
+            splitLines (pending, lines, onLine, false);
+
         return true;
     };
 
@@ -203,9 +205,11 @@ ScriptResult PipelineRunner::runScript (const juce::StringArray& args, LineCallb
         {
         }
 
-        splitLines (pending, result.output, onLine, true);
+        splitLines (pending, lines, onLine, true);
         result.exitCode = static_cast<int> (process->getExitCode());
     }
+
+    result.output = juce::String::fromUTF8 (lines.data(), static_cast<int> (lines.size()));
 
     // A cancel that came before the process was started has not reached it.
     if (threadShouldExit())

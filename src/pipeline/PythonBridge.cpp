@@ -1,5 +1,9 @@
 #include "pipeline/PythonBridge.h"
 
+#include "pipeline/ChildNamed.h"
+
+#include <cstdlib>
+
 namespace PythonBridge
 {
 
@@ -57,7 +61,14 @@ juce::File findUv()
 
 juce::File scriptsDir()
 {
-    const auto application = juce::File::getSpecialLocation (juce::File::currentApplicationFile);
+#if JUCE_LINUX
+    // JUCE finds the current application by the name that the program was called by, as it reads now, from the present
+    // working folder; the system knows better.
+    constexpr auto location = juce::File::hostApplicationPath;
+#else
+    constexpr auto location = juce::File::currentApplicationFile;
+#endif
+    const auto application = juce::File::getSpecialLocation (location);
 
     for (const auto& candidate :
          { application.getChildFile ("Contents/Resources/python"),
@@ -68,10 +79,31 @@ juce::File scriptsDir()
     return {};
 }
 
+#if ! JUCE_WINDOWS
+/** What the user has named from the old working folder shall mean the same from the new one. */
+static void makePathsAbsolute()
+{
+    for (const auto* name : { "KELVANE_UV", "UV_CACHE_DIR", "HF_HOME", "HF_HUB_CACHE", "XDG_CACHE_HOME", "TMPDIR" })
+    {
+        const auto path = juce::SystemStats::getEnvironmentVariable (name, {});
+
+        if (path.isNotEmpty() && ! juce::File::isAbsolutePath (path))
+            setenv (name, childNamed (juce::File::getCurrentWorkingDirectory(), path).getFullPathName().toRawUTF8(), 1);
+    }
+}
+#endif
+
 void enterScriptsDir()
 {
-    if (const auto folder = scriptsDir(); folder != juce::File())
-        folder.setAsCurrentWorkingDirectory();
+    const auto folder = scriptsDir();
+
+    if (folder == juce::File())
+        return;
+
+#if ! JUCE_WINDOWS
+    makePathsAbsolute();
+#endif
+    folder.setAsCurrentWorkingDirectory();
 }
 
 } // namespace PythonBridge

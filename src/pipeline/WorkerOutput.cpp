@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-static void deliver (std::string_view bytes, juce::String& output, const LineCallback& onLine)
+static void deliver (std::string_view bytes, std::string& output, const LineCallback& onLine)
 {
     // Not String::fromUTF8, which trusts what it is given to be valid.
     const auto line = juce::String::createStringFromData (bytes.data(), static_cast<int> (bytes.size())).trim();
@@ -11,13 +11,13 @@ static void deliver (std::string_view bytes, juce::String& output, const LineCal
     if (line.isEmpty())
         return;
 
-    output << line << "\n";
+    output.append (line.toRawUTF8()).push_back ('\n');
 
     if (onLine != nullptr)
         onLine (line);
 }
 
-void splitLines (std::string& pending, juce::String& output, const LineCallback& onLine, bool flush)
+void splitLines (std::string& pending, std::string& output, const LineCallback& onLine, bool flush)
 {
     std::string_view rest (pending);
 
@@ -42,6 +42,12 @@ juce::String findMarker (const juce::String& text, const juce::String& marker)
             return lines[i].substring (found + marker.length()).trim();
 
     return {};
+}
+
+juce::File findFile (const juce::String& text, const juce::String& marker)
+{
+    const auto path = findMarker (text, marker);
+    return juce::File::isAbsolutePath (path) && juce::File (path).existsAsFile() ? juce::File (path) : juce::File();
 }
 
 juce::String tailOf (const juce::String& text, int maxChars)

@@ -32,14 +32,17 @@ void Batch::startNextSong()
 
 void Batch::songFinished (const juce::String& message)
 {
+    const auto isLast = numStarted == songs.size();
+    const auto hasFailed = message.isNotEmpty();
+
     // A Ctrl-C reaches the workers too, so a song can fail of it before it has been noticed here. And one
     // that this song was too quick for still means those that follow.
-    const auto isLast = numStarted == songs.size();
-    cancelled = cancelled || (interrupt::hasCome() && (message.isNotEmpty() || ! isLast));
+    if (interrupt::hasCome() && (hasFailed || ! isLast))
+        cancelled = true;
 
     if (cancelled)
         failures.add (describe ("Cancelled."));
-    else if (message.isNotEmpty())
+    else if (hasFailed)
         failures.add (describe (message));
 
     if (cancelled || isLast)
@@ -51,6 +54,11 @@ void Batch::songFinished (const juce::String& message)
 juce::String Batch::describe (const juce::String& text) const
 {
     return songs.size() == 1 ? text : getSong().getName() + ": " + text;
+}
+
+bool Batch::isCancelled() const
+{
+    return cancelled || interrupt::hasCome();
 }
 
 void Batch::timerCallback()

@@ -31,7 +31,7 @@ protected:
     juce::String describe (const juce::String& text) const;
 
     const Song& getSong() const { return songs[numStarted - 1]; }
-    bool isCancelled() const { return cancelled; }
+    bool isCancelled() const;
 
 private:
     void startNextSong();

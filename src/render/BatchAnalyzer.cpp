@@ -7,7 +7,8 @@
 
 BatchAnalyzer::BatchAnalyzer (const std::vector<Song>& songsToUse) : Batch (songsToUse) {}
 
-static void printResult (const Song& song, double bpm, int key)
+/** @returns what the user has to know if it could not be printed */
+static juce::String printResult (const Song& song, double bpm, int key)
 {
     auto* const result = new juce::DynamicObject();
     const juce::var owner (result);
@@ -18,24 +19,27 @@ static void printResult (const Song& song, double bpm, int key)
     const auto format =
         juce::JSON::FormatOptions {}.withSpacing (juce::JSON::Spacing::singleLine).withMaxDecimalPlaces (3);
     std::cout << juce::JSON::toString (owner, format) << std::endl;
+    return std::cout ? juce::String() : juce::String ("The result could not be written. Is the disk full?");
 }
 
 void BatchAnalyzer::startSong (const Song& song)
 {
-    downloadFolder = song.isUrl() ? newTemporaryFolder ("cache-") : juce::File();
-    runner = song.isUrl() ? std::make_unique<AnalysisRunner> (song.url, downloadFolder)
-                          : std::make_unique<AnalysisRunner> (song.file);
+    if (song.isUrl())
+    {
+        downloadFolder = newTemporaryFolder ("cache-");
+        runner = std::make_unique<AnalysisRunner> (song.url, downloadFolder);
+    }
+    else
+    {
+        downloadFolder = juce::File();
+        runner = std::make_unique<AnalysisRunner> (song.file);
+    }
 
     runner->onFinished =
         [this, &song] (bool success, double bpm, int key, const juce::File&, const juce::String& message)
     {
-        if (isCancelled())
-            return;
-
-        if (success)
-            printResult (song, bpm, key);
-
-        analysisFinished (message);
+        if (! isCancelled())
+            analysisFinished (success ? printResult (song, bpm, key) : message);
     };
 
     if (! song.isUrl() && ! song.file.existsAsFile())

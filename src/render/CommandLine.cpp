@@ -323,15 +323,20 @@ private:
 
     juce::String checkNothingIsRendered() const
     {
-        const auto found = std::find_if (givenInGroup.begin(), givenInGroup.end(),
-                                         [] (const ValueOption* option) { return option != nullptr; });
-        const auto& settings = result.settings;
-        const auto* const option = found != givenInGroup.end()                          ? (*found)->name
-                                   : settings.fullSong                                  ? "--full-song"
-                                   : settings.stretchMode == StretchMode::TempoAndPitch ? "--resample"
-                                                                                        : nullptr;
+        for (const auto* option : givenInGroup)
+            if (option != nullptr)
+                return refuseBesideAnalyze (option->name);
 
-        return option != nullptr ? juce::String ("--analyze and ") + option + " exclude each other." : juce::String();
+        if (result.settings.fullSong)
+            return refuseBesideAnalyze ("--full-song");
+
+        return result.settings.stretchMode == StretchMode::TempoAndPitch ? refuseBesideAnalyze ("--resample")
+                                                                         : juce::String();
+    }
+
+    static juce::String refuseBesideAnalyze (const char* option)
+    {
+        return juce::String ("--analyze and ") + option + " exclude each other.";
     }
 
     juce::String completeSettings()

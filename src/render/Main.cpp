@@ -17,16 +17,19 @@ static int renderSongs (const CommandLine& commandLine)
         return exitstatus::runFailed;
     }
 
-    PythonBridge::enterScriptsDir();
-    const juce::ScopedJuceInitialiser_GUI messageLoop;
     return BatchRenderer (commandLine).run();
 }
 
-static int analyzeSongs (const CommandLine& commandLine)
+/** From here on all paths have to be absolute. */
+static int work (const CommandLine& commandLine)
 {
     PythonBridge::enterScriptsDir();
     const juce::ScopedJuceInitialiser_GUI messageLoop;
-    return BatchAnalyzer (commandLine.songs).run();
+
+    if (commandLine.action == CommandLine::Action::analyze)
+        return BatchAnalyzer (commandLine.songs).run();
+
+    return renderSongs (commandLine);
 }
 
 /** @returns false if an argument is no valid text, and so can name no file that could be found again */
@@ -86,11 +89,9 @@ int main (int argc, char* argv[])
             return exitstatus::success;
 
         case CommandLine::Action::analyze:
-            return analyzeSongs (commandLine);
-
         case CommandLine::Action::render:
-            return renderSongs (commandLine);
+            break;
     }
 
-    return exitstatus::wrongUsage;
+    return work (commandLine);
 }

@@ -2,11 +2,13 @@
 
 import json
 import os
+import shutil
 import signal
 import subprocess
 import threading
 import time
 from collections.abc import Callable, Iterator
+from contextlib import ExitStack
 from http.server import SimpleHTTPRequestHandler, ThreadingHTTPServer
 from pathlib import Path
 
@@ -16,8 +18,6 @@ from conftest import RENDER, Run, read_wav
 from processes import descendants, is_alive
 from wav import write_wav
 from workers import DEMO_SONG, ENVIRONMENT, UV, provide
-
-STATUS_OF_STALLED_DOWNLOAD = "waiting for the server"
 
 
 @pytest.fixture
@@ -34,6 +34,11 @@ def site(tmp_path: Path) -> Iterator[str]:
     released = threading.Event()
 
     class Site(SimpleHTTPRequestHandler):
+        def do_GET(self) -> None:
+            if self.path.startswith("/stalled/"):
+                released.wait()
+            super().do_GET()
+
         def copyfile(self, source: object, outputfile: object) -> None:
             if "stalled" not in self.path:
                 return super().copyfile(source, outputfile)
@@ -119,49 +124,105 @@ def kill(program: subprocess.Popen[str]) -> None:
     program.wait()
 
 
+def gone(family: list[int]) -> bool:
+    """Whether processes are gone soon. Ends those that are not."""
+    deadline = time.monotonic() + 10
+    while (alive := [pid for pid in family if is_alive(pid)]) and time.monotonic() < deadline:
+        time.sleep(0.02)
+    for pid in alive:
+        os.kill(pid, signal.SIGKILL)
+    return not alive
+
+
+Start = Callable[..., subprocess.Popen[str]]
+
+
+@pytest.fixture
+def start(environment: dict[str, str], tmp_path: Path) -> Iterator[Start]:
+    """Starts kelvane-render and does not wait for it."""
+    with ExitStack() as stack:
+
+        def start(*arguments: str | Path, **changed: str) -> subprocess.Popen[str]:
+            program = subprocess.Popen(
+                [RENDER, *arguments],
+                cwd=tmp_path,
+                env=environment | changed,
+                text=True,
+                stdout=subprocess.PIPE,
+                stderr=subprocess.PIPE,
+                start_new_session=True,
+            )
+            return stack.enter_context(program)
+
+        yield start
+
+
 @pytest.mark.parametrize("end", [interrupt, interrupt_like_a_terminal, kill])
 @pytest.mark.parametrize(
-    ("song", "arguments", "sign"),
+    ("song", "arguments", "sign", "num_processes"),
     [
-        ("stalled", ["--full-song"], STATUS_OF_STALLED_DOWNLOAD),
-        ("long", ["--full-song", "--bpm", "auto:100"], "Detecting"),
-        ("long", ["--stems", "bass"], "Separating stems... 1%"),
+        ("stalled", ["--full-song"], "waiting for the server", 2),
+        ("long", ["--full-song", "--bpm", "auto:100"], "Detecting", 2),
+        ("long", ["--stems", "bass"], "Separating stems... 1%", 2),
+        ("installing", ["--stems", "bass"], "Separating", 1),
     ],
-    ids=["download", "detection", "separation"],
+    ids=["download", "detection", "separation", "installation"],
 )
 def test_nothing_outlives_the_program(
-    environment: dict[str, str],
+    start: Start,
     tmp_path: Path,
     site: str,
     long_song: Path,
     song: str,
     arguments: list[str],
     sign: str,
+    num_processes: int,
     end: Callable[[subprocess.Popen[str]], None],
 ) -> None:
+    changed = {}
+    if song == "installing":  # from an index that does not answer
+        changed = {"UV_CACHE_DIR": str(tmp_path / "cold"), "UV_DEFAULT_INDEX": f"{site}/stalled", "UV_FIND_LINKS": ""}
     source = f"{site}/stalled.ogg" if song == "stalled" else long_song
-    program = subprocess.Popen(
-        [RENDER, source, "--out", tmp_path / "out", *arguments],
-        env=environment,
-        text=True,
-        stdout=subprocess.PIPE,
-        stderr=subprocess.PIPE,
-        start_new_session=True,
-    )
+    program = start(source, "--out", "out", *arguments, **changed)
+
     # The sign that the worker is at work shows too that its lines arrive while it is.
     assert any(sign in line for line in program.stdout)
-    while len(family := descendants(program.pid)) < 2:
+    while len(family := descendants(program.pid)) < num_processes:
         assert program.poll() is None
 
     end(program)
-    deadline = time.monotonic() + 10
-    while (alive := [pid for pid in family if is_alive(pid)]) and time.monotonic() < deadline:
-        time.sleep(0.02)
-    for pid in alive:
-        os.kill(pid, signal.SIGKILL)
-    assert not alive
-
+    assert gone(family)
     if end is not kill:
         assert program.stderr.read().endswith("Cancelled.\n")
-    program.stdout.close()
-    program.stderr.close()
+
+
+def test_a_cancel_during_a_workers_start(start: Start, site: str) -> None:
+    for delay in np.linspace(0.01, 0.2, 12):
+        program = start("--analyze", f"{site}/stalled.ogg")
+        time.sleep(delay)
+        family = descendants(program.pid)
+        program.send_signal(signal.SIGINT)
+        assert program.wait(timeout=10) in (130, -signal.SIGINT)  # the latter before it listens
+        assert gone(family)
+
+
+def test_the_scripts_beside_the_program_are_found_however_it_is_called(
+    environment: dict[str, str], tmp_path: Path
+) -> None:
+    """By a path that is relative, or not told at all; and not those in the folder that it is called from."""
+    for folder, bpm in (("program", 77), ("here", 99)):
+        (tmp_path / folder / "python").mkdir(parents=True)
+        script = f'print(\'RESULT::{{"bpm": {bpm}, "key_index": 1}}\')\n'
+        (tmp_path / folder / "python" / "analyze.py").write_text(script)
+    shutil.copy(RENDER, tmp_path / "program" / "kelvane-render")
+    environment["PATH"] = f"{tmp_path}/program:{environment['PATH']}"
+    (tmp_path / "here" / "uv").symlink_to(UV)
+    environment |= {"KELVANE_UV": "uv", "UV_CACHE_DIR": "cache"}
+
+    for command in ("../program/kelvane-render", "kelvane-render"):
+        printed = subprocess.run(
+            [command, "--analyze", DEMO_SONG], cwd=tmp_path / "here", env=environment, capture_output=True, text=True
+        )
+        assert '"bpm": 77' in printed.stdout, printed.stderr
+    assert (tmp_path / "here" / "cache").is_dir()
+    assert os.listdir(tmp_path / "program" / "python") == ["analyze.py"]

@@ -134,6 +134,11 @@ TEST_F (AnalysisRunnerTest, FailuresQuoteTheWorker)
     uv.setWorker ("analyze.py", "kill -9 $$");
     analyzeFile();
     EXPECT_EQ (error, "Analysis failed.\n\n");
+
+    // Its output ends before it does.
+    uv.setWorker ("analyze.py", "echo RESULT::{}; exec >&- 2>&-; sleep 0.1; exit 3");
+    analyzeFile();
+    EXPECT_EQ (error, "Analysis failed.\n\nRESULT::{}");
 }
 
 TEST_F (AnalysisRunnerTest, ACancelKillsTheWorkerAndNothingIsDelivered)
