@@ -73,7 +73,8 @@ def main(arguments: list[str]) -> None:
 
 def _tune() -> None:
     """Sets up what libraries read when they are loaded."""
-    os.environ.setdefault("OMP_WAIT_POLICY", "PASSIVE")  # spinning threads fight with the machine's other work
+    os.environ.setdefault("OMP_WAIT_POLICY", "PASSIVE")  # spinning threads fight with the machine's other work,
+    os.environ.setdefault("GOMP_SPINCOUNT", "1000")  # but GNU's wake up late from less than a moment of it
     os.environ.setdefault("HF_HUB_DISABLE_TELEMETRY", "1")
     os.environ.setdefault("HF_HUB_DISABLE_XET", "1")  # plain HTTP gives up soon where there is no network
 
