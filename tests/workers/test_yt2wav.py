@@ -53,7 +53,9 @@ with av.open("silent.mp4", "w") as container:
 
 # The JavaScript runtime, started as yt-dlp starts it, in an endless loop.
 RUN_JAVASCRIPT = """
-import download, subprocess, worker
+import worker
+worker.end_with_uv()
+import download, subprocess
 
 def main(arguments):
     runtime = download.Downloader(print)._yt_dlp._js_runtimes["deno"].info
