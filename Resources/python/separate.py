@@ -122,8 +122,10 @@ def _separate_on(device: str, separator: "Separator", mix: "np.ndarray") -> "dic
     separator.update_parameter(device=device, shifts=0, callback=progress.chunk)
 
     num_samples = mix.shape[1]
-    at_least_two = torch.nn.functional.pad(torch.from_numpy(mix), (0, max(0, 2 - num_samples)))  # one has no deviation
-    stems = separator.separate_tensor(at_least_two.nan_to_num(0, 0, 0), _RATE)[1]
+    song = torch.from_numpy(mix).nan_to_num_(0, 0, 0)  # in place: a copy of the song is a lot of memory
+    if num_samples == 1:
+        song = song.repeat(1, 2)  # one sample has no deviation, which Demucs divides by
+    stems = separator.separate_tensor(song, _RATE)[1]
     progress.reach(1)
     return {name: samples[:, :num_samples] for name, samples in stems.items()}
 
