@@ -67,10 +67,8 @@ bool AnalysisRunner::download (const juce::File& uv, const juce::File& scripts, 
     downloadFolder.createDirectory();
 
     juce::String output;
-    const auto succeeded =
-        runScriptCapture ({ uv.getFullPathName(), "run", scripts.getChildFile ("yt2wav.py").getFullPathName(), url,
-                            downloadFolder.getFullPathName() },
-                          output);
+    const auto succeeded = runScriptCapture (
+        PythonBridge::makeCommand (uv, scripts, "yt2wav.py", { url, downloadFolder.getFullPathName() }), output);
     const auto file = findFile (output, "WAV_PATH::");
 
     if (succeeded && file != juce::File())
@@ -87,10 +85,8 @@ void AnalysisRunner::analyze (const juce::File& uv, const juce::File& scripts, c
                               Outcome& outcome)
 {
     juce::String output;
-    const auto succeeded =
-        runScriptCapture ({ uv.getFullPathName(), "run", scripts.getChildFile ("analyze.py").getFullPathName(),
-                            audio.getFullPathName(), "--bpm", "--key" },
-                          output);
+    const auto succeeded = runScriptCapture (
+        PythonBridge::makeCommand (uv, scripts, "analyze.py", { audio.getFullPathName(), "--bpm", "--key" }), output);
     const auto value = findMarker (output, "RESULT::");
 
     if (! succeeded || value.isEmpty())

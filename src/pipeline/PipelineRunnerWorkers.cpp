@@ -58,14 +58,14 @@ bool PipelineRunner::getUrlSource (RunState& state, juce::String& message)
 
     report (0.02, "Downloading YouTube audio (first run may take longer while uv sets up)...");
 
-    const auto result =
-        runScript ({ state.uv.getFullPathName(), "run", state.scripts.getChildFile ("yt2wav.py").getFullPathName(),
-                     config.url, state.tempDir.getChildFile ("download").getFullPathName() },
-                   [this] (const juce::String& line)
-                   {
-                       if (const auto status = workerprogress::readDownloadLine (line))
-                           report (0.05, "Downloading... " + *status);
-                   });
+    const auto result = runScript (
+        PythonBridge::makeCommand (state.uv, state.scripts, "yt2wav.py",
+                                   { config.url, state.tempDir.getChildFile ("download").getFullPathName() }),
+        [this] (const juce::String& line)
+        {
+            if (const auto status = workerprogress::readDownloadLine (line))
+                report (0.05, "Downloading... " + *status);
+        });
 
     if (threadShouldExit())
         return false;
@@ -82,16 +82,15 @@ bool PipelineRunner::getUrlSource (RunState& state, juce::String& message)
 bool PipelineRunner::analyze (const juce::File& uv, const juce::File& scripts, const juce::File& audio, bool wantBpm,
                               bool wantKey, double& bpm, int* key, juce::String& message)
 {
-    juce::StringArray args { uv.getFullPathName(), "run", scripts.getChildFile ("analyze.py").getFullPathName(),
-                             audio.getFullPathName() };
+    juce::StringArray arguments { audio.getFullPathName() };
 
     if (wantBpm)
-        args.add ("--bpm");
+        arguments.add ("--bpm");
 
     if (wantKey)
-        args.add ("--key");
+        arguments.add ("--key");
 
-    const auto result = runScript (args, {});
+    const auto result = runScript (PythonBridge::makeCommand (uv, scripts, "analyze.py", arguments), {});
 
     if (threadShouldExit())
         return false;
@@ -132,9 +131,9 @@ bool PipelineRunner::separate (RunState& state, juce::String& message)
     report (0.16, "Separating stems with " + config.modelName + " (first run downloads the model)...");
 
     const auto result = runScript (
-        { state.uv.getFullPathName(), "run", state.scripts.getChildFile ("separate.py").getFullPathName(),
-          state.sourceFile.getFullPathName(), folder.getFullPathName(), "--model", config.modelName, "--stems",
-          names.joinIntoString (",") },
+        PythonBridge::makeCommand (state.uv, state.scripts, "separate.py",
+                                   { state.sourceFile.getFullPathName(), folder.getFullPathName(), "--model",
+                                     config.modelName, "--stems", names.joinIntoString (",") }),
         [this] (const juce::String& line)
         {
             if (const auto percentage = workerprogress::readSeparationLine (line))

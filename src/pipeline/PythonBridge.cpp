@@ -19,8 +19,7 @@ static juce::File existingFile (const juce::String& path)
     if (path.isEmpty())
         return {};
 
-    const auto file = juce::File::isAbsolutePath (path) ? juce::File (path)
-                                                        : juce::File::getCurrentWorkingDirectory().getChildFile (path);
+    const auto file = juce::File::getCurrentWorkingDirectory().getChildFile (path);
     return file.existsAsFile() ? file : juce::File();
 }
 
@@ -77,6 +76,14 @@ juce::File scriptsDir()
             return candidate;
 
     return {};
+}
+
+juce::StringArray makeCommand (const juce::File& uv, const juce::File& scripts, const juce::String& script,
+                               const juce::StringArray& arguments)
+{
+    juce::StringArray command { uv.getFullPathName(), "run", scripts.getChildFile (script).getFullPathName() };
+    command.addArray (arguments);
+    return command;
 }
 
 #if ! JUCE_WINDOWS

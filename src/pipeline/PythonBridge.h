@@ -16,6 +16,10 @@ juce::File findUv();
 */
 juce::File scriptsDir();
 
+/** What starts a worker: the executable, "run", the script's full path, and then the script's own arguments. */
+juce::StringArray makeCommand (const juce::File& uv, const juce::File& scripts, const juce::String& script,
+                               const juce::StringArray& arguments);
+
 /** Makes that folder the program's working folder, which the workers inherit: uv obeys configuration that it finds
     in its working folder or above, and a user may start the program in a project that has some.
 */
