@@ -9,6 +9,7 @@ import signal
 import sys
 import threading
 from collections.abc import Callable, Iterator
+from fractions import Fraction
 from typing import TYPE_CHECKING, NoReturn
 
 if TYPE_CHECKING:
@@ -153,18 +154,25 @@ def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
 
 def _within_duration(container: "InputContainer") -> Iterator["av.AudioFrame"]:
     """Drops the padding that MP4's encoders leave behind the end that the file states."""
-    stream = container.streams.audio[0]
-    states_its_end = "mp4" in container.format.name and stream.duration is not None
+    seconds = stated_seconds(container)
     num_passed = 0
 
     for frame in _decoded(container):
-        if states_its_end:
-            num_left = round(stream.duration * stream.time_base * frame.sample_rate) - num_passed
+        if seconds is not None:
+            num_left = round(seconds * frame.sample_rate) - num_passed
             if num_left <= 0:
                 return
             frame = _first_samples(frame, num_left)
         num_passed += frame.samples
         yield frame
+
+
+def stated_seconds(container: "InputContainer") -> Fraction | None:
+    """How long an MP4 file says that its audio is. Other formats do not say, or only guess."""
+    stream = container.streams.audio[0]
+    if "mp4" not in container.format.name or stream.duration is None:
+        return None
+    return stream.duration * stream.time_base
 
 
 def _first_samples(frame: "av.AudioFrame", count: int) -> "av.AudioFrame":

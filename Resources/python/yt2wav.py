@@ -154,9 +154,8 @@ def _stated_seconds(path: str) -> float:
     import av
 
     with av.open(path, metadata_errors="replace") as container:
-        stream = container.streams.audio[0]
-        if stream.duration is not None and "mp4" in container.format.name:
-            return float(stream.duration * stream.time_base)
+        if (seconds := worker.stated_seconds(container)) is not None:
+            return float(seconds)
         if container.duration is not None and "webm" in container.format.name and len(container.streams) == 1:
             return container.duration / av.time_base
     return 0

@@ -1,5 +1,8 @@
 """Looks at processes, by Linux' own account."""
 
+import os
+import signal
+import time
 from pathlib import Path
 
 
@@ -14,3 +17,13 @@ def is_alive(pid: int) -> bool:
         return Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0] not in "ZX"
     except (FileNotFoundError, ProcessLookupError):
         return False
+
+
+def gone(family: list[int], seconds: float) -> bool:
+    """Whether processes are gone within a time. Ends those that are not."""
+    deadline = time.monotonic() + seconds
+    while (alive := [pid for pid in family if is_alive(pid)]) and time.monotonic() < deadline:
+        time.sleep(0.02)
+    for pid in alive:
+        os.kill(pid, signal.SIGKILL)
+    return not alive

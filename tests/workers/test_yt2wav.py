@@ -2,11 +2,9 @@
 
 import os
 import re
-import signal
 import subprocess
 import sys
 import threading
-import time
 from collections.abc import Callable, Iterator
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from pathlib import Path
@@ -14,7 +12,7 @@ from urllib.parse import urljoin, urlsplit
 
 import numpy as np
 import pytest
-from processes import descendants, is_alive
+from processes import descendants, gone
 from wav import read_float_wav
 from workers import BLOCK_SIZE, ENVIRONMENT, SCRIPTS, UV, provide, run_worker
 
@@ -213,12 +211,7 @@ def test_nothing_outlives_uv_or_the_program(
         assert len(family) == num_processes
 
         end(uv)
-        deadline = time.monotonic() + 4  # less than the connection's time-out
-        while (alive := [pid for pid in family if is_alive(pid)]) and time.monotonic() < deadline:
-            time.sleep(0.05)
-        for pid in [uv.pid, *alive]:
-            os.kill(pid, signal.SIGKILL)
-    assert not alive
+        assert gone([uv.pid, *family], 4)  # less than the connection's time-out
 
 
 @pytest.mark.parametrize(
