@@ -15,7 +15,7 @@ from pathlib import Path
 import numpy as np
 import pytest
 from conftest import RENDER, Run, read_wav
-from processes import descendants, is_alive
+from processes import descendants, gone
 from wav import write_wav
 from workers import DEMO_SONG, ENVIRONMENT, UV, provide
 
@@ -60,9 +60,13 @@ def site(tmp_path: Path) -> Iterator[str]:
         server.shutdown()
 
 
-@pytest.fixture
-def long_song(tmp_path: Path) -> Path:
-    return write_wav(tmp_path / "long.wav", np.random.default_rng(1).uniform(-0.1, 0.1, (44100 * 240, 2)), 44100)
+@pytest.fixture(scope="module")
+def long_song(tmp_path_factory: pytest.TempPathFactory) -> Path:
+    return write_wav(
+        tmp_path_factory.mktemp("long") / "long.wav",
+        np.random.default_rng(1).uniform(-0.1, 0.1, (44100 * 240, 2)),
+        44100,
+    )
 
 
 def test_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
@@ -124,16 +128,6 @@ def kill(program: subprocess.Popen[str]) -> None:
     program.wait()
 
 
-def gone(family: list[int]) -> bool:
-    """Whether processes are gone soon. Ends those that are not."""
-    deadline = time.monotonic() + 10
-    while (alive := [pid for pid in family if is_alive(pid)]) and time.monotonic() < deadline:
-        time.sleep(0.02)
-    for pid in alive:
-        os.kill(pid, signal.SIGKILL)
-    return not alive
-
-
 Start = Callable[..., subprocess.Popen[str]]
 
 
@@ -191,7 +185,7 @@ def test_nothing_outlives_the_program(
         assert program.poll() is None
 
     end(program)
-    assert gone(family)
+    assert gone(family, 10)
     if end is not kill:
         assert program.stderr.read().endswith("Cancelled.\n")
 
@@ -203,7 +197,7 @@ def test_a_cancel_during_a_workers_start(start: Start, site: str) -> None:
         family = descendants(program.pid)
         program.send_signal(signal.SIGINT)
         assert program.wait(timeout=10) in (130, -signal.SIGINT)  # the latter before it listens
-        assert gone(family)
+        assert gone(family, 10)
 
 
 def test_the_scripts_beside_the_program_are_found_however_it_is_called(

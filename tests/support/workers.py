@@ -3,6 +3,7 @@
 import os
 import shutil
 import subprocess
+from functools import cache
 from pathlib import Path
 
 import pytest
@@ -20,6 +21,7 @@ UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or str(Path.home() / ".l
 ENVIRONMENT = os.environ | {"UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", ""), "no_proxy": "127.0.0.1"}
 
 
+@cache
 def provide(script: str) -> Path:
     """Installs what a worker needs, and returns the interpreter that has it. Skips the test where it cannot be had."""
     path = SCRIPTS / script
