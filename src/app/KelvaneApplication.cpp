@@ -5,6 +5,8 @@
 #include "pipeline/PythonBridge.h"
 #include "ui/Theme.h"
 
+#include <BinaryData.h>
+
 class KelvaneApplication::MainWindow : public compat::DocumentWindow
 {
 public:
@@ -17,6 +19,7 @@ public:
         setResizeLimits (1120, 500, 10000, 10000);
         centreWithSize (getWidth(), getHeight());
         setVisible (true);
+        showIcon();
     }
 
     ~MainWindow() override = default;
@@ -24,6 +27,17 @@ public:
     void closeButtonPressed() override { juce::JUCEApplication::getInstance()->systemRequestedQuit(); }
 
 private:
+    /** Elsewhere the icon comes with the program's file. */
+    void showIcon()
+    {
+#if JUCE_LINUX
+        // Two pixels for each of the logo's cells: the whole of it is more than a window property may hold.
+        const auto logo = juce::ImageFileFormat::loadFrom (BinaryData::Logo_png, BinaryData::Logo_pngSize);
+        if (auto* const peer = getPeer())
+            peer->setIcon (logo.rescaled (104, 104));
+#endif
+    }
+
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (MainWindow)
 };
 

@@ -1,0 +1,82 @@
+#include "ui/InputPanel.h"
+
+#include "ui/Availability.h"
+#include "ui/Theme.h"
+
+InputPanel::InputPanel() : PanelBase (juce::CharPointer_UTF8 ("1 \xc2\xb7 Input"))
+{
+    constexpr auto sourceGroup = 100;
+    localToggle.setRadioGroupId (sourceGroup);
+    urlToggle.setRadioGroupId (sourceGroup);
+    localToggle.setToggleState (true, juce::dontSendNotification);
+
+    localToggle.onClick = [this] { updateEnablement(); };
+    urlToggle.onClick = [this] { updateEnablement(); };
+    chooseButton.onClick = [this] { browse(); };
+
+    fileLabel.setText ("No file selected", juce::dontSendNotification);
+    fileLabel.setColour (juce::Label::textColourId, theme::textDim);
+    fileLabel.setFont (juce::Font (juce::FontOptions (12.5f)));
+    fileLabel.setMinimumHorizontalScale (0.8f);
+
+    // A long link wraps, and is one line all the same.
+    urlBox.setMultiLine (true, true);
+    urlBox.setReturnKeyStartsNewLine (false);
+    urlBox.setScrollbarsShown (false);
+    urlBox.setTextToShowWhenEmpty ("https://youtube.com/watch?v=...", theme::textDim);
+    urlBox.setFont (juce::Font (juce::FontOptions (13.0f)));
+    urlBox.setTitle ("YouTube URL");
+    urlBox.onTextChange = [this] { juce::NullCheckedInvocation::invoke (onUrlEdited); };
+
+    addAndMakeVisible (localToggle);
+    addAndMakeVisible (urlToggle);
+    addAndMakeVisible (chooseButton);
+    addAndMakeVisible (fileLabel);
+    addAndMakeVisible (urlBox);
+
+    updateEnablement();
+}
+
+void InputPanel::resized()
+{
+    auto area = contentArea();
+
+    localToggle.setBounds (area.removeFromTop (24));
+    area.removeFromTop (6);
+    chooseButton.setBounds (area.removeFromTop (30).withTrimmedLeft (indent));
+    area.removeFromTop (6);
+    fileLabel.setBounds (area.removeFromTop (22).withTrimmedLeft (indent));
+    area.removeFromTop (22);
+    urlToggle.setBounds (area.removeFromTop (24));
+    area.removeFromTop (6);
+    urlBox.setBounds (area.removeFromTop (52).withTrimmedLeft (indent));
+}
+
+void InputPanel::updateEnablement()
+{
+    const auto url = urlToggle.getToggleState();
+    setAvailable (chooseButton, ! url);
+    setAvailable (fileLabel, ! url);
+    setAvailable (urlBox, url);
+}
+
+void InputPanel::browse()
+{
+    chooser = std::make_unique<juce::FileChooser> ("Choose an audio file",
+                                                   juce::File::getSpecialLocation (juce::File::userMusicDirectory),
+                                                   "*.wav;*.aiff;*.aif;*.mp3;*.flac;*.m4a;*.ogg", true, false, nullptr);
+
+    chooser->launchAsync (juce::FileBrowserComponent::openMode | juce::FileBrowserComponent::canSelectFiles,
+                          [this] (const juce::FileChooser& finished) { fileChosen (finished.getResult()); });
+}
+
+void InputPanel::fileChosen (const juce::File& file)
+{
+    if (! file.existsAsFile() || file == selectedFile)
+        return;
+
+    selectedFile = file;
+    fileLabel.setText (file.getFileName(), juce::dontSendNotification);
+    fileLabel.setTooltip (file.getFullPathName());
+    juce::NullCheckedInvocation::invoke (onFileChosen);
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "ui/PanelBase.h"
+
+#include <functional>
+#include <memory>
+
+/** Where the song comes from: a local file or a link. The controls of the other one are dimmed.
+
+    What was entered is not judged here. The members are public for the owner to read and to wire.
+*/
+class InputPanel : public PanelBase
+{
+public:
+    InputPanel();
+
+    void resized() override;
+
+    std::function<void()> onUrlEdited;  /**< on every change of the link's text */
+    std::function<void()> onFileChosen; /**< when another file than before has been chosen */
+
+    juce::ToggleButton localToggle { "Local audio file" };
+    juce::ToggleButton urlToggle { "YouTube URL" };
+    juce::TextButton chooseButton { "Choose file..." };
+    juce::Label fileLabel;
+    juce::TextEditor urlBox;
+    juce::File selectedFile; /**< as long as none has been chosen, a default juce::File */
+    std::unique_ptr<juce::FileChooser> chooser;
+
+private:
+    void updateEnablement();
+    void browse();
+    void fileChosen (const juce::File& file);
+
+    JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (InputPanel)
+};

@@ -1,0 +1,97 @@
+#include "ui/KeyboardNavigation.h"
+
+#include "ui/Theme.h"
+
+namespace
+{
+
+struct Outline : public juce::FocusOutline::OutlineWindowProperties
+{
+    juce::Rectangle<int> getOutlineBounds (juce::Component& focused) override
+    {
+        return focused.getScreenBounds().expanded (2);
+    }
+
+    void drawOutline (juce::Graphics& g, int width, int height) override
+    {
+        g.setColour (theme::accent);
+        g.drawRoundedRectangle (juce::Rectangle (width, height).toFloat().reduced (1.0f), 6.0f, 1.5f);
+    }
+};
+
+/** A text editor shows its focus itself. */
+bool needsOutline (const juce::Component* focused)
+{
+    return focused != nullptr && dynamic_cast<const juce::TextEditor*> (focused) == nullptr;
+}
+
+} // namespace
+
+KeyboardNavigation::KeyboardNavigation (juce::Component& rootToUse)
+    : root (rootToUse), outline (std::make_unique<Outline>())
+{
+    root.addKeyListener (this);
+    root.addMouseListener (this, true);
+    juce::Desktop::getInstance().addFocusChangeListener (this);
+}
+
+KeyboardNavigation::~KeyboardNavigation()
+{
+    juce::Desktop::getInstance().removeFocusChangeListener (this);
+    root.removeMouseListener (this);
+    root.removeKeyListener (this);
+}
+
+bool KeyboardNavigation::keyPressed (const juce::KeyPress& key, juce::Component*)
+{
+    setKeyboardInUse (true);
+
+    if (key != juce::KeyPress (juce::KeyPress::spaceKey))
+        return false;
+
+    auto* const focused = juce::Component::getCurrentlyFocusedComponent();
+
+    if (auto* const button = dynamic_cast<juce::Button*> (focused))
+    {
+        button->triggerClick();
+        return true;
+    }
+
+    if (auto* const box = dynamic_cast<juce::ComboBox*> (focused))
+    {
+        box->showPopup();
+        return true;
+    }
+
+    return false;
+}
+
+void KeyboardNavigation::mouseDown (const juce::MouseEvent&)
+{
+    setKeyboardInUse (false);
+}
+
+void KeyboardNavigation::globalFocusChanged (juce::Component* focused)
+{
+    // A window takes the focus for itself, and Tab leads nowhere from there.
+    if (focused != nullptr && focused->isParentOf (&root))
+        root.grabKeyboardFocus();
+
+    updateOutline();
+}
+
+void KeyboardNavigation::setKeyboardInUse (bool inUse)
+{
+    keyboardInUse = inUse;
+    updateOutline();
+}
+
+void KeyboardNavigation::updateOutline()
+{
+    auto* const focused = juce::Component::getCurrentlyFocusedComponent();
+    const auto shown = keyboardInUse && needsOutline (focused) && root.isParentOf (focused);
+
+    // An outline stays in the parent of its first owner as long as it has any.
+    outline.setOwner (nullptr);
+    outline.setOwner (shown ? focused : nullptr);
+}

@@ -1,0 +1,133 @@
+#include "ui/OutputPanel.h"
+
+#include "ui/Theme.h"
+
+#include <array>
+
+namespace
+{
+
+struct SampleRate
+{
+    const char* text;
+    int hertz;
+};
+
+struct BitDepth
+{
+    const char* text;
+    int bits;
+};
+
+// An item's id is its place plus one.
+constexpr std::array sampleRates {
+    SampleRate { "Same as source", 0 }, SampleRate { "44.1 kHz", 44100 }, SampleRate { "48 kHz", 48000 },
+    SampleRate { "88.2 kHz", 88200 },   SampleRate { "96 kHz", 96000 },
+};
+
+constexpr std::array bitDepths {
+    BitDepth { "16-bit PCM", 16 },
+    BitDepth { "24-bit PCM", 24 },
+    BitDepth { "32-bit float", 32 },
+};
+
+template <typename Choices>
+void fill (juce::ComboBox& box, const Choices& choices, int selectedId)
+{
+    auto id = 0;
+    for (const auto& choice : choices)
+        box.addItem (choice.text, ++id);
+
+    box.setSelectedId (selectedId, juce::dontSendNotification);
+}
+
+/** What is selected, or a default where nothing is. */
+template <typename Choices>
+const auto& selected (const juce::ComboBox& box, const Choices& choices, size_t defaultIndex)
+{
+    const auto index = static_cast<size_t> (box.getSelectedId() - 1);
+    return index < choices.size() ? choices[index] : choices[defaultIndex];
+}
+
+void setUpCaption (juce::Label& caption)
+{
+    caption.setColour (juce::Label::textColourId, theme::textDim);
+    caption.setFont (juce::Font (juce::FontOptions (12.0f)));
+}
+
+} // namespace
+
+OutputPanel::OutputPanel()
+    : PanelBase (juce::CharPointer_UTF8 ("4 \xc2\xb7 Output")),
+      outputFolder (juce::File::getSpecialLocation (juce::File::userDesktopDirectory))
+{
+    setUpCaption (saveLabel);
+    setUpCaption (rateLabel);
+    setUpCaption (depthLabel);
+    setUpCaption (folderLabel);
+    folderLabel.setText (outputFolder.getFullPathName(), juce::dontSendNotification);
+    folderLabel.setMinimumHorizontalScale (0.7f);
+
+    chooseButton.onClick = [this] { browse(); };
+
+    fill (rateBox, sampleRates, 1);
+    fill (depthBox, bitDepths, 2);
+    rateBox.setTitle (rateLabel.getText());
+    depthBox.setTitle (depthLabel.getText());
+
+    addAndMakeVisible (saveLabel);
+    addAndMakeVisible (chooseButton);
+    addAndMakeVisible (folderLabel);
+    addAndMakeVisible (rateLabel);
+    addAndMakeVisible (rateBox);
+    addAndMakeVisible (depthLabel);
+    addAndMakeVisible (depthBox);
+}
+
+void OutputPanel::resized()
+{
+    auto area = contentArea();
+
+    saveLabel.setBounds (area.removeFromTop (18));
+    area.removeFromTop (4);
+    chooseButton.setBounds (area.removeFromTop (30));
+    area.removeFromTop (4);
+    folderLabel.setBounds (area.removeFromTop (22));
+    area.removeFromTop (16);
+    rateLabel.setBounds (area.removeFromTop (18));
+    area.removeFromTop (4);
+    rateBox.setBounds (area.removeFromTop (28));
+    area.removeFromTop (12);
+    depthLabel.setBounds (area.removeFromTop (18));
+    area.removeFromTop (4);
+    depthBox.setBounds (area.removeFromTop (28));
+}
+
+int OutputPanel::getSampleRate() const
+{
+    return selected (rateBox, sampleRates, 0).hertz;
+}
+
+int OutputPanel::getBitDepth() const
+{
+    return selected (depthBox, bitDepths, 1).bits;
+}
+
+void OutputPanel::browse()
+{
+    chooser = std::make_unique<juce::FileChooser> ("Choose the output folder", outputFolder, juce::String(), true,
+                                                   false, nullptr);
+
+    chooser->launchAsync (juce::FileBrowserComponent::openMode | juce::FileBrowserComponent::canSelectDirectories,
+                          [this] (const juce::FileChooser& finished) { folderChosen (finished.getResult()); });
+}
+
+void OutputPanel::folderChosen (const juce::File& folder)
+{
+    if (! folder.isDirectory())
+        return;
+
+    outputFolder = folder;
+    folderLabel.setText (folder.getFullPathName(), juce::dontSendNotification);
+    folderLabel.setTooltip (folder.getFullPathName());
+}

@@ -1,0 +1,72 @@
+#include "ui/StemPanel.h"
+
+#include "ui/SeparationDevice.h"
+#include "ui/Theme.h"
+
+StemPanel::StemPanel() : PanelBase (juce::CharPointer_UTF8 ("2 \xc2\xb7 Stems"))
+{
+    for (auto* const stem : { &drumsToggle, &bassToggle, &vocalsToggle, &otherToggle })
+    {
+        stem->setToggleState (true, juce::dontSendNotification);
+        addAndMakeVisible (stem);
+    }
+
+    addAndMakeVisible (fullSongToggle);
+
+    modelLabel.setColour (juce::Label::textColourId, theme::textDim);
+    modelLabel.setFont (juce::Font (juce::FontOptions (12.0f)));
+    addAndMakeVisible (modelLabel);
+
+    modelBox.addItem ("htdemucs (Demucs v4)", 1);
+    modelBox.setSelectedId (1, juce::dontSendNotification);
+    modelBox.setTitle (modelLabel.getText());
+    addAndMakeVisible (modelBox);
+
+    if (! separationHasFastDevice())
+        showCpuNotice();
+}
+
+void StemPanel::showCpuNotice()
+{
+    cpuNotice.setText ("Heads-up: separation runs on the CPU and can take several minutes per song on this machine.",
+                       juce::dontSendNotification);
+    cpuNotice.setTooltip (cpuNotice.getText()); // a low window leaves no room for all of it
+    cpuNotice.setColour (juce::Label::textColourId, theme::textDim);
+    cpuNotice.setFont (juce::Font (juce::FontOptions (11.0f)));
+    cpuNotice.setJustificationType (juce::Justification::topLeft);
+    addAndMakeVisible (cpuNotice);
+}
+
+void StemPanel::resized()
+{
+    auto area = contentArea();
+
+    for (auto* const stem : { &drumsToggle, &bassToggle, &vocalsToggle, &otherToggle })
+        stem->setBounds (area.removeFromTop (26));
+
+    area.removeFromTop (8);
+    fullSongToggle.setBounds (area.removeFromTop (26));
+    area.removeFromTop (18);
+    modelLabel.setBounds (area.removeFromTop (18));
+    area.removeFromTop (4);
+    modelBox.setBounds (area.removeFromTop (28));
+
+    if (cpuNotice.isVisible())
+    {
+        area.removeFromTop (8);
+        cpuNotice.setBounds (area);
+    }
+}
+
+void StemPanel::getStems (bool (&out)[4]) const
+{
+    out[0] = drumsToggle.getToggleState();
+    out[1] = bassToggle.getToggleState();
+    out[2] = vocalsToggle.getToggleState();
+    out[3] = otherToggle.getToggleState();
+}
+
+juce::String StemPanel::getModelName() const
+{
+    return "htdemucs";
+}

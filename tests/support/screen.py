@@ -1,0 +1,100 @@
+"""A screen of its own for a program with a window, and what a user sees and does there."""
+
+import os
+import subprocess
+import time
+from collections.abc import Callable
+from pathlib import Path
+
+import numpy as np
+
+
+def wait_for(condition: Callable[[], object], seconds: float = 60.0) -> object:
+    """What a condition gives once it gives anything, or nothing when the time is up."""
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        if found := condition():
+            return found
+        time.sleep(0.05)
+    return None
+
+
+class Screen:
+    """An X server with a window manager, and what a user sees and does there."""
+
+    def __init__(self, environment: dict[str, str]) -> None:
+        reading, writing = os.pipe()
+        self.server = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(writing), "-screen", "0", "1600x1000x24", "-nolisten", "tcp"],
+            pass_fds=[writing],
+            stderr=subprocess.DEVNULL,
+        )
+        os.close(writing)
+        with os.fdopen(reading) as display:
+            self.environment = {**environment, "DISPLAY": f":{display.readline().strip()}"}
+        # A window that asks to be shown before the manager has read its theme is never shown.
+        ready = Path(environment["TMPDIR"]) / "window-manager-is-ready"
+        self.manager = subprocess.Popen(
+            ["openbox", "--startup", f"touch {ready}"], env=self.environment, stderr=subprocess.DEVNULL
+        )
+        assert wait_for(ready.exists), "the window manager did not start"
+
+    def close(self) -> None:
+        for process in (self.manager, self.server):
+            process.terminate()
+            process.wait()
+
+    def start(self, *command: str, **variables: str) -> subprocess.Popen[bytes]:
+        return subprocess.Popen(command, env=self.environment | variables, stderr=subprocess.DEVNULL)
+
+    def ask(self, *command: str) -> str:
+        return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=60).stdout
+
+    def xdotool(self, *arguments: str) -> str:
+        return self.ask("xdotool", *arguments)
+
+    def windows(self, title: str = "Kelvane") -> list[str]:
+        return self.xdotool("search", "--onlyvisible", "--name", f"^{title}$").split()
+
+    def size_of(self, window: str) -> tuple[int, int]:
+        """Nothing by nothing if it has gone."""
+        shell = dict(line.split("=") for line in self.xdotool("getwindowgeometry", "--shell", window).split())
+        return int(shell.get("WIDTH", 0)), int(shell.get("HEIGHT", 0))
+
+    def outer_size_of(self, window: str) -> tuple[int, int]:
+        """With the frame that the window manager draws around it."""
+        extents = self.ask("xprop", "-id", window, "_NET_FRAME_EXTENTS").split("=")[1]
+        left, right, top, bottom = (int(extent) for extent in extents.split(","))
+        width, height = self.size_of(window)
+        return width + left + right, height + top + bottom
+
+    def drag_corner(self, window: str, right: int, down: int) -> None:
+        """Resizes as a user would, with the mouse: Alt and the right button, near the bottom right corner."""
+        width, height = self.size_of(window)
+        self.xdotool("mousemove", "--window", window, str(width - 10), str(height - 10))
+        self.xdotool("keydown", "alt", "mousedown", "3")
+        for step in range(1, 11):
+            self.xdotool(
+                "mousemove",
+                "--window",
+                window,
+                str(width - 10 + right * step // 10),
+                str(height - 10 + down * step // 10),
+            )
+        self.xdotool("mouseup", "3", "keyup", "alt")
+
+    def click(self, window: str, x: int, y: int) -> None:
+        self.xdotool("mousemove", "--window", window, str(x), str(y), "click", "1")
+
+    def press(self, *keys: str) -> None:
+        self.xdotool("key", "--clearmodifiers", *keys)
+
+    def picture_of(self, window: str) -> np.ndarray:
+        """Its pixels, of shape (height, width, 3), in red, green and blue from 0 to 255."""
+        dump = subprocess.run(
+            ["xwd", "-silent", "-id", window], env=self.environment, capture_output=True, check=True, timeout=60
+        ).stdout
+        header = np.frombuffer(dump, ">u4", 25)
+        width, height, bytes_per_line = header[4], header[5], header[12]
+        pixels = np.frombuffer(dump, np.uint8, offset=header[0] + 12 * header[19])
+        return pixels.reshape(height, bytes_per_line)[:, : 4 * width].reshape(height, width, 4)[:, :, 2::-1]
