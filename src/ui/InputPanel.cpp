@@ -1,6 +1,7 @@
 #include "ui/InputPanel.h"
 
 #include "ui/Availability.h"
+#include "ui/FileDialog.h"
 #include "ui/Theme.h"
 
 InputPanel::InputPanel() : PanelBase (juce::CharPointer_UTF8 ("1 \xc2\xb7 Input"))
@@ -66,8 +67,8 @@ void InputPanel::browse()
                                                    juce::File::getSpecialLocation (juce::File::userMusicDirectory),
                                                    "*.wav;*.aiff;*.aif;*.mp3;*.flac;*.m4a;*.ogg", true, false, nullptr);
 
-    chooser->launchAsync (juce::FileBrowserComponent::openMode | juce::FileBrowserComponent::canSelectFiles,
-                          [this] (const juce::FileChooser& finished) { fileChosen (finished.getResult()); });
+    launchFileDialog (*chooser, juce::FileBrowserComponent::openMode | juce::FileBrowserComponent::canSelectFiles,
+                      [this] (const juce::FileChooser& finished) { fileChosen (finished.getResult()); });
 }
 
 void InputPanel::fileChosen (const juce::File& file)

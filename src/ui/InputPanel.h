@@ -16,6 +16,12 @@ public:
 
     void resized() override;
 
+    /** Dims what does not belong to the selected source. To be called where that is set without notification. */
+    void updateEnablement();
+
+    /** Opens the file dialog. */
+    void browse();
+
     std::function<void()> onUrlEdited;  /**< on every change of the link's text */
     std::function<void()> onFileChosen; /**< when another file than before has been chosen */
 
@@ -28,8 +34,6 @@ public:
     std::unique_ptr<juce::FileChooser> chooser;
 
 private:
-    void updateEnablement();
-    void browse();
     void fileChosen (const juce::File& file);
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (InputPanel)

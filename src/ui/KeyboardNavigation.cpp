@@ -59,7 +59,9 @@ bool KeyboardNavigation::keyPressed (const juce::KeyPress& key, juce::Component*
 
     if (auto* const box = dynamic_cast<juce::ComboBox*> (focused))
     {
-        box->showPopup();
+        if (! box->isPopupActive())
+            box->showPopup();
+
         return true;
     }
 

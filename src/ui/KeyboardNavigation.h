@@ -5,7 +5,8 @@
 /** What JUCE's controls lack for work without a mouse: an outline around the one that has the focus,
     and Space, which acts on it as Return does.
 
-    The outline comes with the first key and goes with the next click of the mouse.
+    The outline comes with a key that the control has no use for itself, as Tab, and goes with the next click of
+    the mouse.
 */
 class KeyboardNavigation : private juce::KeyListener, private juce::FocusChangeListener, private juce::MouseListener
 {

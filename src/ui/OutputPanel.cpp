@@ -1,6 +1,7 @@
 #include "ui/OutputPanel.h"
 
-#include "ui/Theme.h"
+#include "ui/Caption.h"
+#include "ui/FileDialog.h"
 
 #include <array>
 
@@ -49,22 +50,16 @@ const auto& selected (const juce::ComboBox& box, const Choices& choices, size_t 
     return index < choices.size() ? choices[index] : choices[defaultIndex];
 }
 
-void setUpCaption (juce::Label& caption)
-{
-    caption.setColour (juce::Label::textColourId, theme::textDim);
-    caption.setFont (juce::Font (juce::FontOptions (12.0f)));
-}
-
 } // namespace
 
 OutputPanel::OutputPanel()
     : PanelBase (juce::CharPointer_UTF8 ("4 \xc2\xb7 Output")),
       outputFolder (juce::File::getSpecialLocation (juce::File::userDesktopDirectory))
 {
-    setUpCaption (saveLabel);
-    setUpCaption (rateLabel);
-    setUpCaption (depthLabel);
-    setUpCaption (folderLabel);
+    makeCaption (saveLabel);
+    makeCaption (rateLabel);
+    makeCaption (depthLabel);
+    makeCaption (folderLabel);
     folderLabel.setText (outputFolder.getFullPathName(), juce::dontSendNotification);
     folderLabel.setMinimumHorizontalScale (0.7f);
 
@@ -118,8 +113,8 @@ void OutputPanel::browse()
     chooser = std::make_unique<juce::FileChooser> ("Choose the output folder", outputFolder, juce::String(), true,
                                                    false, nullptr);
 
-    chooser->launchAsync (juce::FileBrowserComponent::openMode | juce::FileBrowserComponent::canSelectDirectories,
-                          [this] (const juce::FileChooser& finished) { folderChosen (finished.getResult()); });
+    launchFileDialog (*chooser, juce::FileBrowserComponent::openMode | juce::FileBrowserComponent::canSelectDirectories,
+                      [this] (const juce::FileChooser& finished) { folderChosen (finished.getResult()); });
 }
 
 void OutputPanel::folderChosen (const juce::File& folder)

@@ -18,6 +18,9 @@ public:
     /** 16, 24 or 32, as PipelineConfig::bitDepth has it. */
     int getBitDepth() const;
 
+    /** Opens the folder dialog. */
+    void browse();
+
 private:
     juce::Label saveLabel { {}, "Save location" };
     juce::TextButton chooseButton { "Choose folder..." };
@@ -33,7 +36,6 @@ public:
 private:
     std::unique_ptr<juce::FileChooser> chooser;
 
-    void browse();
     void folderChosen (const juce::File& folder);
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (OutputPanel)

@@ -38,5 +38,7 @@ juce::Rectangle<int> PanelBase::titleStrip() const
 
 juce::Rectangle<int> PanelBase::contentArea() const
 {
-    return getLocalBounds().reduced (margin).withTrimmedTop (30);
+    auto area = getLocalBounds().reduced (margin);
+    area.removeFromTop (30);
+    return area;
 }

@@ -4,6 +4,8 @@
 
 #include <BinaryData.h>
 
+#include <array>
+
 namespace
 {
 

@@ -1,7 +1,23 @@
 #include "ui/StemPanel.h"
 
+#include "ui/Caption.h"
 #include "ui/SeparationDevice.h"
 #include "ui/Theme.h"
+
+namespace
+{
+
+void setUpCpuNotice (juce::Label& notice)
+{
+    notice.setText ("Heads-up: separation runs on the CPU and can take several minutes per song on this machine.",
+                    juce::dontSendNotification);
+    notice.setTooltip (notice.getText()); // a low window leaves no room for all of it
+    notice.setColour (juce::Label::textColourId, theme::textDim);
+    notice.setFont (juce::Font (juce::FontOptions (11.0f)));
+    notice.setJustificationType (juce::Justification::topLeft);
+}
+
+} // namespace
 
 StemPanel::StemPanel() : PanelBase (juce::CharPointer_UTF8 ("2 \xc2\xb7 Stems"))
 {
@@ -13,8 +29,7 @@ StemPanel::StemPanel() : PanelBase (juce::CharPointer_UTF8 ("2 \xc2\xb7 Stems"))
 
     addAndMakeVisible (fullSongToggle);
 
-    modelLabel.setColour (juce::Label::textColourId, theme::textDim);
-    modelLabel.setFont (juce::Font (juce::FontOptions (12.0f)));
+    makeCaption (modelLabel);
     addAndMakeVisible (modelLabel);
 
     modelBox.addItem ("htdemucs (Demucs v4)", 1);
@@ -23,18 +38,10 @@ StemPanel::StemPanel() : PanelBase (juce::CharPointer_UTF8 ("2 \xc2\xb7 Stems"))
     addAndMakeVisible (modelBox);
 
     if (! separationHasFastDevice())
-        showCpuNotice();
-}
-
-void StemPanel::showCpuNotice()
-{
-    cpuNotice.setText ("Heads-up: separation runs on the CPU and can take several minutes per song on this machine.",
-                       juce::dontSendNotification);
-    cpuNotice.setTooltip (cpuNotice.getText()); // a low window leaves no room for all of it
-    cpuNotice.setColour (juce::Label::textColourId, theme::textDim);
-    cpuNotice.setFont (juce::Font (juce::FontOptions (11.0f)));
-    cpuNotice.setJustificationType (juce::Justification::topLeft);
-    addAndMakeVisible (cpuNotice);
+    {
+        setUpCpuNotice (cpuNotice);
+        addAndMakeVisible (cpuNotice);
+    }
 }
 
 void StemPanel::resized()

@@ -30,7 +30,5 @@ private:
     juce::ComboBox modelBox;
     juce::Label cpuNotice; /**< not a child where separation has more than the CPU */
 
-    void showCpuNotice();
-
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (StemPanel)
 };

@@ -1,18 +1,46 @@
 #include "ui/TempoPanel.h"
 
 #include "ui/Availability.h"
+#include "ui/Caption.h"
 #include "ui/Theme.h"
+
+#include <initializer_list>
 
 namespace
 {
 
-const juce::String notDetected { "--" };
+constexpr int detectedWidth = 64;
 
 void setUpCaption (juce::Label& caption)
 {
-    caption.setColour (juce::Label::textColourId, theme::textDim);
-    caption.setFont (juce::Font (juce::FontOptions (12.0f)));
+    makeCaption (caption);
     caption.setJustificationType (juce::Justification::centredRight);
+}
+
+/** A row of a source and a target, which has the detected value at its right. */
+struct PairRow
+{
+    juce::Label& fromLabel;
+    juce::Component& fromBox;
+    juce::Label& toLabel;
+    juce::Component& toBox;
+    juce::ToggleButton& autoToggle;
+    juce::Label& detectedLabel;
+    int boxWidth;
+};
+
+void layOut (const PairRow& row, juce::Rectangle<int> area)
+{
+    area.removeFromLeft (10);
+    row.detectedLabel.setBounds (area.removeFromRight (detectedWidth));
+    row.fromLabel.setBounds (area.removeFromLeft (36));
+    area.removeFromLeft (4);
+    row.fromBox.setBounds (area.removeFromLeft (row.boxWidth).reduced (0, 2));
+    row.toLabel.setBounds (area.removeFromLeft (28));
+    area.removeFromLeft (4);
+    row.toBox.setBounds (area.removeFromLeft (row.boxWidth).reduced (0, 2));
+    area.removeFromLeft (10);
+    row.autoToggle.setBounds (area.removeFromLeft (64));
 }
 
 } // namespace
@@ -142,7 +170,6 @@ void TempoPanel::resized()
 {
     analyzeButton.setBounds (titleStrip().removeFromRight (84).withSizeKeepingCentre (84, 24));
 
-    constexpr auto detectedWidth = 64;
     auto area = contentArea();
 
     tempoOnlyToggle.setBounds (area.removeFromTop (24));
@@ -157,30 +184,13 @@ void TempoPanel::resized()
     detectedLabel.setBounds (heading.removeFromRight (detectedWidth));
     bpmToggle.setBounds (heading);
 
-    auto row = area.removeFromTop (28).withTrimmedLeft (10);
-    detectedBpmLabel.setBounds (row.removeFromRight (detectedWidth));
-    bpmFromLabel.setBounds (row.removeFromLeft (36));
-    row.removeFromLeft (4);
-    bpmFromBox.setBounds (row.removeFromLeft (56).reduced (0, 2));
-    bpmToLabel.setBounds (row.removeFromLeft (28));
-    row.removeFromLeft (4);
-    bpmToBox.setBounds (row.removeFromLeft (56).reduced (0, 2));
-    row.removeFromLeft (10);
-    bpmAutoToggle.setBounds (row.removeFromLeft (64));
+    layOut ({ bpmFromLabel, bpmFromBox, bpmToLabel, bpmToBox, bpmAutoToggle, detectedBpmLabel, 56 },
+            area.removeFromTop (28));
     area.removeFromTop (12);
 
     keyToggle.setBounds (area.removeFromTop (24));
-
-    row = area.removeFromTop (28).withTrimmedLeft (10);
-    detectedKeyLabel.setBounds (row.removeFromRight (detectedWidth));
-    keyFromLabel.setBounds (row.removeFromLeft (36));
-    row.removeFromLeft (4);
-    keyFromBox.setBounds (row.removeFromLeft (60).reduced (0, 2));
-    keyToLabel.setBounds (row.removeFromLeft (28));
-    row.removeFromLeft (4);
-    keyToBox.setBounds (row.removeFromLeft (60).reduced (0, 2));
-    row.removeFromLeft (10);
-    keyAutoToggle.setBounds (row.removeFromLeft (64));
+    layOut ({ keyFromLabel, keyFromBox, keyToLabel, keyToBox, keyAutoToggle, detectedKeyLabel, 60 },
+            area.removeFromTop (28));
 }
 
 StretchMode TempoPanel::getStretchMode() const
@@ -223,8 +233,8 @@ void TempoPanel::setAnalyzeBusy (bool busy)
 
 void TempoPanel::clearAnalysisResult()
 {
-    detectedBpmLabel.setText (notDetected, juce::dontSendNotification);
-    detectedKeyLabel.setText (notDetected, juce::dontSendNotification);
+    detectedBpmLabel.setText ("--", juce::dontSendNotification);
+    detectedKeyLabel.setText ("--", juce::dontSendNotification);
 }
 
 void TempoPanel::setAnalysisResult (double bpm, int key)

@@ -19,6 +19,9 @@ public:
     StretchMode getStretchMode() const;
     AdjustMode getAdjustMode() const;
 
+    /** Dims what does not apply. To be called where a toggle is set without notification. */
+    void updateEnablement();
+
     /** While an analysis is under way, no other can be asked for. */
     void setAnalyzeBusy (bool busy);
 
@@ -63,7 +66,6 @@ private:
     void setUpKey();
     void setUpAnalysis();
     void setReadingOrder();
-    void updateEnablement();
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (TempoPanel)
 };

@@ -26,11 +26,22 @@ enum Child
     footer
 };
 
-struct MainComponentTest : MessageThreadTest
+class MainComponentTest : public MessageThreadTest
 {
+protected:
+    ~MainComponentTest() override
+    {
+        owned.reset();
+        EXPECT_EQ (dynamic_cast<PipelineLookAndFeel*> (&juce::LookAndFeel::getDefaultLookAndFeel()), nullptr);
+    }
+
     Bounds boundsOf (Child child) const { return window.getChildComponent (child)->getBounds(); }
 
-    MainComponent window;
+private:
+    std::optional<MainComponent> owned { std::in_place };
+
+protected:
+    MainComponent& window = *owned;
 };
 
 float widthOf (float height, const juce::String& text)
@@ -119,10 +130,6 @@ TEST_F (MainComponentTest, GivesThePanelsAllTheWidthAndAllTheHeightToSpare)
         EXPECT_EQ (boundsOf (input).getHeight(), width / 2 - 204);
         EXPECT_EQ (boundsOf (execute).getBottom(), width / 2 - 16);
     }
-
-    window.setSize (10, 10);
-    for (auto* const child : window.getChildren())
-        EXPECT_TRUE (child->getWidth() >= 0 && child->getHeight() >= 0);
 }
 
 TEST_F (MainComponentTest, JoinsTheInputToTheAnalyzeButton)
@@ -149,6 +156,15 @@ TEST_F (MainComponentTest, JoinsTheInputToTheAnalyzeButton)
     EXPECT_NE (image.getPixelAt (600, 88), image.getPixelAt (600, 84)) << "header rule";
 }
 
+TEST_F (MainComponentTest, PaintsItsPictures)
+{
+    window.setSize (2400, 510); // the stripes stretch, the logo does not
+    const auto image = snapshot (window);
+    EXPECT_EQ (image.getPixelAt (490, 2), juce::Colour (0xffdf7705));
+    EXPECT_EQ (image.getPixelAt (530, 2), juce::Colour (0xffa03310));
+    EXPECT_EQ (image.getPixelAt (28, 49), juce::Colour (0xff434343)) << "the device's face";
+}
+
 TEST_F (MainComponentTest, PaintsWithoutItsPictures)
 {
     juce::Image image (juce::Image::ARGB, 200, 200, true);
@@ -171,6 +187,19 @@ TEST_F (MainComponentTest, GivesEveryTextThePixelTypeface)
     const juce::Font plain (juce::FontOptions (13.0f));
     EXPECT_EQ (plain.getTypefacePtr()->getName(), "Geist Pixel");
     EXPECT_EQ (plain.boldened().getTypefacePtr()->getName(), "Geist Pixel");
+
+    const std::function<void (juce::Component&)> checkLabels = [&] (juce::Component& parent)
+    {
+        for (auto* const one : parent.getChildren())
+        {
+            if (auto* const label = dynamic_cast<juce::Label*> (one))
+            {
+                EXPECT_EQ (label->getFont().getTypefacePtr()->getName(), "Geist Pixel") << label->getText();
+            }
+            checkLabels (*one);
+        }
+    };
+    checkLabels (window);
 
     auto& slider = dynamic_cast<TempoPanel&> (*window.getChildComponent (tempo)).percentSlider;
     auto& number = dynamic_cast<juce::Label&> (*slider.getChildComponent (0));

@@ -5,19 +5,32 @@
 
 #include <optional>
 
+/** Calls a function while the message thread waits. */
+template <typename Function>
+auto onMessageThread (Function function)
+{
+    const juce::MessageManagerLock lock;
+    return function();
+}
+
+/** Waits until the message thread has delivered what has been posted so far. */
+inline void deliverMessages()
+{
+    juce::WaitableEvent delivered;
+    juce::MessageManager::callAsync ([&] { delivered.signal(); });
+    ASSERT_TRUE (delivered.wait (60000));
+}
+
 /** Components are made, changed and looked at while the message thread waits. There need be no display. */
 class MessageThreadTest : public testing::Test
 {
 protected:
     MessageThreadTest() { lock.emplace(); }
 
-    /** Lets the message thread deliver what has been posted so far. */
     void deliverMessages()
     {
         lock.reset();
-        juce::WaitableEvent delivered;
-        juce::MessageManager::callAsync ([&] { delivered.signal(); });
-        EXPECT_TRUE (delivered.wait (60000));
+        ::deliverMessages();
         lock.emplace();
     }
 

@@ -9,6 +9,9 @@
 #include "ui/TempoPanel.h"
 #include "ui/Theme.h"
 
+#include <array>
+#include <cstdlib>
+
 namespace
 {
 
@@ -126,6 +129,7 @@ TEST_F (PanelTest, InputDimsTheSourceThatIsNotSelected)
 
     // Pasted text may hold line breaks; Return makes none.
     panel.urlBox.setText ("https://127.0.0.1/\nwatch", true);
+    deliverMessages();
     panel.urlBox.keyPressed (juce::KeyPress (juce::KeyPress::returnKey));
     deliverMessages();
     EXPECT_EQ (panel.urlBox.getText(), "https://127.0.0.1/\nwatch");
@@ -223,6 +227,7 @@ TEST_F (PanelTest, TempoEnablesWhatAppliesToTheModeAndTheAutoToggles)
         }
 
     EXPECT_EQ (panel.getStretchMode(), StretchMode::TempoOnly);
+    EXPECT_TRUE (panel.tempoOnlyToggle.getToggleState());
     click (panel.tempoPitchToggle);
     EXPECT_EQ (panel.getStretchMode(), StretchMode::TempoAndPitch);
 }
@@ -272,8 +277,30 @@ TEST_F (PanelTest, TempoRefusesWhatIsNoNumber)
     EXPECT_EQ (panel.bpmToBox.getText(), "120.555");
 }
 
-TEST_F (PanelTest, TempoHasItsControlsWhereTheyBelong)
+TEST_F (PanelTest, HasItsControlsWhereTheyBelong)
 {
+    InputPanel source;
+    source.setSize (238, 368);
+    EXPECT_EQ (source.chooseButton.getBounds(), Bounds (40, 76, 182, 30));
+    EXPECT_EQ (source.fileLabel.getBounds(), Bounds (40, 112, 182, 22));
+    EXPECT_EQ (source.urlBox.getBounds(), Bounds (40, 186, 182, 52));
+    source.setSize (200, 50); // too low for the title: what there is begins where the panel's margin ends
+    EXPECT_EQ (source.localToggle.getBounds(), Bounds (16, 34, 168, 0));
+
+    StemPanel stems;
+    stems.setSize (228, 368);
+    EXPECT_EQ (stems.fullSongToggle.getBounds(), Bounds (16, 158, 196, 26));
+    EXPECT_EQ (stems.getChildComponent (6)->getBounds(), Bounds (16, 224, 196, 28));
+    if (auto* const notice = stems.getChildComponent (7))
+    {
+        EXPECT_EQ (notice->getBounds(), Bounds (16, 260, 196, 92));
+    }
+
+    OutputPanel output;
+    output.setSize (251, 368);
+    EXPECT_EQ (output.getChildComponent (2)->getBounds(), Bounds (16, 102, 219, 22));
+    EXPECT_EQ (output.getChildComponent (6)->getBounds(), Bounds (16, 224, 219, 28));
+
     TempoPanel panel;
     panel.setSize (420, 340);
     EXPECT_EQ (panel.analyzeButton.getBounds(), Bounds (320, 7, 84, 24));

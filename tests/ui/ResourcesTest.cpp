@@ -2,6 +2,7 @@
 
 #include <BinaryData.h>
 
+#include <array>
 #include <string>
 #include <string_view>
 
