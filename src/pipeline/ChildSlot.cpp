@@ -4,27 +4,37 @@
 #include <csignal>
 #include <pthread.h>
 #include <sys/prctl.h>
+#include <unistd.h>
 
 static thread_local bool isStarting = false;
 
-/** Runs in every child of this program, between its fork and its exec. */
-static void dieWithProgram()
+/** Runs in every child of this program, between its fork and its exec.
+
+    JUCE leaves all that the program has open to each child. One that inherits the other end of another worker's
+    output, as when a run and an analysis go on at once, would keep that worker's reader waiting for its own end.
+
+    And a program that is killed cannot kill its worker, and uv could go on to fetch gigabytes: the system has to.
+*/
+static void prepareChild()
 {
+#ifdef CLOSE_RANGE_CLOEXEC
+    close_range (STDERR_FILENO + 1, ~0u, CLOSE_RANGE_CLOEXEC);
+#endif
+
     if (isStarting)
         prctl (PR_SET_PDEATHSIG, SIGKILL);
 }
 
-/** A program that is killed cannot kill its worker, and uv could go on to fetch gigabytes: the system has to do it. */
-static void arrangeForDeath()
+static void arrangePreparation()
 {
-    [[maybe_unused]] static const auto installed = pthread_atfork (nullptr, nullptr, dieWithProgram);
+    [[maybe_unused]] static const auto installed = pthread_atfork (nullptr, nullptr, prepareChild);
 }
 #endif
 
 juce::ChildProcess* ChildSlot::start (const juce::StringArray& args)
 {
 #if JUCE_LINUX
-    arrangeForDeath();
+    arrangePreparation();
     const juce::ScopedValueSetter<bool> starting (isStarting, true);
 #endif
 

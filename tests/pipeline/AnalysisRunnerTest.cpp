@@ -160,3 +160,15 @@ TEST_F (AnalysisRunnerTest, ACancelKillsTheWorkerAndNothingIsDelivered)
         EXPECT_FALSE (juce::File ("/proc/" + pidFile.loadFileAsString().trim()).exists()) << worker;
     }
 }
+
+TEST_F (AnalysisRunnerTest, AWorkerGetsNothingThatIsOpenElsewhere)
+{
+    // The end of another worker's output, say: its reader would wait until this worker has ended, too.
+    juce::FileOutputStream open (folder.getChild ("open elsewhere"));
+    uv.setWorker ("analyze.py", "ls -l /proc/$$/fd >fds");
+    analyzeFile();
+
+    const auto inherited = uv.getFile ("fds").loadFileAsString();
+    EXPECT_TRUE (inherited.contains ("0 -> ")) << inherited;
+    EXPECT_FALSE (inherited.contains ("open elsewhere")) << inherited;
+}
