@@ -22,6 +22,23 @@ juce::Font fontOfHeight (float height)
     return juce::Font (juce::FontOptions (height));
 }
 
+/** Ends a job for good. A run ends with the file that it is rendering, and with an hour of music that takes longer
+    than anybody wants to wait. Its thread is then left to the end of the program: to cut it off by force, as
+    stopThread() does, aborts the program wherever the thread cannot be unwound.
+*/
+template <typename Runner>
+void end (std::unique_ptr<Runner>& runner)
+{
+    if (runner == nullptr)
+        return;
+
+    runner->cancel();
+
+    constexpr auto timeoutMilliseconds = 5000;
+    if (! runner->waitForThreadToExit (timeoutMilliseconds))
+        juce::ignoreUnused (runner.release());
+}
+
 } // namespace
 
 MainComponent::MainComponent()
@@ -32,12 +49,17 @@ MainComponent::MainComponent()
     loadPictures();
     setUpLabels();
     setUpExecution();
+    connectPanels();
     addChildren();
     setSize (1250, 572);
 }
 
 MainComponent::~MainComponent()
 {
+    end (pipelineRunner);
+    end (analysisRunner);
+    clearUrlCache();
+
     setLookAndFeel (nullptr);
     juce::LookAndFeel::setDefaultLookAndFeel (nullptr);
 }
@@ -63,9 +85,20 @@ void MainComponent::setUpExecution()
 {
     executeButton.setColour (juce::TextButton::buttonColourId, theme::accentDim);
     executeButton.setColour (juce::TextButton::textColourOffId, juce::Colours::white);
+    executeButton.onClick = [this] { executeClicked(); };
 
     progressBar.setPercentageDisplay (true);
     progressBar.setTitle ("Progress");
+}
+
+void MainComponent::connectPanels()
+{
+    tempoPanel.onAnalyze = [this] { analyzeClicked(); };
+    inputPanel.onUrlEdited = [this] { sourceChanged (true); };
+    inputPanel.onFileChosen = [this] { sourceChanged (false); };
+
+    showMessage = [] (juce::MessageBoxIconType icon, const juce::String& title, const juce::String& text)
+    { juce::AlertWindow::showMessageBoxAsync (icon, title, text); };
 }
 
 void MainComponent::addChildren()

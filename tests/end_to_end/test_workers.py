@@ -5,68 +5,22 @@ import os
 import shutil
 import signal
 import subprocess
-import threading
 import time
 from collections.abc import Callable, Iterator
 from contextlib import ExitStack
-from http.server import SimpleHTTPRequestHandler, ThreadingHTTPServer
 from pathlib import Path
 
 import numpy as np
 import pytest
-from conftest import RENDER, Run, read_wav
+from conftest import RENDER, Run, Site, read_wav
 from processes import descendants, gone
 from wav import write_wav
-from workers import DEMO_SONG, ENVIRONMENT, UV, provide
+from workers import DEMO_SONG, UV
 
 
 @pytest.fixture
-def environment(environment: dict[str, str], hub: Path) -> dict[str, str]:
-    """That of the other tests, with what the workers need, offline but for the loopback interface."""
-    for script in ("analyze.py", "yt2wav.py"):
-        provide(script)
-    return {**ENVIRONMENT, **environment, "KELVANE_UV": UV, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1"}
-
-
-@pytest.fixture
-def site(tmp_path: Path) -> Iterator[str]:
-    """The address of a site with the demo song, as /A Title.ogg, and with one that stops coming."""
-    released = threading.Event()
-
-    class Site(SimpleHTTPRequestHandler):
-        def do_GET(self) -> None:
-            if self.path.startswith("/stalled/"):
-                released.wait()
-            super().do_GET()
-
-        def copyfile(self, source: object, outputfile: object) -> None:
-            if "stalled" not in self.path:
-                return super().copyfile(source, outputfile)
-            outputfile.write(source.read(100000))
-            return released.wait()
-
-        def log_message(self, *_: object) -> None:
-            pass
-
-    folder = tmp_path / "site"
-    folder.mkdir()
-    for name in ("A Title é日.ogg", "stalled.ogg"):
-        (folder / name).write_bytes(DEMO_SONG.read_bytes())
-
-    with ThreadingHTTPServer(("127.0.0.1", 0), lambda *given: Site(*given, directory=folder)) as server:
-        threading.Thread(target=server.serve_forever).start()
-        yield f"http://127.0.0.1:{server.server_port}"
-        released.set()
-        server.shutdown()
-
-
-@pytest.fixture(scope="module")
-def long_song(tmp_path_factory: pytest.TempPathFactory) -> Path:
-    return write_wav(
-        tmp_path_factory.mktemp("long") / "long.wav",
-        np.random.default_rng(1).uniform(-0.1, 0.1, (44100 * 240, 2)),
-        44100,
-    )
+def environment(environment_with_workers: dict[str, str]) -> dict[str, str]:
+    return environment_with_workers
 
 
 def test_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
@@ -88,8 +42,8 @@ def test_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
         assert len(samples) / rate == pytest.approx(27.2 * 112 / 140, rel=0.01)
 
 
-def test_a_link_becomes_a_folder_named_after_its_title(render: Run, tmp_path: Path, site: str) -> None:
-    result = render(f"{site}/A%20Title%20%C3%A9%E6%97%A5.ogg", "--full-song", "--key", "auto:E", "--out", "out")
+def test_a_link_becomes_a_folder_named_after_its_title(render: Run, tmp_path: Path, site: Site) -> None:
+    result = render(f"{site.address}/A%20Title%20%C3%A9%E6%97%A5.ogg", "--full-song", "--key", "auto:E", "--out", "out")
     assert result.returncode == 0, result.stdout + result.stderr
     assert "Processing full mix... (detected key: D)" in result.stdout
     samples, _ = read_wav(tmp_path / "out" / "A Title é日 - Stems" / "A Title é日 - full mix.wav")
@@ -97,8 +51,8 @@ def test_a_link_becomes_a_folder_named_after_its_title(render: Run, tmp_path: Pa
     assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
 
 
-def test_analyze_prints_a_line_of_json_for_each_song(render: Run, tmp_path: Path, site: str) -> None:
-    url = f"{site}/A%20Title%20%C3%A9%E6%97%A5.ogg"
+def test_analyze_prints_a_line_of_json_for_each_song(render: Run, tmp_path: Path, site: Site) -> None:
+    url = f"{site.address}/A%20Title%20%C3%A9%E6%97%A5.ogg"
     silence = write_wav(tmp_path / "silence.wav", np.zeros((100000, 2)), 44100)
     result = render("--analyze", DEMO_SONG, silence, "missing.wav", url)
 
@@ -165,7 +119,7 @@ def start(environment: dict[str, str], tmp_path: Path) -> Iterator[Start]:
 def test_nothing_outlives_the_program(
     start: Start,
     tmp_path: Path,
-    site: str,
+    site: Site,
     long_song: Path,
     song: str,
     arguments: list[str],
@@ -175,8 +129,12 @@ def test_nothing_outlives_the_program(
 ) -> None:
     changed = {}
     if song == "installing":  # from an index that does not answer
-        changed = {"UV_CACHE_DIR": str(tmp_path / "cold"), "UV_DEFAULT_INDEX": f"{site}/stalled", "UV_FIND_LINKS": ""}
-    source = f"{site}/stalled.ogg" if song == "stalled" else long_song
+        changed = {
+            "UV_CACHE_DIR": str(tmp_path / "cold"),
+            "UV_DEFAULT_INDEX": f"{site.address}/stalled",
+            "UV_FIND_LINKS": "",
+        }
+    source = f"{site.address}/stalled.ogg" if song == "stalled" else long_song
     program = start(source, "--out", "out", *arguments, **changed)
 
     # The sign that the worker is at work shows too that its lines arrive while it is.
@@ -190,9 +148,9 @@ def test_nothing_outlives_the_program(
         assert program.stderr.read().endswith("Cancelled.\n")
 
 
-def test_a_cancel_during_a_workers_start(start: Start, site: str) -> None:
+def test_a_cancel_during_a_workers_start(start: Start, site: Site) -> None:
     for delay in np.linspace(0.01, 0.2, 12):
-        program = start("--analyze", f"{site}/stalled.ogg")
+        program = start("--analyze", f"{site.address}/stalled.ogg")
         time.sleep(delay)
         family = descendants(program.pid)
         program.send_signal(signal.SIGINT)

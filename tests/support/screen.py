@@ -1,8 +1,10 @@
 """A screen of its own for a program with a window, and what a user sees and does there."""
 
 import os
+import struct
 import subprocess
 import time
+import zlib
 from collections.abc import Callable
 from pathlib import Path
 
@@ -98,3 +100,13 @@ class Screen:
         width, height, bytes_per_line = header[4], header[5], header[12]
         pixels = np.frombuffer(dump, np.uint8, offset=header[0] + 12 * header[19])
         return pixels.reshape(height, bytes_per_line)[:, : 4 * width].reshape(height, width, 4)[:, :, 2::-1]
+
+
+def save_png(path: Path, picture: np.ndarray) -> None:
+    height, width, _ = picture.shape
+    lines = b"".join(b"\0" + row.tobytes() for row in picture)
+    header = struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)
+    with path.open("wb") as file:
+        file.write(b"\x89PNG\r\n\x1a\n")
+        for name, data in ((b"IHDR", header), (b"IDAT", zlib.compress(lines)), (b"IEND", b"")):
+            file.write(struct.pack(">I", len(data)) + name + data + struct.pack(">I", zlib.crc32(name + data)))

@@ -1,0 +1,119 @@
+#include "app/MainComponent.h"
+
+#include "pipeline/TemporaryFolderName.h"
+
+void MainComponent::analyzeClicked()
+{
+    if (analysisRunner != nullptr && analysisRunner->isThreadRunning())
+        return;
+
+    if (! (inputPanel.urlToggle.getToggleState() ? prepareUrlAnalysis() : prepareFileAnalysis()))
+        return;
+
+    tempoPanel.setAnalyzeBusy (true);
+
+    analysisRunner->onFinished =
+        [safeThis = juce::Component::SafePointer<MainComponent> (this),
+         url = pendingUrl] (bool success, double bpm, int key, const juce::File& audio, const juce::String& message)
+    {
+        if (auto* const self = safeThis.getComponent())
+            self->analysisFinished (url, success, bpm, key, audio, message);
+    };
+
+    analysisRunner->startThread();
+}
+
+bool MainComponent::prepareUrlAnalysis()
+{
+    const auto url = inputPanel.urlBox.getText().trim();
+
+    if (! url.startsWithIgnoreCase ("http"))
+    {
+        refuse ("Cannot analyze", "Enter a valid YouTube URL first.");
+        return false;
+    }
+
+    if (isCached (url))
+    {
+        analysisRunner = std::make_unique<AnalysisRunner> (cachedAudio);
+        setStatus ("Analyzing BPM and key...");
+        return true;
+    }
+
+    clearUrlCache();
+    urlCacheDir = newTemporaryFolder ("cache-");
+    pendingUrl = url;
+    analysisRunner = std::make_unique<AnalysisRunner> (url, urlCacheDir);
+    setStatus ("Downloading YouTube audio for analysis (first run may take longer while uv sets up)...");
+    return true;
+}
+
+bool MainComponent::prepareFileAnalysis()
+{
+    if (! inputPanel.selectedFile.existsAsFile())
+    {
+        refuse ("Cannot analyze", "Choose an input audio file first.");
+        return false;
+    }
+
+    analysisRunner = std::make_unique<AnalysisRunner> (inputPanel.selectedFile);
+    setStatus ("Analyzing BPM and key (first run may take longer while uv sets up)...");
+    return true;
+}
+
+void MainComponent::analysisFinished (const juce::String& url, bool success, double bpm, int key,
+                                      const juce::File& audio, const juce::String& message)
+{
+    pendingUrl.clear();
+    tempoPanel.setAnalyzeBusy (false);
+
+    // A download that worked is kept even if the analysis of it failed.
+    if (url.isNotEmpty() && audio.existsAsFile())
+    {
+        cachedUrl = url;
+        cachedAudio = audio;
+    }
+
+    if (! success)
+    {
+        setStatus ("Analysis failed.");
+        refuse ("Analysis failed", message);
+        return;
+    }
+
+    tempoPanel.setAnalysisResult (bpm, key);
+    setStatus ("Analysis finished.");
+}
+
+void MainComponent::sourceChanged (bool clearDownload)
+{
+    if (analysisRunner != nullptr && analysisRunner->isThreadRunning())
+    {
+        analysisRunner->cancel();
+        tempoPanel.setAnalyzeBusy (false);
+        setStatus ("Ready.");
+    }
+
+    pendingUrl.clear();
+    tempoPanel.clearAnalysisResult();
+
+    if (clearDownload)
+        clearUrlCache();
+}
+
+bool MainComponent::isCached (const juce::String& url) const
+{
+    return url == cachedUrl && cachedAudio.existsAsFile();
+}
+
+void MainComponent::clearUrlCache()
+{
+    cachedUrl.clear();
+    cachedAudio = juce::File();
+
+    if (urlCacheDir != juce::File())
+    {
+        urlCacheDir.deleteRecursively (false);
+        urlCacheDir = juce::File();
+    }
+}

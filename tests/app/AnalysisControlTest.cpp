@@ -1,0 +1,203 @@
+#include "ControllerFixture.h"
+
+class AnalysisControlTest : public ControllerFixture
+{
+protected:
+    juce::String detectedBpm() { return child<TempoPanel>().detectedBpmLabel.getText(); }
+
+    bool analysisEnds()
+    {
+        return eventually ([this] { return analyze().isEnabled(); });
+    }
+
+    const juce::String url { "https://127.0.0.1/a" };
+    const juce::String slow {
+        "Downloading YouTube audio for analysis (first run may take longer while uv sets up)..."
+    };
+    const juce::String quick { "Analyzing BPM and key..." };
+};
+
+TEST_F (AnalysisControlTest, RefusesWithoutASource)
+{
+    onMessageThread ([this] { child<InputPanel>().selectedFile = juce::File(); });
+    clickAnalyze();
+    useUrl ("  ");
+    clickAnalyze();
+    useUrl ("ftp://127.0.0.1");
+    clickAnalyze();
+
+    ASSERT_EQ (dialogs.size(), 3u);
+    EXPECT_EQ (dialogs[0].text, "Choose an input audio file first.");
+    EXPECT_EQ (dialogs[1].text, "Enter a valid YouTube URL first.");
+    EXPECT_EQ (dialogs[2].text, "Enter a valid YouTube URL first.");
+    for (const auto& dialog : dialogs)
+    {
+        EXPECT_EQ (dialog.title, "Cannot analyze");
+        EXPECT_EQ (dialog.icon, juce::MessageBoxIconType::WarningIcon);
+    }
+    onMessageThread ([this] { EXPECT_EQ (status(), "Ready."); });
+}
+
+TEST_F (AnalysisControlTest, ShowsWhatItDetects)
+{
+    onMessageThread (
+        [this]
+        {
+            click (analyze());
+            EXPECT_EQ (status(), "Analyzing BPM and key (first run may take longer while uv sets up)...");
+            EXPECT_FALSE (analyze().isEnabled());
+        });
+    ASSERT_TRUE (analysisEnds());
+    onMessageThread (
+        [this]
+        {
+            EXPECT_EQ (status(), "Analysis finished.");
+            EXPECT_EQ (detectedBpm(), "112.0");
+            EXPECT_EQ (child<TempoPanel>().detectedKeyLabel.getText(), "D");
+        });
+    EXPECT_EQ (uv.getArguments ("analyze.py")[2], song.getFullPathName());
+
+    uv.setWorker ("analyze.py", "echo 'There is no sound.'; exit 1");
+    clickAnalyze();
+    ASSERT_TRUE (analysisEnds());
+    ASSERT_EQ (dialogs.size(), 1u);
+    EXPECT_EQ (dialogs[0].title, "Analysis failed");
+    EXPECT_EQ (dialogs[0].text, "Analysis failed.\n\nThere is no sound.");
+    onMessageThread (
+        [this]
+        {
+            EXPECT_EQ (status(), "Analysis failed.");
+            EXPECT_EQ (detectedBpm(), "112.0");
+        });
+}
+
+TEST_F (AnalysisControlTest, DownloadsAUrlOnce)
+{
+    const auto analyzeAndExpect = [this] (const juce::String& expectedStatus, int expectedDownloads)
+    {
+        onMessageThread (
+            [&]
+            {
+                click (analyze());
+                EXPECT_EQ (status(), expectedStatus);
+            });
+        ASSERT_TRUE (analysisEnds());
+        EXPECT_EQ (numDownloads(), expectedDownloads);
+        EXPECT_EQ (numCacheFolders(), 1);
+    };
+
+    // A download is kept although its analysis fails.
+    useUrl (url);
+    uv.setWorker ("analyze.py", "exit 1");
+    analyzeAndExpect (slow, 1);
+    uv.setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": 112.04, \"key_index\": 2}'");
+    analyzeAndExpect (quick, 1);
+
+    // Neither the other source nor another file voids it, and a run takes it.
+    onMessageThread (
+        [this]
+        {
+            turn (child<InputPanel>().localToggle, true);
+            child<InputPanel>().onFileChosen();
+            EXPECT_EQ (detectedBpm(), "--");
+            turn (child<InputPanel>().urlToggle, true);
+        });
+    clickExecute();
+    ASSERT_TRUE (becomesIdle());
+    EXPECT_EQ (dialogs.back().title, "Pipeline complete");
+    EXPECT_EQ (numDownloads(), 1);
+    analyzeAndExpect (quick, 1);
+
+    // Gone behind the program's back, it is downloaded again; by a run for itself alone.
+    const auto cached = juce::File (uv.getArguments ("analyze.py")[2]);
+    EXPECT_TRUE (cached.deleteFile());
+    clickExecute();
+    ASSERT_TRUE (becomesIdle());
+    EXPECT_EQ (numDownloads(), 2);
+    analyzeAndExpect (slow, 3);
+
+    // An edit voids it, and so what was detected.
+    useUrl (url + "b");
+    EXPECT_EQ (numCacheFolders(), 0);
+    onMessageThread ([this] { EXPECT_EQ (detectedBpm(), "--"); });
+    analyzeAndExpect (slow, 4);
+}
+
+TEST_F (AnalysisControlTest, AnotherSourceCancelsIt)
+{
+    holdWorker ("analyze.py", "", "echo 'RESULT::{\"bpm\": 99, \"key_index\": 2}'");
+    useUrl (url);
+    clickAnalyze();
+    ASSERT_TRUE (isHeld());
+    EXPECT_EQ (numCacheFolders(), 1);
+
+    useUrl (url + "b");
+    onMessageThread (
+        [this]
+        {
+            EXPECT_EQ (status(), "Ready.");
+            EXPECT_TRUE (analyze().isEnabled());
+        });
+    EXPECT_EQ (numCacheFolders(), 0);
+
+    // While the old thread is ending a click does nothing. No completion of its arrives.
+    uv.setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": 77, \"key_index\": 2}'");
+    ASSERT_TRUE (eventually (
+        [this]
+        {
+            click (analyze());
+            return ! analyze().isEnabled();
+        }));
+    ASSERT_TRUE (analysisEnds());
+    onMessageThread ([this] { EXPECT_EQ (detectedBpm(), "77.0"); });
+    EXPECT_TRUE (dialogs.empty());
+}
+
+TEST_F (AnalysisControlTest, GoesOnBesideARun)
+{
+    holdWorker ("analyze.py", "", "echo 'RESULT::{\"bpm\": 99, \"key_index\": 2}'");
+    clickAnalyze();
+    ASSERT_TRUE (isHeld());
+
+    onMessageThread ([this] { child<InputPanel>().selectedFile = juce::File(); });
+    clickExecute();
+    EXPECT_EQ (dialogs.back().title, "Cannot start pipeline");
+    onMessageThread ([this] { child<InputPanel>().selectedFile = song; });
+    clickExecute();
+    ASSERT_TRUE (becomesIdle());
+    EXPECT_EQ (dialogs.back().title, "Pipeline complete");
+    onMessageThread ([this] { EXPECT_FALSE (analyze().isEnabled()); });
+
+    letGo();
+    ASSERT_TRUE (analysisEnds());
+    onMessageThread ([this] { EXPECT_EQ (detectedBpm(), "99.0"); });
+}
+
+TEST_F (AnalysisControlTest, AnEditTakesTheDownloadFromUnderARun)
+{
+    useUrl (url);
+    clickAnalyze();
+    ASSERT_TRUE (analysisEnds());
+
+    holdWorker ("separate.py", "", "[ -f \"$3\" ] || { echo 'The song has gone.'; exit 1; }");
+    clickExecute();
+    ASSERT_TRUE (isHeld());
+    useUrl (url + "b");
+    letGo();
+    ASSERT_TRUE (becomesIdle());
+    EXPECT_EQ (dialogs.back().text, "Stem separation failed.\n\nThe song has gone.");
+}
+
+TEST_F (AnalysisControlTest, ClosingTheWindowEndsItAndTakesTheDownloadAway)
+{
+    useUrl (url);
+    holdWorker ("analyze.py", "", "echo 'RESULT::{\"bpm\": 99, \"key_index\": 2}'");
+    clickAnalyze();
+    ASSERT_TRUE (isHeld());
+    clickExecute();
+
+    onMessageThread ([this] { window.reset(); });
+    EXPECT_EQ (numCacheFolders(), 0);
+    deliverMessages();
+    EXPECT_TRUE (dialogs.empty());
+}
