@@ -60,6 +60,10 @@ MainComponent::~MainComponent()
     end (analysisRunner);
     clearUrlCache();
 
+    // A download that was cancelled may have gone on for a moment, and made its folder once more.
+    for (const auto& folder : oldCacheDirs)
+        folder.deleteRecursively (false);
+
     setLookAndFeel (nullptr);
     juce::LookAndFeel::setDefaultLookAndFeel (nullptr);
 }

@@ -14,6 +14,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 /** The single content component of the main window, and the controller of the program.
 
@@ -101,7 +102,8 @@ private:
     juce::String pendingUrl;                        /**< what a running analysis downloads */
     juce::String cachedUrl;                         /**< what cachedAudio was downloaded from */
     juce::File cachedAudio;
-    juce::File urlCacheDir; /**< of the latest download; goes when the next one begins */
+    juce::File urlCacheDir;               /**< of the latest download */
+    std::vector<juce::File> oldCacheDirs; /**< of those before, which have been deleted */
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (MainComponent)
 };

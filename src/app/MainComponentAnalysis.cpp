@@ -2,6 +2,8 @@
 
 #include "pipeline/TemporaryFolderName.h"
 
+#include <utility>
+
 void MainComponent::analyzeClicked()
 {
     if (analysisRunner != nullptr && analysisRunner->isThreadRunning())
@@ -114,6 +116,6 @@ void MainComponent::clearUrlCache()
     if (urlCacheDir != juce::File())
     {
         urlCacheDir.deleteRecursively (false);
-        urlCacheDir = juce::File();
+        oldCacheDirs.push_back (std::exchange (urlCacheDir, juce::File()));
     }
 }

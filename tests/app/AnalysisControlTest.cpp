@@ -5,12 +5,13 @@ class AnalysisControlTest : public ControllerFixture
 protected:
     juce::String detectedBpm() { return child<TempoPanel>().detectedBpmLabel.getText(); }
 
+    /** With its thread, as a click means nothing before. */
     bool analysisEnds()
     {
-        return eventually ([this] { return analyze().isEnabled(); });
+        return eventually ([this] { return analyze().isEnabled() && numThreadsNamed ("KelvaneAnalysis") == 0; });
     }
 
-    const juce::String url { "https://127.0.0.1/a" };
+    const juce::String url { "HTTPS://127.0.0.1/a" };
     const juce::String slow {
         "Downloading YouTube audio for analysis (first run may take longer while uv sets up)..."
     };
@@ -87,9 +88,10 @@ TEST_F (AnalysisControlTest, DownloadsAUrlOnce)
     };
 
     // A download is kept although its analysis fails.
-    useUrl (url);
+    useUrl ("  " + url + "\n");
     uv.setWorker ("analyze.py", "exit 1");
     analyzeAndExpect (slow, 1);
+    EXPECT_EQ (uv.getArguments ("yt2wav.py")[2], url);
     uv.setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": 112.04, \"key_index\": 2}'");
     analyzeAndExpect (quick, 1);
 
@@ -200,4 +202,23 @@ TEST_F (AnalysisControlTest, ClosingTheWindowEndsItAndTakesTheDownloadAway)
     EXPECT_EQ (numCacheFolders(), 0);
     deliverMessages();
     EXPECT_TRUE (dialogs.empty());
+}
+
+TEST_F (AnalysisControlTest, AnEarlyCancelLeavesNoFolder)
+{
+    useUrl (url);
+
+    for (auto round = 0; round < 10; ++round)
+    {
+        onMessageThread (
+            [&]
+            {
+                if (analyze().isEnabled())
+                    click (analyze());
+                child<InputPanel>().onUrlEdited();
+            });
+    }
+
+    onMessageThread ([this] { window.reset(); });
+    EXPECT_EQ (numCacheFolders(), 0);
 }

@@ -98,17 +98,22 @@ protected:
 
     static void turn (juce::Button& toggle, bool on) { toggle.setToggleState (on, juce::sendNotificationSync); }
 
-    /** Only the full song, so that no worker is needed. */
-    void wantFullSongAlone()
+    void wantStems (bool drums, bool bass, bool vocals, bool other)
     {
         onMessageThread (
-            [this]
+            [&]
             {
-                auto& panel = child<StemPanel>();
-                for (auto index = 0; index < 4; ++index)
-                    turn (dynamic_cast<juce::Button&> (*panel.getChildComponent (index)), false);
-                turn (panel.fullSongToggle, true);
+                auto index = 0;
+                for (const auto wanted : { drums, bass, vocals, other })
+                    turn (dynamic_cast<juce::Button&> (*child<StemPanel>().getChildComponent (index++)), wanted);
             });
+    }
+
+    /** So that no worker is needed. */
+    void wantFullSongAlone()
+    {
+        wantStems (false, false, false, false);
+        onMessageThread ([this] { turn (child<StemPanel>().fullSongToggle, true); });
     }
 
     void useUrl (const juce::String& url)
@@ -141,6 +146,28 @@ protected:
     bool becomesIdle()
     {
         return eventually ([this] { return isIdle(); });
+    }
+
+    /** By the system's own account, as nobody else tells when a job's thread is gone. */
+    static int numThreadsNamed (const juce::String& name)
+    {
+        auto count = 0;
+        for (const auto& task : juce::File ("/proc/self/task").findChildFiles (juce::File::findDirectories, false))
+            count += task.getChildFile ("comm").loadFileAsString().trim() == name ? 1 : 0;
+        return count;
+    }
+
+    static std::unique_ptr<juce::AudioFormatReader> open (const juce::File& file)
+    {
+        juce::AudioFormatManager formats;
+        formats.registerBasicFormats();
+        return std::unique_ptr<juce::AudioFormatReader> (formats.createReaderFor (file));
+    }
+
+    static double lengthOf (const juce::File& file)
+    {
+        const auto reader = open (file);
+        return reader != nullptr ? static_cast<double> (reader->lengthInSamples) : -1.0;
     }
 
     int numDownloads() const

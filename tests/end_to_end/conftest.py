@@ -10,7 +10,7 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from screen import Screen
+from screen import Screen, save
 from wav import write_wav
 from workers import DEMO_SONG, ENVIRONMENT, UV, provide
 
@@ -136,7 +136,7 @@ def screen(environment: dict[str, str]) -> Iterator[Screen]:
 
 
 @pytest.fixture
-def start(screen: Screen) -> Iterator[Start]:
+def start(screen: Screen, request: pytest.FixtureRequest) -> Iterator[Start]:
     """Starts the program; what a test starts ends with it."""
     started: list[subprocess.Popen[bytes]] = []
 
@@ -145,6 +145,7 @@ def start(screen: Screen) -> Iterator[Start]:
         return started[-1]
 
     yield start
+    save(f"{request.node.name} (end)", screen.picture_of("root"))
     for process in started:
         if process.poll() is None:
             process.terminate()

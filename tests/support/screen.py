@@ -7,11 +7,14 @@ import time
 import zlib
 from collections.abc import Callable
 from pathlib import Path
+from typing import TypeVar
 
 import numpy as np
 
+Found = TypeVar("Found")
 
-def wait_for(condition: Callable[[], object], seconds: float = 60.0) -> object:
+
+def wait_for(condition: Callable[[], Found], seconds: float = 60.0) -> Found | None:
     """What a condition gives once it gives anything, or nothing when the time is up."""
     deadline = time.monotonic() + seconds
     while time.monotonic() < deadline:
@@ -58,6 +61,18 @@ class Screen:
     def windows(self, title: str = "Kelvane") -> list[str]:
         return self.xdotool("search", "--onlyvisible", "--name", f"^{title}$").split()
 
+    def window_with(self, title: str, seconds: float = 60.0) -> str:
+        """Waits for a window that stays: JUCE makes some anew just after they have appeared."""
+
+        def one_that_stays() -> str | None:
+            found = self.windows(title)
+            time.sleep(0.2)
+            return found[0] if len(found) == 1 and self.windows(title) == found else None
+
+        window = wait_for(one_that_stays, seconds)
+        assert window, f"there is no window {title!r}"
+        return window
+
     def size_of(self, window: str) -> tuple[int, int]:
         """Nothing by nothing if it has gone."""
         shell = dict(line.split("=") for line in self.xdotool("getwindowgeometry", "--shell", window).split())
@@ -92,9 +107,10 @@ class Screen:
         self.xdotool("key", "--clearmodifiers", *keys)
 
     def picture_of(self, window: str) -> np.ndarray:
-        """Its pixels, of shape (height, width, 3), in red, green and blue from 0 to 255."""
+        """A window's, or the root's, pixels, of shape (height, width, 3), in red, green and blue from 0 to 255."""
+        which = ["-root"] if window == "root" else ["-id", window]
         dump = subprocess.run(
-            ["xwd", "-silent", "-id", window], env=self.environment, capture_output=True, check=True, timeout=60
+            ["xwd", "-silent", *which], env=self.environment, capture_output=True, check=True, timeout=60
         ).stdout
         header = np.frombuffer(dump, ">u4", 25)
         width, height, bytes_per_line = header[4], header[5], header[12]
@@ -102,7 +118,14 @@ class Screen:
         return pixels.reshape(height, bytes_per_line)[:, : 4 * width].reshape(height, width, 4)[:, :, 2::-1]
 
 
-def save_png(path: Path, picture: np.ndarray) -> None:
+def save(name: str, picture: np.ndarray) -> None:
+    """Leaves a picture where the environment says so, for whoever wants to know what there was to be seen."""
+    if folder := os.environ.get("KELVANE_PICTURES"):
+        Path(folder).mkdir(parents=True, exist_ok=True)
+        write_png(Path(folder) / f"{name}.png", picture)
+
+
+def write_png(path: Path, picture: np.ndarray) -> None:
     height, width, _ = picture.shape
     lines = b"".join(b"\0" + row.tobytes() for row in picture)
     header = struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)
