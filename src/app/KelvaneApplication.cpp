@@ -62,10 +62,17 @@ void KelvaneApplication::initialise (const juce::String&)
 {
     PythonBridge::enterScriptsDir();
     mainWindow = std::make_unique<MainWindow> (getApplicationName());
+
+#if JUCE_LINUX
+    displayPoll = std::make_unique<DisplayPoll>();
+#endif
 }
 
 void KelvaneApplication::shutdown()
 {
+#if JUCE_LINUX
+    displayPoll.reset();
+#endif
     mainWindow.reset();
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/DisplayPoll.h"
+
 #include <juce_gui_basics/juce_gui_basics.h>
 
 #include <memory>
@@ -21,4 +23,8 @@ private:
     class MainWindow;
 
     std::unique_ptr<MainWindow> mainWindow;
+
+#if JUCE_LINUX
+    std::unique_ptr<DisplayPoll> displayPoll;
+#endif
 };

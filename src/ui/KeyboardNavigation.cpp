@@ -9,13 +9,17 @@ struct Outline : public juce::FocusOutline::OutlineWindowProperties
 {
     juce::Rectangle<int> getOutlineBounds (juce::Component& focused) override
     {
-        return focused.getScreenBounds().expanded (2);
+        return focused.getScreenBounds().expanded (3);
     }
 
     void drawOutline (juce::Graphics& g, int width, int height) override
     {
+        // The dark line sets the bright one off from the background's amber.
+        const auto area = juce::Rectangle (width, height).toFloat();
+        g.setColour (theme::bg);
+        g.drawRoundedRectangle (area.reduced (1.5f), 6.0f, 3.0f);
         g.setColour (theme::accent);
-        g.drawRoundedRectangle (juce::Rectangle (width, height).toFloat().reduced (1.0f), 6.0f, 1.5f);
+        g.drawRoundedRectangle (area.reduced (1.5f), 6.0f, 1.5f);
     }
 };
 
@@ -75,9 +79,15 @@ void KeyboardNavigation::mouseDown (const juce::MouseEvent&)
 
 void KeyboardNavigation::globalFocusChanged (juce::Component* focused)
 {
-    // A window takes the focus for itself, and Tab leads nowhere from there.
+    if (focused != nullptr && root.isParentOf (focused))
+        lastFocused = focused;
+
+    // A window takes the focus for itself, as after a dialog, and Tab leads nowhere from there.
     if (focused != nullptr && focused->isParentOf (&root))
-        root.grabKeyboardFocus();
+    {
+        const auto isLastThere = lastFocused != nullptr && lastFocused->isShowing() && lastFocused->isEnabled();
+        (isLastThere ? *lastFocused : root).grabKeyboardFocus();
+    }
 
     updateOutline();
 }

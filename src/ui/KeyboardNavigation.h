@@ -24,6 +24,7 @@ private:
 
     juce::Component& root;
     juce::FocusOutline outline;
+    juce::Component::SafePointer<juce::Component> lastFocused;
     bool keyboardInUse = false;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (KeyboardNavigation)

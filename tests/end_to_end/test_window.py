@@ -16,6 +16,7 @@ from window import (
     FOLDER_NAME,
     KEY,
     KEY_AUTO,
+    LOCAL_TOGGLE,
     PERCENT,
     Region,
     Window,
@@ -145,6 +146,19 @@ def test_the_programs_own_dialogs(screen: Screen, start: Start, home: Path, tool
         before = window.part(label)
         window.choose(button, title, path)
         assert window.changes(label, before)
+
+    # By keyboard alone, a dialog that is dismissed leaves the window, and its focus, as they were. Nothing
+    # else happens then that would have the window painted.
+    window.click(LOCAL_TOGGLE)
+    screen.xdotool("mousemove", "0", "0")
+    unfocused = window.picture()
+    screen.press("Tab")
+    assert wait_for(lambda: not same(window.picture(), unfocused))
+    focused = window.picture()
+    screen.press("space")
+    screen.window_with("Choose an audio file")
+    screen.press("Escape")
+    assert wait_for(lambda: not screen.windows("Choose an audio file") and same(window.picture(), focused), 20)
 
 
 def test_the_desktops_dialogs(screen: Screen, start: Start, home: Path, tools: Path, tmp_path: Path) -> None:

@@ -19,6 +19,7 @@ from window import (
     DRUMS,
     EXECUTE,
     FULL_SONG,
+    LOCAL_TOGGLE,
     NOWHERE,
     OTHER,
     STATUS,
@@ -90,7 +91,7 @@ def test_a_song_a_link_a_cancel_and_an_end(
     assert os.listdir(out / "A Title é日 - Stems") == ["A Title é日 - full mix.wav"]
 
     # Cancel, and a run that the end of the program cancels.
-    window.click((50, 172))
+    window.click(LOCAL_TOGGLE)
     window.choose(CHOOSE_FILE, "Choose an audio file", long_song)
     window.click(DRUMS)
     for end in ("cancel", "close"):

@@ -113,9 +113,9 @@ class Screen:
             ["xwd", "-silent", *which], env=self.environment, capture_output=True, check=True, timeout=60
         ).stdout
         header = np.frombuffer(dump, ">u4", 25)
-        width, height, bytes_per_line = header[4], header[5], header[12]
-        pixels = np.frombuffer(dump, np.uint8, offset=header[0] + 12 * header[19])
-        return pixels.reshape(height, bytes_per_line)[:, : 4 * width].reshape(height, width, 4)[:, :, 2::-1]
+        width, height, depth, bytes_per_line = header[4], header[5], header[11] // 8, header[12]
+        lines = np.frombuffer(dump, np.uint8, offset=header[0] + 12 * header[19]).reshape(height, bytes_per_line)
+        return lines[:, : depth * width].reshape(height, width, depth)[:, :, 2::-1]
 
 
 def save(name: str, picture: np.ndarray) -> None:
