@@ -79,17 +79,22 @@ void KeyboardNavigation::mouseDown (const juce::MouseEvent&)
 
 void KeyboardNavigation::globalFocusChanged (juce::Component* focused)
 {
-    if (focused != nullptr && root.isParentOf (focused))
-        lastFocused = focused;
+    const auto isInside = root.isParentOf (focused);
+    const auto isAtWindow = focused != nullptr && focused->isParentOf (&root);
 
-    // A window takes the focus for itself, as after a dialog, and Tab leads nowhere from there.
-    if (focused != nullptr && focused->isParentOf (&root))
-    {
-        const auto isLastThere = lastFocused != nullptr && lastFocused->isShowing() && lastFocused->isEnabled();
-        (isLastThere ? *lastFocused : root).grabKeyboardFocus();
-    }
+    // After a dialog the window takes the focus for itself, from where Tab leads nowhere, or gives it to what JUCE
+    // remembers, which may be long ago.
+    if (isAtWindow || (isInside && ! focusWasInside))
+        restoreFocus();
 
+    focusWasInside = isInside || isAtWindow;
     updateOutline();
+}
+
+void KeyboardNavigation::restoreFocus()
+{
+    const auto canBeFocused = lastFocused != nullptr && lastFocused->isShowing() && lastFocused->isEnabled();
+    (canBeFocused ? *lastFocused : root).grabKeyboardFocus();
 }
 
 void KeyboardNavigation::setKeyboardInUse (bool inUse)
@@ -101,7 +106,11 @@ void KeyboardNavigation::setKeyboardInUse (bool inUse)
 void KeyboardNavigation::updateOutline()
 {
     auto* const focused = juce::Component::getCurrentlyFocusedComponent();
-    const auto shown = keyboardInUse && needsOutline (focused) && root.isParentOf (focused);
+    const auto isInside = root.isParentOf (focused);
+    const auto shown = keyboardInUse && isInside && needsOutline (focused);
+
+    if (isInside)
+        lastFocused = focused;
 
     // An outline stays in the parent of its first owner as long as it has any.
     outline.setOwner (nullptr);

@@ -19,12 +19,14 @@ private:
     bool keyPressed (const juce::KeyPress& key, juce::Component* originator) override;
     void mouseDown (const juce::MouseEvent& event) override;
     void globalFocusChanged (juce::Component* focused) override;
+    void restoreFocus();
     void setKeyboardInUse (bool inUse);
     void updateOutline();
 
     juce::Component& root;
     juce::FocusOutline outline;
     juce::Component::SafePointer<juce::Component> lastFocused;
+    bool focusWasInside = false;
     bool keyboardInUse = false;
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (KeyboardNavigation)

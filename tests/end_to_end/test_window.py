@@ -155,8 +155,8 @@ def test_the_programs_own_dialogs(screen: Screen, start: Start, home: Path, tool
     screen.press("Tab")
     assert wait_for(lambda: not same(window.picture(), unfocused))
     focused = window.picture()
-    screen.press("space")
-    screen.window_with("Choose an audio file")
+    dialog = window.open_dialog("Choose an audio file", lambda: screen.press("space"))
+    assert wait_for(lambda: screen.xdotool("getwindowfocus").strip() == dialog)
     screen.press("Escape")
     assert wait_for(lambda: not screen.windows("Choose an audio file") and same(window.picture(), focused), 20)
 

@@ -62,16 +62,23 @@ class Screen:
         return self.xdotool("search", "--onlyvisible", "--name", f"^{title}$").split()
 
     def window_with(self, title: str, seconds: float = 60.0) -> str:
-        """Waits for a window that stays: JUCE makes some anew just after they have appeared."""
-
-        def one_that_stays() -> str | None:
-            found = self.windows(title)
-            time.sleep(0.2)
-            return found[0] if len(found) == 1 and self.windows(title) == found else None
-
-        window = wait_for(one_that_stays, seconds)
+        window = self.find_window(title, seconds)
         assert window, f"there is no window {title!r}"
         return window
+
+    def find_window(self, title: str, seconds: float) -> str | None:
+        """Waits for a window that stays as it is: JUCE makes some anew, and all small, as they appear."""
+
+        def look() -> list[tuple[str, tuple[int, int]]]:
+            return [(window, self.size_of(window)) for window in self.windows(title)]
+
+        def one_that_stays() -> str | None:
+            found = look()
+            time.sleep(0.2)
+            stays = len(found) == 1 and found[0][1] > (100, 100) and look() == found
+            return found[0][0] if stays else None
+
+        return wait_for(one_that_stays, seconds)
 
     def size_of(self, window: str) -> tuple[int, int]:
         """Nothing by nothing if it has gone."""

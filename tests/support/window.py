@@ -1,6 +1,7 @@
 """Kelvane's window at its first size, as a user sees it and works it."""
 
 import time
+from collections.abc import Callable
 from pathlib import Path
 
 import numpy as np
@@ -58,10 +59,19 @@ class Window:
         filled = (self.part((left, top + height // 2, width, 1))[0] == ACCENT).all(axis=1)
         return float(np.flatnonzero(filled).max(initial=-1) + 1) / width
 
+    def open_dialog(self, title: str, ask: Callable[[], None]) -> str:
+        """Again and again: on a busy machine JUCE's file dialog may stay a single pixel."""
+        for _ in range(5):
+            ask()
+            if dialog := self.screen.find_window(title, 10):
+                return dialog
+            self.screen.press("Escape")
+            assert wait_for(lambda: not self.screen.windows(title))
+        raise AssertionError(f"{title!r} did not open")
+
     def choose(self, button: tuple[int, int], title: str, path: Path) -> None:
         """By the program's own dialog, which comes where the desktop has none."""
-        self.click(button)
-        dialog = self.screen.window_with(title)
+        dialog = self.open_dialog(title, lambda: self.click(button))
         width, height = self.screen.size_of(dialog)
         self.screen.click(dialog, width // 2, height - 64)
         self.screen.press("ctrl+a")
