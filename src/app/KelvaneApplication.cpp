@@ -1,6 +1,7 @@
 #include "app/KelvaneApplication.h"
 
 #include "JuceCompatibility.h"
+#include "app/DisplayPoll.h"
 #include "app/MainComponent.h"
 #include "pipeline/PythonBridge.h"
 #include "ui/Theme.h"
@@ -38,6 +39,10 @@ private:
 #endif
     }
 
+#if JUCE_LINUX
+    DisplayPoll displayPoll;
+#endif
+
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (MainWindow)
 };
 
@@ -62,17 +67,10 @@ void KelvaneApplication::initialise (const juce::String&)
 {
     PythonBridge::enterScriptsDir();
     mainWindow = std::make_unique<MainWindow> (getApplicationName());
-
-#if JUCE_LINUX
-    displayPoll = std::make_unique<DisplayPoll>();
-#endif
 }
 
 void KelvaneApplication::shutdown()
 {
-#if JUCE_LINUX
-    displayPoll.reset();
-#endif
     mainWindow.reset();
 }
 

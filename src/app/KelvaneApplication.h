@@ -1,7 +1,5 @@
 #pragma once
 
-#include "app/DisplayPoll.h"
-
 #include <juce_gui_basics/juce_gui_basics.h>
 
 #include <memory>
@@ -23,8 +21,4 @@ private:
     class MainWindow;
 
     std::unique_ptr<MainWindow> mainWindow;
-
-#if JUCE_LINUX
-    std::unique_ptr<DisplayPoll> displayPoll;
-#endif
 };

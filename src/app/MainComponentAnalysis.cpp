@@ -1,5 +1,6 @@
 #include "app/MainComponent.h"
 
+#include "pipeline/RunChecks.h"
 #include "pipeline/TemporaryFolderName.h"
 
 #include <utility>
@@ -29,7 +30,7 @@ bool MainComponent::prepareUrlAnalysis()
 {
     const auto url = inputPanel.urlBox.getText().trim();
 
-    if (! url.startsWithIgnoreCase ("http"))
+    if (! runchecks::looksLikeUrl (url))
     {
         refuse ("Cannot analyze", "Enter a valid YouTube URL first.");
         return false;

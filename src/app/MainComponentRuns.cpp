@@ -95,7 +95,7 @@ bool MainComponent::readSource (PipelineConfig& config, juce::String& error)
 
     if (config.url.isEmpty())
         error = "Enter a YouTube URL, or switch to a local audio file.";
-    else if (! config.url.startsWithIgnoreCase ("http"))
+    else if (! runchecks::looksLikeUrl (config.url))
         error = "That doesn't look like a valid URL:\n" + config.url;
     else if (isCached (config.url))
         config.cachedAudio = cachedAudio;

@@ -5,6 +5,11 @@
 namespace runchecks
 {
 
+bool looksLikeUrl (const juce::String& text)
+{
+    return text.startsWithIgnoreCase ("http");
+}
+
 juce::String checkTempos (const PipelineConfig& config)
 {
     if (config.toBpm <= 0.0)

@@ -6,6 +6,9 @@
 namespace runchecks
 {
 
+/** Whether a text can be a link: it begins with "http", in capitals or not, and nothing else is looked at. */
+bool looksLikeUrl (const juce::String& text);
+
 /** Judges the tempos of a run with AdjustMode::Bpm. A tempo that is still to be detected is not judged.
     @returns the message for the user, empty if the run may begin
 */

@@ -63,12 +63,9 @@ void InputPanel::updateEnablement()
 
 void InputPanel::browse()
 {
-    chooser = std::make_unique<juce::FileChooser> ("Choose an audio file",
-                                                   juce::File::getSpecialLocation (juce::File::userMusicDirectory),
-                                                   "*.wav;*.aiff;*.aif;*.mp3;*.flac;*.m4a;*.ogg", true, false, nullptr);
-
-    launchFileDialog (*chooser, juce::FileBrowserComponent::openMode | juce::FileBrowserComponent::canSelectFiles,
-                      [this] (const juce::FileChooser& finished) { fileChosen (finished.getResult()); });
+    openFileDialog (chooser, "Choose an audio file", juce::File::getSpecialLocation (juce::File::userMusicDirectory),
+                    "*.wav;*.aiff;*.aif;*.mp3;*.flac;*.m4a;*.ogg", juce::FileBrowserComponent::canSelectFiles,
+                    [this] (const juce::File& file) { fileChosen (file); });
 }
 
 void InputPanel::fileChosen (const juce::File& file)

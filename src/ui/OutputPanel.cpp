@@ -110,11 +110,9 @@ int OutputPanel::getBitDepth() const
 
 void OutputPanel::browse()
 {
-    chooser = std::make_unique<juce::FileChooser> ("Choose the output folder", outputFolder, juce::String(), true,
-                                                   false, nullptr);
-
-    launchFileDialog (*chooser, juce::FileBrowserComponent::openMode | juce::FileBrowserComponent::canSelectDirectories,
-                      [this] (const juce::FileChooser& finished) { folderChosen (finished.getResult()); });
+    openFileDialog (chooser, "Choose the output folder", outputFolder, {},
+                    juce::FileBrowserComponent::canSelectDirectories,
+                    [this] (const juce::File& folder) { folderChosen (folder); });
 }
 
 void OutputPanel::folderChosen (const juce::File& folder)

@@ -92,7 +92,7 @@ TEST_F (AnalysisControlTest, DownloadsAUrlOnce)
     uv.setWorker ("analyze.py", "exit 1");
     analyzeAndExpect (slow, 1);
     EXPECT_EQ (uv.getArguments ("yt2wav.py")[2], url);
-    uv.setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": 112.04, \"key_index\": 2}'");
+    uv.setWorker ("analyze.py", StandInUv::detecting (112.04));
     analyzeAndExpect (quick, 1);
 
     // Neither the other source nor another file voids it, and a run takes it.
@@ -127,7 +127,7 @@ TEST_F (AnalysisControlTest, DownloadsAUrlOnce)
 
 TEST_F (AnalysisControlTest, AnotherSourceCancelsIt)
 {
-    holdWorker ("analyze.py", "", "echo 'RESULT::{\"bpm\": 99, \"key_index\": 2}'");
+    holdWorker ("analyze.py", "", StandInUv::detecting (99));
     useUrl (url);
     clickAnalyze();
     ASSERT_TRUE (isHeld());
@@ -143,7 +143,7 @@ TEST_F (AnalysisControlTest, AnotherSourceCancelsIt)
     EXPECT_EQ (numCacheFolders(), 0);
 
     // While the old thread is ending a click does nothing. No completion of its arrives.
-    uv.setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": 77, \"key_index\": 2}'");
+    uv.setWorker ("analyze.py", StandInUv::detecting (77));
     ASSERT_TRUE (eventually (
         [this]
         {
@@ -157,7 +157,7 @@ TEST_F (AnalysisControlTest, AnotherSourceCancelsIt)
 
 TEST_F (AnalysisControlTest, GoesOnBesideARun)
 {
-    holdWorker ("analyze.py", "", "echo 'RESULT::{\"bpm\": 99, \"key_index\": 2}'");
+    holdWorker ("analyze.py", "", StandInUv::detecting (99));
     clickAnalyze();
     ASSERT_TRUE (isHeld());
 
@@ -193,7 +193,7 @@ TEST_F (AnalysisControlTest, AnEditTakesTheDownloadFromUnderARun)
 TEST_F (AnalysisControlTest, ClosingTheWindowEndsItAndTakesTheDownloadAway)
 {
     useUrl (url);
-    holdWorker ("analyze.py", "", "echo 'RESULT::{\"bpm\": 99, \"key_index\": 2}'");
+    holdWorker ("analyze.py", "", StandInUv::detecting (99));
     clickAnalyze();
     ASSERT_TRUE (isHeld());
     clickExecute();

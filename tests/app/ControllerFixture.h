@@ -28,7 +28,7 @@ protected:
 
         uv.setWorker ("yt2wav.py", "echo >>downloads; mkdir -p \"$4\"; cp song.wav \"$4/A Title.wav\"; "
                                    "echo \"WAV_PATH::$4/A Title.wav\"");
-        uv.setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": 112.04, \"key_index\": 2}'");
+        uv.setWorker ("analyze.py", StandInUv::detecting (112.04));
         uv.setWorker ("separate.py", "for stem in drums bass vocals other; do cp song.wav \"$4/$stem.wav\"; done");
 
         onMessageThread (
@@ -155,19 +155,6 @@ protected:
         for (const auto& task : juce::File ("/proc/self/task").findChildFiles (juce::File::findDirectories, false))
             count += task.getChildFile ("comm").loadFileAsString().trim() == name ? 1 : 0;
         return count;
-    }
-
-    static std::unique_ptr<juce::AudioFormatReader> open (const juce::File& file)
-    {
-        juce::AudioFormatManager formats;
-        formats.registerBasicFormats();
-        return std::unique_ptr<juce::AudioFormatReader> (formats.createReaderFor (file));
-    }
-
-    static double lengthOf (const juce::File& file)
-    {
-        const auto reader = open (file);
-        return reader != nullptr ? static_cast<double> (reader->lengthInSamples) : -1.0;
     }
 
     int numDownloads() const

@@ -2,6 +2,7 @@
 
 #include "app/WindowPainting.h"
 #include "support/MessageThread.h"
+#include "support/Snapshot.h"
 #include "ui/Theme.h"
 
 namespace

@@ -1,4 +1,5 @@
 #include "ControllerFixture.h"
+#include "support/WavHeader.h"
 
 #include <cmath>
 
@@ -84,7 +85,7 @@ TEST_F (RunControlTest, TakesPercentageAndKeyAsTheyStand)
 
     clickExecute();
     ASSERT_TRUE (becomesIdle());
-    EXPECT_NEAR (lengthOf (output), 10000.0, 1.0);
+    EXPECT_NEAR (static_cast<double> (WavHeader (output).numFrames), 10000.0, 1.0);
 
     onMessageThread (
         [&]
@@ -95,7 +96,7 @@ TEST_F (RunControlTest, TakesPercentageAndKeyAsTheyStand)
         });
     clickExecute();
     ASSERT_TRUE (becomesIdle());
-    EXPECT_NEAR (lengthOf (output), 20000.0 / std::pow (2.0, 4 / 12.0), 1.0);
+    EXPECT_NEAR (static_cast<double> (WavHeader (output).numFrames), 20000.0 / std::pow (2.0, 4 / 12.0), 1.0);
 }
 
 TEST_F (RunControlTest, RunsWhatThePanelsSay)
@@ -131,12 +132,12 @@ TEST_F (RunControlTest, RunsWhatThePanelsSay)
     EXPECT_EQ (uv.getArguments ("separate.py").joinIntoString (" ").fromFirstOccurrenceOf ("--model", true, false),
                "--model htdemucs --stems drums,vocals,other");
 
-    const auto reader = open (outDir.getChildFile ("A Title - other.wav"));
-    ASSERT_NE (reader, nullptr);
-    EXPECT_EQ (reader->sampleRate, 48000.0);
-    EXPECT_EQ (reader->bitsPerSample, 16u);
+    const WavHeader header (outDir.getChildFile ("A Title - other.wav"));
+    ASSERT_TRUE (header.isValid);
+    EXPECT_EQ (header.sampleRate, 48000u);
+    EXPECT_EQ (header.bitsPerSample, 16u);
     const auto seconds = 20000 / 44100.0 / std::pow (2.0, 2 / 12.0);
-    EXPECT_NEAR (static_cast<double> (reader->lengthInSamples), seconds * 48000.0, 2.0);
+    EXPECT_NEAR (static_cast<double> (header.numFrames), seconds * 48000.0, 2.0);
 }
 
 TEST_F (RunControlTest, AFailureIsToldAndTheNextRunStartsAfresh)
@@ -203,7 +204,7 @@ TEST_F (RunControlTest, CancelsAtEveryMoment)
 
         uv.setWorker ("yt2wav.py", "mkdir -p \"$4\"; cp song.wav \"$4/A.wav\"; printf '[download] 12%%\\n%8192s\\n'\n"
                                        + hold ("Downloading") + "echo \"WAV_PATH::$4/A.wav\"");
-        uv.setWorker ("analyze.py", hold ("Detecting") + "echo 'RESULT::{\"bpm\": 112.04, \"key_index\": 2}'");
+        uv.setWorker ("analyze.py", hold ("Detecting") + StandInUv::detecting (112.04));
         uv.setWorker ("separate.py", "for stem in drums bass vocals other; do cp long.wav \"$4/$stem.wav\"; done\n"
                                      "printf ' 40%%|##|\\n%8192s\\n'\n"
                                          + hold ("Separating"));

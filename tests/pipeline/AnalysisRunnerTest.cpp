@@ -1,6 +1,7 @@
 #include "pipeline/AnalysisRunner.h"
 
 #include "pipeline/PythonBridge.h"
+#include "support/MessageThread.h"
 #include "support/StandInUv.h"
 #include "support/TemporaryFolder.h"
 
@@ -13,7 +14,7 @@ protected:
     {
         uv.getFile ("song.wav").replaceWithText ("any file");
         uv.setWorker ("yt2wav.py", "cp song.wav \"$4/A Title.wav\" && echo \"WAV_PATH::$4/A Title.wav\"");
-        uv.setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": 112.04, \"key_index\": 2}'");
+        uv.setWorker ("analyze.py", StandInUv::detecting (112.04));
     }
 
     void start (std::unique_ptr<AnalysisRunner> newRunner)
@@ -36,10 +37,7 @@ protected:
     void waitForEnd()
     {
         ASSERT_TRUE (runner->waitForThreadToExit (60000));
-
-        juce::WaitableEvent queueIsEmpty;
-        juce::MessageManager::callAsync ([&] { queueIsEmpty.signal(); });
-        ASSERT_TRUE (queueIsEmpty.wait (60000));
+        deliverMessages();
     }
 
     void analyzeFile()

@@ -2,6 +2,7 @@
 
 #include "audio/AudioFile.h"
 #include "pipeline/PipelineRunner.h"
+#include "support/MessageThread.h"
 #include "support/Signals.h"
 #include "support/TemporaryFolder.h"
 #include "support/WavHeader.h"
@@ -55,9 +56,7 @@ protected:
         ASSERT_TRUE (runner->waitForThreadToExit (60000));
 
         // Whatever else the run has posted would come before this.
-        juce::WaitableEvent queueIsEmpty;
-        juce::MessageManager::callAsync ([&] { queueIsEmpty.signal(); });
-        ASSERT_TRUE (queueIsEmpty.wait (60000));
+        deliverMessages();
         EXPECT_EQ (numCompletions, 1);
     }
 

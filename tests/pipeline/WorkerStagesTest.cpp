@@ -14,7 +14,7 @@ protected:
 
         uv.setWorker ("yt2wav.py",
                       "mkdir \"$4\" && cp song.wav \"$4/A Title.wav\" && echo \"WAV_PATH::$4/A Title.wav\"");
-        uv.setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": 112.04, \"key_index\": 2}'");
+        uv.setWorker ("analyze.py", StandInUv::detecting (112.04));
         uv.setWorker ("separate.py", "cp song.wav \"$4/drums.wav\" && cp song.wav \"$4/vocals.wav\"");
     }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <juce_gui_basics/juce_gui_basics.h>
+#include <juce_events/juce_events.h>
 
 #include <optional>
 
@@ -37,9 +37,3 @@ protected:
 private:
     std::optional<juce::MessageManagerLock> lock;
 };
-
-/** What a component and its children draw, without what lies beneath them. */
-inline juce::Image snapshot (juce::Component& component)
-{
-    return component.createComponentSnapshot (component.getLocalBounds());
-}

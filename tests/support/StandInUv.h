@@ -31,6 +31,12 @@ public:
 
     void setWorker (const juce::String& name, const juce::String& body) { write (name + ".sh", body + "\n"); }
 
+    /** The body of a worker that detects a tempo, and the key D. */
+    static juce::String detecting (double bpm)
+    {
+        return "echo 'RESULT::{\"bpm\": " + juce::String (bpm) + ", \"key_index\": 2}'";
+    }
+
     /** What the worker was started with, or nothing if it was not. */
     juce::StringArray getArguments (const juce::String& name) const
     {

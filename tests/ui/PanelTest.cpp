@@ -1,4 +1,5 @@
 #include "support/MessageThread.h"
+#include "support/Snapshot.h"
 #include "support/TemporaryFolder.h"
 #include "ui/ArrowComponent.h"
 #include "ui/InputPanel.h"

@@ -1,6 +1,7 @@
 #include "support/MessageThread.h"
 
 #include <BinaryData.h>
+#include <juce_gui_basics/juce_gui_basics.h>
 
 #include <array>
 #include <string>
