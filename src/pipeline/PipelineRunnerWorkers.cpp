@@ -3,6 +3,7 @@
 #include "pipeline/Detection.h"
 #include "pipeline/PipelineRunner.h"
 #include "pipeline/PythonBridge.h"
+#include "pipeline/Utf8.h"
 #include "pipeline/WorkerProgress.h"
 
 #include <array>
@@ -208,7 +209,7 @@ ScriptResult PipelineRunner::runScript (const juce::StringArray& args, LineCallb
         result.exitCode = static_cast<int> (process->getExitCode());
     }
 
-    result.output = juce::String::fromUTF8 (lines.data(), static_cast<int> (lines.size()));
+    result.output = decodeUtf8 (lines);
 
     // A cancel that came before the process was started has not reached it.
     if (threadShouldExit())

@@ -1,12 +1,13 @@
 #include "pipeline/WorkerOutput.h"
 
+#include "pipeline/Utf8.h"
+
 #include <string_view>
 #include <utility>
 
 static void deliver (std::string_view bytes, std::string& output, const LineCallback& onLine)
 {
-    // Not String::fromUTF8, which trusts what it is given to be valid.
-    const auto line = juce::String::createStringFromData (bytes.data(), static_cast<int> (bytes.size())).trim();
+    const auto line = decodeUtf8 (bytes).trim();
 
     if (line.isEmpty())
         return;

@@ -1,5 +1,6 @@
 #include "pipeline/PythonBridge.h"
 #include "pipeline/RunChecks.h"
+#include "pipeline/Utf8.h"
 #include "render/BatchAnalyzer.h"
 #include "render/BatchRenderer.h"
 #include "render/CommandLine.h"
@@ -41,10 +42,9 @@ static bool readArguments (int argc, char* argv[], juce::StringArray& arguments)
 #else
     for (int i = 1; i < argc; ++i)
     {
-        const auto argument = juce::String::fromUTF8 (argv[i]);
+        const auto argument = decodeUtf8 (argv[i]);
 
-        // Only valid UTF-8 comes out of a decoder and an encoder as it went in.
-        if (std::strcmp (juce::String (argument.toUTF32()).toRawUTF8(), argv[i]) != 0)
+        if (std::strcmp (argument.toRawUTF8(), argv[i]) != 0)
             return false;
 
         arguments.add (argument);

@@ -187,8 +187,8 @@ TEST_F (WorkerStagesTest, UnrulyOutputDoesNotHideTheResult)
     for (const auto* body : {
              "echo 'RESULT::{\"bpm\": 112}'; head -c 20000 /dev/zero | tr '\\0' ' '; yes noise | head -5000",
              "head -c 1000000 /dev/zero | tr '\\0' x; echo 'RESULT::{\"bpm\": 112}'",
-             "printf '\\377\\376\\200\\n\\303'; head -c 9000 /dev/urandom | tr -d '\\0'; printf '\\nRESULT::{\"bpm\": "
-             "112}'",
+             "yes \"$(printf '\\377\\376\\200\\n\\303A\\360\\n\\303')\" | head -9000; printf "
+             "'\\n\\303RESULT::{\"bpm\": 112}'",
              "exec 2>&1; echo 'RESULT::{\"bpm\": 1}'; echo 'text before RESULT::  {\"bpm\": 112}  ' >&2",
          })
     {
