@@ -108,7 +108,7 @@ void measure (std::vector<Program>& programs)
 double textbookMegabytes (const juce::File& minute)
 {
     juce::AudioFormatManager formats;
-    formats.registerBasicFormats();
+    audiofile::registerFormats (formats);
     const auto reader = audiofile::open (formats, minute);
     const auto channels = static_cast<double> (reader->numChannels);
     const auto input = static_cast<double> (reader->lengthInSamples);

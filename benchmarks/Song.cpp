@@ -7,7 +7,7 @@
 Song loadMinuteOf (const juce::File& file)
 {
     juce::AudioFormatManager formats;
-    formats.registerBasicFormats();
+    audiofile::registerFormats (formats);
     const auto reader = audiofile::open (formats, file);
 
     if (reader == nullptr || reader->lengthInSamples == 0)

@@ -17,6 +17,19 @@ namespace compat
 using juce::AudioFormatWriterOptions;
 using juce::WavAudioFormat;
 
+/** A format that writes nothing. */
+class ReadOnlyAudioFormat : public juce::AudioFormat
+{
+public:
+    using juce::AudioFormat::AudioFormat;
+
+    std::unique_ptr<juce::AudioFormatWriter> createWriterFor (std::unique_ptr<juce::OutputStream>&,
+                                                              const AudioFormatWriterOptions&) override
+    {
+        return {};
+    }
+};
+
 #else
 
 class AudioFormatWriterOptions
@@ -85,6 +98,20 @@ public:
             juce::ignoreUnused (stream.release());
 
         return writer;
+    }
+};
+
+/** Before 8.0.9 it is another overload that a format has to supply. */
+class ReadOnlyAudioFormat : public juce::AudioFormat
+{
+public:
+    using juce::AudioFormat::AudioFormat;
+    using juce::AudioFormat::createWriterFor;
+
+    juce::AudioFormatWriter* createWriterFor (juce::OutputStream*, double, unsigned int, int,
+                                              const juce::StringPairArray&, int) override
+    {
+        return nullptr;
     }
 };
 

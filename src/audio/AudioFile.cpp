@@ -2,6 +2,7 @@
 
 #include "JuceCompatibility.h"
 #include "audio/ContainerCheck.h"
+#include "audio/FFmpegAudioFormat.h"
 #include "audio/LargeBuffer.h"
 #include "audio/MemoryLimit.h"
 
@@ -24,17 +25,41 @@ static bool canConvertPcm (const juce::AudioFormatReader& reader)
 }
 
 /** How many samples of a PCM file's claimed length lie within the file. */
-static juce::int64 samplesHeld (const juce::AudioFormatReader& reader, juce::AudioFormatManager& formats,
+static juce::int64 samplesHeld (const juce::AudioFormatReader& reader, juce::AudioFormat& format,
                                 const juce::File& file)
 {
-    auto* const format = formats.findFormatForFileExtension (file.getFileExtension());
-    const std::unique_ptr<juce::MemoryMappedAudioFormatReader> mapped (format->createMemoryMappedReader (file));
+    const std::unique_ptr<juce::MemoryMappedAudioFormatReader> mapped (format.createMemoryMappedReader (file));
 
     if (mapped != nullptr && mapped->mapEntireFile())
         return mapped->getMappedSection().getEnd();
 
     // Nothing to map, or a file system that cannot: an estimate that takes the header for audio.
     return file.getSize() * 8 / (static_cast<juce::int64> (reader.numChannels) * reader.bitsPerSample);
+}
+
+/** @returns null if the format cannot read the file, or not for certain */
+static std::unique_ptr<juce::AudioFormatReader> createReader (juce::AudioFormat& format, const juce::File& file)
+{
+    if (! format.canHandleFile (file))
+        return nullptr;
+
+    auto stream = file.createInputStream();
+
+    if (stream == nullptr)
+        return nullptr;
+
+    std::unique_ptr<juce::AudioFormatReader> reader (format.createReaderFor (stream.release(), true));
+    const auto isFit =
+        reader != nullptr && reader->numChannels <= maxChannels && (! isPcm (*reader) || canConvertPcm (*reader));
+    return isFit ? std::move (reader) : nullptr;
+}
+
+void registerFormats (juce::AudioFormatManager& formats)
+{
+    formats.registerBasicFormats();
+#if KELVANE_HAS_FFMPEG
+    formats.registerFormat (new FFmpegAudioFormat(), false);
+#endif
 }
 
 std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats, const juce::File& file)
@@ -45,19 +70,17 @@ std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats
     if (! maxSamplesByStructure)
         return nullptr;
 
-    std::unique_ptr<juce::AudioFormatReader> reader (formats.createReaderFor (file));
+    for (auto* const format : formats)
+    {
+        if (auto reader = createReader (*format, file))
+        {
+            const auto held = isPcm (*reader) ? samplesHeld (*reader, *format, file) : *maxSamplesByStructure;
+            reader->lengthInSamples = juce::jlimit (juce::int64 {}, held, reader->lengthInSamples);
+            return reader;
+        }
+    }
 
-    if (reader == nullptr || reader->numChannels > maxChannels)
-        return nullptr;
-
-    const auto pcm = isPcm (*reader);
-
-    if (pcm && ! canConvertPcm (*reader))
-        return nullptr;
-
-    const auto held = pcm ? samplesHeld (*reader, formats, file) : *maxSamplesByStructure;
-    reader->lengthInSamples = juce::jlimit (juce::int64 {}, held, reader->lengthInSamples);
-    return reader;
+    return nullptr;
 }
 
 juce::AudioBuffer<float> readWhole (juce::AudioFormatReader& reader)

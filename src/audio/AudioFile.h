@@ -9,6 +9,9 @@ namespace audiofile
 /** The longest audio that is read; what lies behind it is left out. */
 constexpr juce::int64 maxSamples = juce::int64 { 1 } << 30;
 
+/** Registers the basic formats and, behind them, what the build has besides. */
+void registerFormats (juce::AudioFormatManager& formats);
+
 /** Opens a file with the first of the manager's formats that can read it.
 
     The length that the reader states is no more than the file can hold: a header may claim more, as

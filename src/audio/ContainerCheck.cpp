@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <string>
 
 namespace containercheck
 {
@@ -11,11 +12,11 @@ namespace
 {
 
 /** Four letters that name a file's format or a part of it. They may be any bytes. */
-juce::String readName (juce::InputStream& stream)
+std::string readName (juce::InputStream& stream)
 {
-    std::array<char, 4> name {};
+    std::string name (4, '\0');
     stream.read (name.data(), 4);
-    return { juce::CharPointer_ASCII (name.data()), 4 };
+    return name;
 }
 
 struct VorbisFormat

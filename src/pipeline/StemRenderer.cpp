@@ -15,7 +15,7 @@ StemRenderer::StemRenderer (const PipelineConfig& configToUse, Job jobToDo)
 bool StemRenderer::render (juce::String& message)
 {
     juce::AudioFormatManager formats;
-    formats.registerBasicFormats();
+    audiofile::registerFormats (formats);
 
     const auto numFiles = static_cast<double> (job.stemFiles.size());
 

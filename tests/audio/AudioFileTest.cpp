@@ -13,7 +13,7 @@ using signals::Buffer;
 class AudioFileTest : public testing::Test
 {
 protected:
-    AudioFileTest() { formats.registerBasicFormats(); }
+    AudioFileTest() { audiofile::registerFormats (formats); }
 
     /** The samples of a file, or none if it cannot be opened. */
     Buffer read (const juce::File& file)
@@ -138,8 +138,8 @@ TEST_F (AudioFileTest, RefusesWhatIsNoAudio)
     EXPECT_FALSE (canOpen (writeBytes ("crowded.wav", crowded)));
 
     auto oddBits = makeWavBytes();
-    overwrite (oddBits, "fmt ", 22, 12, 2);
-    EXPECT_FALSE (canOpen (writeBytes ("12 bits.wav", oddBits)));
+    overwrite (oddBits, "fmt ", 22, 40, 2);
+    EXPECT_FALSE (canOpen (writeBytes ("40 bits.wav", oddBits)));
 }
 
 TEST_F (AudioFileTest, ReadsWhatADamagedFileHolds)

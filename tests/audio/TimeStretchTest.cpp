@@ -14,7 +14,7 @@ using signals::Buffer;
 static Buffer loadMusic()
 {
     juce::AudioFormatManager formats;
-    formats.registerBasicFormats();
+    audiofile::registerFormats (formats);
     return audiofile::readWhole (*audiofile::open (formats, juce::File (KELVANE_DEMO_SONG)));
 }
 

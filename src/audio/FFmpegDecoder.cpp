@@ -1,0 +1,340 @@
+#include "audio/FFmpegDecoder.h"
+
+#include <cstdio>
+#include <limits>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+/** The containers of single songs and videos. Lists of other files are none of them. */
+constexpr auto containers = "aac,ac3,aiff,ape,asf,au,caf,flac,matroska,mov,mp3,ogg,tta,w64,wav,wv";
+
+/** A packet of the longest that there are, APE's, holds less; one that claims more is damaged. */
+constexpr juce::int64 maxPacketSeconds = 30;
+
+int readBytes (void* source, uint8_t* bytes, int size)
+{
+    const auto numRead = static_cast<juce::InputStream*> (source)->read (bytes, size);
+    return numRead > 0 ? numRead : AVERROR_EOF;
+}
+
+int64_t seek (void* source, int64_t offset, int whence)
+{
+    auto& stream = *static_cast<juce::InputStream*> (source);
+
+    if ((whence & AVSEEK_SIZE) != 0)
+        return stream.getTotalLength();
+
+    const auto origin = whence == SEEK_CUR ? stream.getPosition() : whence == SEEK_END ? stream.getTotalLength() : 0;
+    return stream.setPosition (origin + offset) ? stream.getPosition() : AVERROR (EIO);
+}
+
+/** The samples that are to be left out of a packet's audio: 32 bits for its start, 32 for its end. */
+juce::int64 samplesToSkip (const AVPacket& packet)
+{
+    size_t size = 0;
+    const auto* const data = av_packet_get_side_data (&packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
+
+    if (data == nullptr || size < 8)
+        return 0;
+
+    return juce::int64 { juce::ByteOrder::littleEndianInt (data) } + juce::ByteOrder::littleEndianInt (data + 4);
+}
+
+/** The length that Apple's encoders note: the fourth of some hexadecimal numbers; 0 if there is none. */
+juce::int64 appleSamples (const AVFormatContext& container)
+{
+    const auto* const entry = av_dict_get (container.metadata, "iTunSMPB", nullptr, 0);
+
+    if (entry == nullptr)
+        return 0;
+
+    auto numbers = juce::StringArray::fromTokens (juce::String (juce::CharPointer_ASCII (entry->value)), false);
+    numbers.removeEmptyStrings();
+    return numbers.size() > 3 ? numbers[3].getHexValue64() : 0;
+}
+
+} // namespace
+
+FFmpegDecoder::FFmpegDecoder (juce::InputStream& sourceToUse)
+    : source (sourceToUse), packet (av_packet_alloc()), frame (av_frame_alloc())
+{
+}
+
+FFmpegDecoder::~FFmpegDecoder()
+{
+    av_channel_layout_uninit (&channels);
+    av_channel_layout_uninit (&frameChannels);
+}
+
+std::unique_ptr<FFmpegDecoder> FFmpegDecoder::open (juce::InputStream& source)
+{
+    // What the libraries find wrong with a file, they would print.
+    av_log_set_level (AV_LOG_QUIET);
+
+    std::unique_ptr<FFmpegDecoder> decoder (new FFmpegDecoder (source));
+    return decoder->openContainer() && decoder->openCodec() && decoder->readFirstBlock() ? std::move (decoder)
+                                                                                         : nullptr;
+}
+
+bool FFmpegDecoder::openContainer (const char* flag)
+{
+    constexpr auto ioBufferSize = 32768;
+
+    if (! source.setPosition (0))
+        return false;
+
+    auto* const buffer = static_cast<unsigned char*> (av_malloc (ioBufferSize));
+    io.reset (avio_alloc_context (buffer, ioBufferSize, 0, &source, readBytes, nullptr, seek));
+
+    auto* context = avformat_alloc_context();
+    context->pb = io.get();
+    context->format_whitelist = av_strdup (containers);
+
+    AVDictionary* options = nullptr;
+
+    if (flag != nullptr)
+        av_dict_set_int (&options, flag, 1, 0);
+
+    // On failure the context is freed, and null.
+    avformat_open_input (&context, nullptr, nullptr, &options);
+    av_dict_free (&options);
+    container.reset (context);
+    return container != nullptr && avformat_find_stream_info (container.get(), nullptr) >= 0;
+}
+
+bool FFmpegDecoder::openCodec()
+{
+    const AVCodec* implementation = nullptr;
+    const auto best = av_find_best_stream (container.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &implementation, 0);
+
+    if (best < 0 || implementation == nullptr)
+        return false;
+
+    for (unsigned i = 0; i < container->nb_streams; ++i)
+        container->streams[i]->discard = static_cast<int> (i) == best ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+
+    stream = container->streams[best];
+    codec.reset (avcodec_alloc_context3 (implementation));
+    codec->pkt_timebase = stream->time_base;
+
+    return avcodec_parameters_to_context (codec.get(), stream->codecpar) >= 0
+           && avcodec_open2 (codec.get(), implementation, nullptr) >= 0;
+}
+
+/** Only a frame tells for certain what the frames are like: an AAC file may keep to itself that its rate is twice what
+    its header says.
+*/
+bool FFmpegDecoder::readFirstBlock()
+{
+    auto outcome = decode();
+
+    for (; outcome == Outcome::lostPacket; outcome = decode())
+        numTicks = 0; // there is nothing yet that silence could keep in its place
+
+    if (outcome == Outcome::end || frame->sample_rate <= 0)
+        return false;
+
+    sampleRate = frame->sample_rate;
+    av_channel_layout_copy (&channels, &frame->ch_layout);
+
+    if (! configureConverter())
+        return false;
+
+    convertFrame();
+    return true;
+}
+
+bool FFmpegDecoder::readBlock()
+{
+    auto outcome = Outcome::end;
+
+    do
+    {
+        outcome = decode();
+
+        if (outcome == Outcome::frame)
+            convertFrame();
+        else
+            fillBlockWithSilence (outcome == Outcome::lostPacket ? toSamples (packetTicks()) : 0);
+    } while (block.getNumSamples() == 0 && outcome != Outcome::end);
+
+    return outcome != Outcome::end;
+}
+
+juce::int64 FFmpegDecoder::countSamples()
+{
+    if (isContainer ("mp3"))
+        return countByClock();
+
+    if (isContainer ("mov"))
+        return countByEdits();
+
+    return countByDecoding();
+}
+
+juce::int64 FFmpegDecoder::countByClock()
+{
+    readAllPackets();
+    return juce::jmax (juce::int64 {}, toSamples (numTicks) - numToSkip);
+}
+
+/** An MPEG-4 file plays a section of its audio, whose length is told by a clock that may be as coarse as milliseconds.
+    To such a tick it is mostly all that there is behind the encoder's delay, and how much that is is told exactly.
+*/
+juce::int64 FFmpegDecoder::countByEdits()
+{
+    constexpr auto coarsestClock = 500; // Hz
+
+    readAllPackets();
+    FFmpegDecoder unedited (source);
+
+    if (! unedited.openContainer ("ignore_editlist") || ! unedited.openCodec())
+        return 0;
+
+    unedited.readAllPackets();
+
+    const auto delay = juce::jmax (numToSkip, unedited.numToSkip);
+    const auto available = juce::jmax (juce::int64 {}, toSamples (unedited.numTicks) - delay);
+    const auto played = stream->duration == AV_NOPTS_VALUE ? available : toSamples (stream->duration);
+    const auto apple = appleSamples (*container);
+    const auto numSamples = available <= played + sampleRate / coarsestClock ? available : played;
+    return apple > 0 ? juce::jmin (apple, numSamples) : numSamples;
+}
+
+juce::int64 FFmpegDecoder::countByDecoding()
+{
+    juce::int64 numSamples = 0;
+
+    do
+    {
+        numSamples += block.getNumSamples();
+    } while (readBlock());
+
+    return numSamples;
+}
+
+FFmpegDecoder::Outcome FFmpegDecoder::decode()
+{
+    for (;;)
+    {
+        auto result = hasFailed ? AVERROR (EAGAIN) : avcodec_receive_frame (codec.get(), frame.get());
+
+        if (result == 0)
+            return Outcome::frame;
+
+        // After a failure there has to be another packet, or it could go on for ever.
+        hasFailed = false;
+
+        if (result == AVERROR (EAGAIN))
+            result = feedCodec();
+
+        if (result == AVERROR_EOF)
+            return Outcome::end;
+
+        hasFailed = result != 0;
+
+        if (hasFailed)
+            return Outcome::lostPacket;
+    }
+}
+
+/** @returns what the codec says to the packet that follows, or to the end */
+int FFmpegDecoder::feedCodec()
+{
+    if (isDraining)
+        return AVERROR_EOF;
+
+    if (readPacket())
+        return avcodec_send_packet (codec.get(), packet.get());
+
+    isDraining = true;
+    return avcodec_send_packet (codec.get(), nullptr);
+}
+
+/** @returns false at the end, be it the file's or that of what can be read of it */
+bool FFmpegDecoder::readPacket()
+{
+    do
+    {
+        av_packet_unref (packet.get());
+
+        if (av_read_frame (container.get(), packet.get()) < 0)
+            return false;
+    } while (packet->stream_index != stream->index);
+
+    numTicks += packetTicks();
+    numToSkip += samplesToSkip (*packet);
+    return true;
+}
+
+bool FFmpegDecoder::configureConverter()
+{
+    if (frame->format == frameFormat && frame->sample_rate == frameRate
+        && av_channel_layout_compare (&frame->ch_layout, &frameChannels) == 0)
+        return converter != nullptr;
+
+    frameFormat = frame->format;
+    frameRate = frame->sample_rate;
+    av_channel_layout_copy (&frameChannels, &frame->ch_layout);
+
+    SwrContext* context = nullptr;
+    swr_alloc_set_opts2 (&context, &channels, AV_SAMPLE_FMT_FLTP, sampleRate, &frameChannels,
+                         static_cast<AVSampleFormat> (frameFormat), frameRate, 0, nullptr);
+    converter.reset (context);
+
+    if (converter == nullptr || swr_init (converter.get()) < 0)
+        converter.reset();
+
+    return converter != nullptr;
+}
+
+void FFmpegDecoder::convertFrame()
+{
+    if (! configureConverter())
+        return fillBlockWithSilence (frame->nb_samples);
+
+    const auto maxSamples = swr_get_out_samples (converter.get(), frame->nb_samples);
+    block.setSize (getNumChannels(), maxSamples, false, false, true);
+
+    std::vector<uint8_t*> planes;
+
+    for (int channel = 0; channel < getNumChannels(); ++channel)
+        planes.push_back (reinterpret_cast<uint8_t*> (block.getWritePointer (channel)));
+
+    const auto numSamples = swr_convert (converter.get(), planes.data(), maxSamples,
+                                         const_cast<const uint8_t**> (frame->extended_data), frame->nb_samples);
+    block.setSize (getNumChannels(), juce::jmax (0, numSamples), true, false, true);
+}
+
+void FFmpegDecoder::fillBlockWithSilence (juce::int64 numSamples)
+{
+    block.setSize (getNumChannels(), static_cast<int> (numSamples), false, false, true);
+    block.clear();
+}
+
+void FFmpegDecoder::readAllPackets()
+{
+    while (readPacket())
+    {
+    }
+}
+
+juce::int64 FFmpegDecoder::packetTicks() const
+{
+    const juce::int64 maxTicks = av_rescale_q (maxPacketSeconds, { 1, 1 }, stream->time_base);
+    return juce::jlimit (juce::int64 {}, maxTicks, juce::int64 { packet->duration });
+}
+
+juce::int64 FFmpegDecoder::toSamples (juce::int64 ticks) const
+{
+    return av_rescale_q (ticks, stream->time_base, { 1, sampleRate });
+}
+
+/** Whether this is one of the names of the container's format. */
+bool FFmpegDecoder::isContainer (const char* name) const
+{
+    return av_match_name (name, container->iformat->name) != 0;
+}

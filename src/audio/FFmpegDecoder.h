@@ -1,0 +1,95 @@
+#pragma once
+
+#include "audio/FFmpegLibraries.h"
+
+#include <juce_audio_basics/juce_audio_basics.h>
+
+/** Decodes a file's main audio stream by FFmpeg's libraries, block by block, from its first sample to its last.
+
+    What the encoder has put before and behind the music is left out, where the file tells how much that is. A packet
+    that cannot be decoded becomes silence of its length, so that all else stays in its place.
+
+    There is no way back: what timestamps tell is exact enough in some containers only, and an MP3 that is entered in
+    its middle lacks what its frames borrow from those before.
+*/
+class FFmpegDecoder
+{
+public:
+    /** @param source  is read from its start on, and has to outlive the decoder
+        @returns null if the source is in no format that is known, or has no audio that can be decoded
+    */
+    static std::unique_ptr<FFmpegDecoder> open (juce::InputStream& source);
+
+    double getSampleRate() const { return sampleRate; }         /**< in Hz, of all blocks */
+    int getNumChannels() const { return channels.nb_channels; } /**< of all blocks */
+
+    /** The block that was decoded last, which after opening is the stream's first. */
+    const juce::AudioBuffer<float>& getBlock() const { return block; }
+
+    /** Decodes the block that follows.
+
+        @returns false if there is none: the block is empty then
+    */
+    bool readBlock();
+
+    /** Counts the samples per channel of the whole stream, and uses the decoder up. An MP3 or MPEG-4 file need not be
+        decoded for that.
+    */
+    juce::int64 countSamples();
+
+    ~FFmpegDecoder();
+
+private:
+    enum class Outcome
+    {
+        frame,
+        lostPacket,
+        end
+    };
+
+    explicit FFmpegDecoder (juce::InputStream& source);
+
+    bool openContainer (const char* flag = nullptr);
+    bool openCodec();
+    bool readFirstBlock();
+
+    Outcome decode();
+    int feedCodec();
+    bool readPacket();
+    void readAllPackets();
+    bool configureConverter();
+    void convertFrame();
+    void fillBlockWithSilence (juce::int64 numSamples);
+
+    juce::int64 countByClock();
+    juce::int64 countByEdits();
+    juce::int64 countByDecoding();
+    juce::int64 packetTicks() const;
+    juce::int64 toSamples (juce::int64 ticks) const;
+    bool isContainer (const char* name) const;
+
+    juce::InputStream& source;
+    ffmpeg::Owned<AVIOContext> io;
+    ffmpeg::Owned<AVFormatContext> container;
+    ffmpeg::Owned<AVCodecContext> codec;
+    ffmpeg::Owned<AVPacket> packet;
+    ffmpeg::Owned<AVFrame> frame;
+    ffmpeg::Owned<SwrContext> converter;
+
+    const AVStream* stream = nullptr; // the container's
+    AVChannelLayout channels {};
+    int sampleRate = 0;
+
+    // What the converter takes.
+    AVChannelLayout frameChannels {};
+    int frameRate = 0;
+    int frameFormat = -1;
+
+    juce::int64 numTicks = 0;  // of the container's clock, of the packets so far
+    juce::int64 numToSkip = 0; // samples, of the packets so far
+    bool hasFailed = false;
+    bool isDraining = false;
+    juce::AudioBuffer<float> block;
+
+    JUCE_DECLARE_NON_COPYABLE (FFmpegDecoder)
+};
