@@ -1,24 +1,26 @@
-# FFmpeg's libraries, which read the formats that JUCE does not. macOS and Windows have codecs of their own.
-
-if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
-    set(default ON)
-else()
-    set(default OFF)
-endif()
-option(KELVANE_FFMPEG "Read MP3, M4A and more by the system's FFmpeg libraries" ${default})
+# FFmpeg's libraries, which read the formats that JUCE does not. Only their headers are needed here: the program loads
+# them when it runs. macOS and Windows have codecs of their own.
 
 set(KELVANE_HAS_FFMPEG OFF)
-if(KELVANE_FFMPEG)
-    find_package(PkgConfig)
-    if(PKG_CONFIG_FOUND)
-        # FFmpeg 5.1, the first with the present interface to channel layouts.
-        pkg_check_modules(KELVANE_FFMPEG_LIBRARIES IMPORTED_TARGET
-            libavformat>=59.27 libavcodec>=59.37 libavutil>=57.28 libswresample>=4.7)
-        set(KELVANE_HAS_FFMPEG ${KELVANE_FFMPEG_LIBRARIES_FOUND})
-    endif()
+if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux")
+    return()
+endif()
 
-    if(NOT KELVANE_HAS_FFMPEG)
-        message(WARNING "The development files of FFmpeg's libraries (5.1 or later) are missing. The program will do "
-            "without, and will not render an unsplit song that is no WAV, AIFF, FLAC or Ogg Vorbis: no MP3, no M4A.")
-    endif()
+option(KELVANE_FFMPEG "Read MP3, M4A and more by the system's FFmpeg libraries" ON)
+if(NOT KELVANE_FFMPEG)
+    return()
+endif()
+
+find_package(PkgConfig)
+if(PKG_CONFIG_FOUND)
+    # FFmpeg 5.1, the first with the present interface to channel layouts.
+    pkg_check_modules(KELVANE_FFMPEG_LIBRARIES
+        libavformat>=59.27 libavcodec>=59.37 libavutil>=57.28 libswresample>=4.7)
+endif()
+
+if(KELVANE_FFMPEG_LIBRARIES_FOUND)
+    set(KELVANE_HAS_FFMPEG ON)
+else()
+    message(WARNING "The development files of FFmpeg's libraries (5.1 or later) are missing. The program will do "
+        "without, and will not render an unsplit song that is no WAV, AIFF, FLAC or Ogg Vorbis: no MP3, no M4A.")
 endif()

@@ -35,7 +35,7 @@ int64_t seek (void* source, int64_t offset, int whence)
 juce::int64 samplesToSkip (const AVPacket& packet)
 {
     size_t size = 0;
-    const auto* const data = av_packet_get_side_data (&packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
+    const auto* const data = ffmpeg::library().av_packet_get_side_data (&packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
 
     if (data == nullptr || size < 8)
         return 0;
@@ -46,7 +46,7 @@ juce::int64 samplesToSkip (const AVPacket& packet)
 /** The length that Apple's encoders note: the fourth of some hexadecimal numbers; 0 if there is none. */
 juce::int64 appleSamples (const AVFormatContext& container)
 {
-    const auto* const entry = av_dict_get (container.metadata, "iTunSMPB", nullptr, 0);
+    const auto* const entry = ffmpeg::library().av_dict_get (container.metadata, "iTunSMPB", nullptr, 0);
 
     if (entry == nullptr)
         return 0;
@@ -59,20 +59,23 @@ juce::int64 appleSamples (const AVFormatContext& container)
 } // namespace
 
 FFmpegDecoder::FFmpegDecoder (juce::InputStream& sourceToUse)
-    : source (sourceToUse), packet (av_packet_alloc()), frame (av_frame_alloc())
+    : source (sourceToUse), packet (lib.av_packet_alloc()), frame (lib.av_frame_alloc())
 {
 }
 
 FFmpegDecoder::~FFmpegDecoder()
 {
-    av_channel_layout_uninit (&channels);
-    av_channel_layout_uninit (&frameChannels);
+    lib.av_channel_layout_uninit (&channels);
+    lib.av_channel_layout_uninit (&frameChannels);
 }
 
 std::unique_ptr<FFmpegDecoder> FFmpegDecoder::open (juce::InputStream& source)
 {
+    if (! ffmpeg::isAvailable())
+        return nullptr;
+
     // What the libraries find wrong with a file, they would print.
-    av_log_set_level (AV_LOG_QUIET);
+    ffmpeg::library().av_log_set_level (AV_LOG_QUIET);
 
     std::unique_ptr<FFmpegDecoder> decoder (new FFmpegDecoder (source));
     return decoder->openContainer() && decoder->openCodec() && decoder->readFirstBlock() ? std::move (decoder)
@@ -86,29 +89,29 @@ bool FFmpegDecoder::openContainer (const char* flag)
     if (! source.setPosition (0))
         return false;
 
-    auto* const buffer = static_cast<unsigned char*> (av_malloc (ioBufferSize));
-    io.reset (avio_alloc_context (buffer, ioBufferSize, 0, &source, readBytes, nullptr, seek));
+    auto* const buffer = static_cast<unsigned char*> (lib.av_malloc (ioBufferSize));
+    io.reset (lib.avio_alloc_context (buffer, ioBufferSize, 0, &source, readBytes, nullptr, seek));
 
-    auto* context = avformat_alloc_context();
+    auto* context = lib.avformat_alloc_context();
     context->pb = io.get();
-    context->format_whitelist = av_strdup (containers);
+    context->format_whitelist = lib.av_strdup (containers);
 
     AVDictionary* options = nullptr;
 
     if (flag != nullptr)
-        av_dict_set_int (&options, flag, 1, 0);
+        lib.av_dict_set_int (&options, flag, 1, 0);
 
     // On failure the context is freed, and null.
-    avformat_open_input (&context, nullptr, nullptr, &options);
-    av_dict_free (&options);
+    lib.avformat_open_input (&context, nullptr, nullptr, &options);
+    lib.av_dict_free (&options);
     container.reset (context);
-    return container != nullptr && avformat_find_stream_info (container.get(), nullptr) >= 0;
+    return container != nullptr && lib.avformat_find_stream_info (container.get(), nullptr) >= 0;
 }
 
 bool FFmpegDecoder::openCodec()
 {
     const AVCodec* implementation = nullptr;
-    const auto best = av_find_best_stream (container.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &implementation, 0);
+    const auto best = lib.av_find_best_stream (container.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &implementation, 0);
 
     if (best < 0 || implementation == nullptr)
         return false;
@@ -117,11 +120,11 @@ bool FFmpegDecoder::openCodec()
         container->streams[i]->discard = static_cast<int> (i) == best ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
 
     stream = container->streams[best];
-    codec.reset (avcodec_alloc_context3 (implementation));
+    codec.reset (lib.avcodec_alloc_context3 (implementation));
     codec->pkt_timebase = stream->time_base;
 
-    return avcodec_parameters_to_context (codec.get(), stream->codecpar) >= 0
-           && avcodec_open2 (codec.get(), implementation, nullptr) >= 0;
+    return lib.avcodec_parameters_to_context (codec.get(), stream->codecpar) >= 0
+           && lib.avcodec_open2 (codec.get(), implementation, nullptr) >= 0;
 }
 
 /** Only a frame tells for certain what the frames are like: an AAC file may keep to itself that its rate is twice what
@@ -138,7 +141,7 @@ bool FFmpegDecoder::readFirstBlock()
         return false;
 
     sampleRate = frame->sample_rate;
-    av_channel_layout_copy (&channels, &frame->ch_layout);
+    lib.av_channel_layout_copy (&channels, &frame->ch_layout);
 
     if (! configureConverter())
         return false;
@@ -220,7 +223,7 @@ FFmpegDecoder::Outcome FFmpegDecoder::decode()
 {
     for (;;)
     {
-        auto result = hasFailed ? AVERROR (EAGAIN) : avcodec_receive_frame (codec.get(), frame.get());
+        auto result = hasFailed ? AVERROR (EAGAIN) : lib.avcodec_receive_frame (codec.get(), frame.get());
 
         if (result == 0)
             return Outcome::frame;
@@ -248,10 +251,10 @@ int FFmpegDecoder::feedCodec()
         return AVERROR_EOF;
 
     if (readPacket())
-        return avcodec_send_packet (codec.get(), packet.get());
+        return lib.avcodec_send_packet (codec.get(), packet.get());
 
     isDraining = true;
-    return avcodec_send_packet (codec.get(), nullptr);
+    return lib.avcodec_send_packet (codec.get(), nullptr);
 }
 
 /** @returns false at the end, be it the file's or that of what can be read of it */
@@ -259,9 +262,9 @@ bool FFmpegDecoder::readPacket()
 {
     do
     {
-        av_packet_unref (packet.get());
+        lib.av_packet_unref (packet.get());
 
-        if (av_read_frame (container.get(), packet.get()) < 0)
+        if (lib.av_read_frame (container.get(), packet.get()) < 0)
             return false;
     } while (packet->stream_index != stream->index);
 
@@ -273,19 +276,19 @@ bool FFmpegDecoder::readPacket()
 bool FFmpegDecoder::configureConverter()
 {
     if (frame->format == frameFormat && frame->sample_rate == frameRate
-        && av_channel_layout_compare (&frame->ch_layout, &frameChannels) == 0)
+        && lib.av_channel_layout_compare (&frame->ch_layout, &frameChannels) == 0)
         return converter != nullptr;
 
     frameFormat = frame->format;
     frameRate = frame->sample_rate;
-    av_channel_layout_copy (&frameChannels, &frame->ch_layout);
+    lib.av_channel_layout_copy (&frameChannels, &frame->ch_layout);
 
     SwrContext* context = nullptr;
-    swr_alloc_set_opts2 (&context, &channels, AV_SAMPLE_FMT_FLTP, sampleRate, &frameChannels,
-                         static_cast<AVSampleFormat> (frameFormat), frameRate, 0, nullptr);
+    lib.swr_alloc_set_opts2 (&context, &channels, AV_SAMPLE_FMT_FLTP, sampleRate, &frameChannels,
+                             static_cast<AVSampleFormat> (frameFormat), frameRate, 0, nullptr);
     converter.reset (context);
 
-    if (converter == nullptr || swr_init (converter.get()) < 0)
+    if (converter == nullptr || lib.swr_init (converter.get()) < 0)
         converter.reset();
 
     return converter != nullptr;
@@ -296,7 +299,7 @@ void FFmpegDecoder::convertFrame()
     if (! configureConverter())
         return fillBlockWithSilence (frame->nb_samples);
 
-    const auto maxSamples = swr_get_out_samples (converter.get(), frame->nb_samples);
+    const auto maxSamples = lib.swr_get_out_samples (converter.get(), frame->nb_samples);
     block.setSize (getNumChannels(), maxSamples, false, false, true);
 
     std::vector<uint8_t*> planes;
@@ -304,8 +307,8 @@ void FFmpegDecoder::convertFrame()
     for (int channel = 0; channel < getNumChannels(); ++channel)
         planes.push_back (reinterpret_cast<uint8_t*> (block.getWritePointer (channel)));
 
-    const auto numSamples = swr_convert (converter.get(), planes.data(), maxSamples,
-                                         const_cast<const uint8_t**> (frame->extended_data), frame->nb_samples);
+    const auto numSamples = lib.swr_convert (converter.get(), planes.data(), maxSamples,
+                                             const_cast<const uint8_t**> (frame->extended_data), frame->nb_samples);
     block.setSize (getNumChannels(), juce::jmax (0, numSamples), true, false, true);
 }
 
@@ -324,17 +327,17 @@ void FFmpegDecoder::readAllPackets()
 
 juce::int64 FFmpegDecoder::packetTicks() const
 {
-    const juce::int64 maxTicks = av_rescale_q (maxPacketSeconds, { 1, 1 }, stream->time_base);
+    const juce::int64 maxTicks = lib.av_rescale_q (maxPacketSeconds, { 1, 1 }, stream->time_base);
     return juce::jlimit (juce::int64 {}, maxTicks, juce::int64 { packet->duration });
 }
 
 juce::int64 FFmpegDecoder::toSamples (juce::int64 ticks) const
 {
-    return av_rescale_q (ticks, stream->time_base, { 1, sampleRate });
+    return lib.av_rescale_q (ticks, stream->time_base, { 1, sampleRate });
 }
 
 /** Whether this is one of the names of the container's format. */
 bool FFmpegDecoder::isContainer (const char* name) const
 {
-    return av_match_name (name, container->iformat->name) != 0;
+    return lib.av_match_name (name, container->iformat->name) != 0;
 }

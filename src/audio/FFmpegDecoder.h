@@ -16,7 +16,8 @@ class FFmpegDecoder
 {
 public:
     /** @param source  is read from its start on, and has to outlive the decoder
-        @returns null if the source is in no format that is known, or has no audio that can be decoded
+        @returns null if the source is in no format that is known, if it has no audio that can be decoded, or if the
+                 system has no such libraries
     */
     static std::unique_ptr<FFmpegDecoder> open (juce::InputStream& source);
 
@@ -68,6 +69,7 @@ private:
     juce::int64 toSamples (juce::int64 ticks) const;
     bool isContainer (const char* name) const;
 
+    const ffmpeg::Functions& lib = ffmpeg::library();
     juce::InputStream& source;
     ffmpeg::Owned<AVIOContext> io;
     ffmpeg::Owned<AVFormatContext> container;

@@ -2,7 +2,7 @@
 
 #include <juce_core/juce_core.h>
 
-JUCE_BEGIN_IGNORE_WARNINGS_GCC_LIKE ("-Wconversion", "-Wsign-conversion", "-Wold-style-cast")
+JUCE_BEGIN_IGNORE_WARNINGS_GCC_LIKE ("-Wconversion", "-Wsign-conversion")
 
 extern "C"
 {
@@ -10,6 +10,7 @@ extern "C"
 #include <libavformat/avformat.h>
 #include <libavutil/avstring.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/mathematics.h>
 #include <libswresample/swresample.h>
 }
 
@@ -17,25 +18,85 @@ JUCE_END_IGNORE_WARNINGS_GCC_LIKE
 
 #include <memory>
 
-/** What FFmpeg's libraries allocate, owned. */
+/** FFmpeg's libraries, loaded from the system when a file first needs them.
+
+    They bring more than a hundred others along, which would double the time that the program takes to start. And one
+    that is linked to them does not start at all where there is another version of them, or none.
+*/
 namespace ffmpeg
 {
+
+// Each with the library that it is in.
+#define KELVANE_FFMPEG_FUNCTIONS(CALL)                                                                                 \
+    CALL (avutil, av_channel_layout_compare)                                                                           \
+    CALL (avutil, av_channel_layout_copy)                                                                              \
+    CALL (avutil, av_channel_layout_uninit)                                                                            \
+    CALL (avutil, av_dict_free)                                                                                        \
+    CALL (avutil, av_dict_get)                                                                                         \
+    CALL (avutil, av_dict_set_int)                                                                                     \
+    CALL (avutil, av_frame_alloc)                                                                                      \
+    CALL (avutil, av_frame_free)                                                                                       \
+    CALL (avutil, av_freep)                                                                                            \
+    CALL (avutil, av_log_set_level)                                                                                    \
+    CALL (avutil, av_malloc)                                                                                           \
+    CALL (avutil, av_match_name)                                                                                       \
+    CALL (avutil, av_rescale_q)                                                                                        \
+    CALL (avutil, av_strdup)                                                                                           \
+    CALL (avcodec, av_packet_alloc)                                                                                    \
+    CALL (avcodec, av_packet_free)                                                                                     \
+    CALL (avcodec, av_packet_get_side_data)                                                                            \
+    CALL (avcodec, av_packet_unref)                                                                                    \
+    CALL (avcodec, avcodec_alloc_context3)                                                                             \
+    CALL (avcodec, avcodec_free_context)                                                                               \
+    CALL (avcodec, avcodec_open2)                                                                                      \
+    CALL (avcodec, avcodec_parameters_to_context)                                                                      \
+    CALL (avcodec, avcodec_receive_frame)                                                                              \
+    CALL (avcodec, avcodec_send_packet)                                                                                \
+    CALL (avformat, av_find_best_stream)                                                                               \
+    CALL (avformat, av_read_frame)                                                                                     \
+    CALL (avformat, avformat_alloc_context)                                                                            \
+    CALL (avformat, avformat_close_input)                                                                              \
+    CALL (avformat, avformat_find_stream_info)                                                                         \
+    CALL (avformat, avformat_open_input)                                                                               \
+    CALL (avformat, avio_alloc_context)                                                                                \
+    CALL (avformat, avio_context_free)                                                                                 \
+    CALL (swresample, swr_alloc_set_opts2)                                                                             \
+    CALL (swresample, swr_convert)                                                                                     \
+    CALL (swresample, swr_free)                                                                                        \
+    CALL (swresample, swr_get_out_samples)                                                                             \
+    CALL (swresample, swr_init)
+
+struct Functions
+{
+#define KELVANE_DECLARE(library, name) decltype (&::name) name = nullptr;
+    KELVANE_FFMPEG_FUNCTIONS (KELVANE_DECLARE)
+#undef KELVANE_DECLARE
+};
+
+/** @returns whether the libraries are there, in the version that the program was built for. Without them nothing else
+    of this file may be used.
+*/
+bool isAvailable();
+
+/** What the libraries offer. */
+const Functions& library();
 
 struct Deleter
 {
     void operator() (AVIOContext* io) const
     {
-        av_freep (&io->buffer);
-        avio_context_free (&io);
+        library().av_freep (&io->buffer);
+        library().avio_context_free (&io);
     }
 
-    void operator() (AVFormatContext* container) const { avformat_close_input (&container); }
-    void operator() (AVCodecContext* codec) const { avcodec_free_context (&codec); }
-    void operator() (AVPacket* packet) const { av_packet_free (&packet); }
-    void operator() (AVFrame* frame) const { av_frame_free (&frame); }
-    void operator() (SwrContext* converter) const { swr_free (&converter); }
+    void operator() (AVFormatContext* container) const { library().avformat_close_input (&container); }
+    void operator() (AVCodecContext* codec) const { library().avcodec_free_context (&codec); }
+    void operator() (AVPacket* packet) const { library().av_packet_free (&packet); }
+    void operator() (AVFrame* frame) const { library().av_frame_free (&frame); }
+    void operator() (SwrContext* converter) const { library().swr_free (&converter); }
 };
 
+/** What the libraries have allocated. */
 template <typename Object>
 using Owned = std::unique_ptr<Object, Deleter>;
 
