@@ -33,9 +33,7 @@ class _Run:
 def main() -> None:
     song, num_turns = Path(sys.argv[1]).absolute(), int(sys.argv[2])
     environment = {**os.environ, "HF_HUB_OFFLINE": "1", "UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", "")}
-    subprocess.run([_UV, "sync", "--quiet", "--script", _SCRIPT], env=environment, check=True)
-    found = [_UV, "python", "find", "--script", _SCRIPT]
-    python = subprocess.run(found, env=environment, check=True, capture_output=True, text=True).stdout.strip()
+    python = _interpreter(environment)
 
     with tempfile.TemporaryDirectory() as folder:
         environment["HF_HOME"] = folder
@@ -58,6 +56,15 @@ def main() -> None:
             print(
                 f"{stem}: {_distance(out / f'{stem}.wav', Path(folder, 'htdemucs', song.stem, f'{stem}.wav')):.0f} dB"
             )
+
+
+def _interpreter(environment: dict[str, str]) -> str:
+    """The one that has what the script needs, which is installed."""
+    subprocess.run([_UV, "sync", "--quiet", "--script", _SCRIPT], env=environment, check=True)
+    find = [_UV, "python", "find", "--script", _SCRIPT]
+    if sys.platform == "linux":
+        find = [_UV, "run", "--quiet", _SCRIPT.with_name("environment.py"), _SCRIPT]
+    return subprocess.run(find, env=environment, check=True, capture_output=True, text=True).stdout.split("\n")[-2]
 
 
 def _run(command: list[str | Path], environment: dict[str, str]) -> _Run:

@@ -4,10 +4,10 @@ from pathlib import Path
 from typing import TYPE_CHECKING
 
 import worker
-from tqdm import tqdm
 
 if TYPE_CHECKING:
     from demucs.api import Separator
+    from tqdm import tqdm
 
 
 def load(name: str) -> "Separator":
@@ -44,7 +44,7 @@ def _fetch(name: str) -> None:
     try:
         for file in HfApi().model_info(_repository(name), timeout=10).siblings:
             if Path(file.rfilename).suffix in (".yaml", ".safetensors"):
-                hf_hub_download(_repository(name), file.rfilename, tqdm_class=_Words)
+                hf_hub_download(_repository(name), file.rfilename, tqdm_class=_words())
     except RepositoryNotFoundError as error:
         raise worker.WorkerError(f'Demucs has no model called "{name}": choose htdemucs.') from error
     except Exception as error:
@@ -55,14 +55,19 @@ def _fetch(name: str) -> None:
         ) from error
 
 
-class _Words(tqdm):
-    """Progress in words, because a bar would be read as the separation's."""
+def _words() -> "type[tqdm]":
+    from tqdm import tqdm
 
-    def __init__(self, *arguments: object, **options: object) -> None:
-        super().__init__(*arguments, mininterval=1, **options)
+    class Words(tqdm):
+        """Progress in words, because a bar would be read as the separation's."""
 
-    def display(self, *_: object, **__: object) -> None:
-        worker.say(f"Fetching the model: {self.n / 1e6:.1f} of {(self.total or 0) / 1e6:.1f} MB")
+        def __init__(self, *arguments: object, **options: object) -> None:
+            super().__init__(*arguments, mininterval=1, **options)
+
+        def display(self, *_: object, **__: object) -> None:
+            worker.say(f"Fetching the model: {self.n / 1e6:.1f} of {(self.total or 0) / 1e6:.1f} MB")
+
+    return Words
 
 
 def _repository(name: str) -> str:

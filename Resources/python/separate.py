@@ -1,12 +1,12 @@
 # /// script
 # requires-python = ">=3.11"
 # dependencies = [
-#   "av==18.1.0",
-#   "demucs==4.1.0",
-#   "huggingface-hub==2.4.0",
-#   "numpy",
-#   "torch>=2.6,<2.14; sys_platform != 'darwin' or platform_machine != 'x86_64'",
-#   "tqdm==4.70.1",
+#   "av==18.1.0; sys_platform != 'linux'",
+#   "demucs==4.1.0; sys_platform != 'linux'",
+#   "huggingface-hub==2.4.0; sys_platform != 'linux'",
+#   "numpy; sys_platform != 'linux'",
+#   "torch>=2.6,<2.14; sys_platform != 'linux' and (sys_platform != 'darwin' or platform_machine != 'x86_64')",
+#   "tqdm==4.70.1; sys_platform != 'linux'",
 # ]
 # [tool.uv]
 # exclude-newer = "2026-11-15T00:00:00Z"
@@ -29,6 +29,7 @@ sys.dont_write_bytecode = True  # nothing is written beside the scripts
 import worker
 
 worker.end_with_uv()
+import environment
 import model_cache
 
 sys.dont_write_bytecode = False
@@ -49,6 +50,7 @@ def main(arguments: list[str]) -> None:
     parser.add_argument("--model", required=True)
     parser.add_argument("--stems", required=True, type=lambda names: names.split(","))
     options = parser.parse_args(arguments)
+    environment.enter(Path(__file__))
     options.folder.mkdir(parents=True, exist_ok=True)
 
     _tune()

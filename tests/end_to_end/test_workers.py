@@ -112,7 +112,7 @@ def start(environment: dict[str, str], tmp_path: Path) -> Iterator[Start]:
         ("stalled", ["--full-song"], "waiting for the server", 2),
         ("long", ["--full-song", "--bpm", "auto:100"], "Detecting", 2),
         ("long", ["--stems", "bass"], "Separating stems... 1%", 2),
-        ("installing", ["--stems", "bass"], "Separating", 1),
+        ("installing", ["--stems", "bass"], "Separating", 3),
     ],
     ids=["download", "detection", "separation", "installation"],
 )
@@ -131,6 +131,7 @@ def test_nothing_outlives_the_program(
     if song == "installing":  # from an index that does not answer
         changed = {
             "UV_CACHE_DIR": str(tmp_path / "cold"),
+            "XDG_CACHE_HOME": str(tmp_path / "cold"),
             "UV_DEFAULT_INDEX": f"{site.address}/stalled",
             "UV_FIND_LINKS": "",
         }

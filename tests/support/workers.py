@@ -3,6 +3,7 @@
 import os
 import shutil
 import subprocess
+import sys
 from functools import cache
 from pathlib import Path
 
@@ -25,12 +26,18 @@ ENVIRONMENT = os.environ | {"UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", ""
 def provide(script: str) -> Path:
     """Installs what a worker needs, and returns the interpreter that has it. Skips the test where it cannot be had."""
     path = SCRIPTS / script
-    synced = subprocess.run([UV, "sync", "--script", path], env=ENVIRONMENT, capture_output=True, text=True)
-    if synced.returncode != 0 and not os.environ.get("CI"):
-        pytest.skip(f"What {script} needs could not be installed: {synced.stderr.strip()}")
-    assert synced.returncode == 0, synced.stderr
-    find = [UV, "python", "find", "--script", path]
-    return Path(subprocess.run(find, env=ENVIRONMENT, capture_output=True, text=True, check=True).stdout.strip())
+    _run_uv(script, "sync", "--script", path)
+    if sys.platform == "linux" and script == "separate.py":
+        return Path(_run_uv(script, "run", SCRIPTS / "environment.py", path).splitlines()[-1])
+    return Path(_run_uv(script, "python", "find", "--script", path).strip())
+
+
+def _run_uv(script: str, *arguments: str | Path) -> str:
+    done = subprocess.run([UV, *arguments], env=ENVIRONMENT, capture_output=True, text=True)
+    if done.returncode != 0 and not os.environ.get("CI"):
+        pytest.skip(f"What {script} needs could not be installed: {done.stderr.strip()}")
+    assert done.returncode == 0, done.stderr
+    return done.stdout
 
 
 def run_worker(*command: str | Path, status: int, environment: dict[str, str] = ENVIRONMENT) -> list[str]:

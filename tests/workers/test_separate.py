@@ -36,6 +36,8 @@ FAILING_GPU = """
 import os, sys
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(sys.argv[1]))
+import environment, pathlib
+environment.enter(pathlib.Path(sys.argv[1]))
 import separate, torch, worker
 from demucs.htdemucs import HTDemucs
 forward, calls = HTDemucs.forward, []

@@ -1,0 +1,183 @@
+"""environment.py under the real uv, on small packages from indexes on loopback."""
+
+import os
+import re
+import shutil
+import subprocess
+import time
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+from package_indexes import PackageIndexes
+from processes import descendants, gone
+from workers import SCRIPTS, UV, run_worker
+
+# With the block of the worker that needs PyTorch, and without its work.
+WORKER = """
+from pathlib import Path
+import sys
+import worker
+worker.end_with_uv()
+import environment
+
+def main(arguments):
+    environment.enter(Path(__file__))
+    import numpy, torch
+    print(f"numpy {numpy.__version__}, torch {torch.__version__}, {arguments} in {sys.prefix}")
+
+worker.run(main)
+"""
+
+SEPARATE = (SCRIPTS / "separate.py").read_text()
+PINNED = re.findall(r'"([\w-]+)==([\d.]+)', SEPARATE)
+BEFORE, AFTER = "2025-01-01T00:00:00Z", "2099-01-01T00:00:00Z"
+NO_DRIVER = pytest.mark.skipif(Path("/proc/driver/nvidia/version").exists(), reason="This machine has a driver")
+
+
+@pytest.fixture
+def indexes(tmp_path: Path) -> Iterator[PackageIndexes]:
+    (tmp_path / "indexes").mkdir()
+    indexes = PackageIndexes(tmp_path / "indexes")
+    for name, version in [*PINNED, ("numpy", "2.0"), ("torch", "2.13.0"), ("triton", "1.0")]:
+        indexes.add(f"/simple/{name}", version, BEFORE)
+    indexes.add("/simple/numpy", "3.0", AFTER)
+    for backend, requires in (("cpu", ()), ("cu126", ("triton==3.7.1",))):
+        indexes.add(f"/whl/{backend}/torch", f"2.13.0+{backend}", requires=requires)
+        indexes.add(f"/whl/{backend}/torch", f"2.14.0+{backend}", requires=requires)
+    indexes.add("/whl/cu126/triton", "3.7.1")
+    yield indexes
+    indexes.close()
+
+
+@pytest.fixture
+def environment(indexes: PackageIndexes, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> dict[str, str]:
+    """With empty caches, in a working folder whose configuration would break uv."""
+    (tmp_path / "working").mkdir()
+    (tmp_path / "working" / "uv.toml").write_text("no configuration [")
+    monkeypatch.chdir(tmp_path / "working")
+    kept = {name: value for name, value in os.environ.items() if not name.startswith("UV_")}
+    caches = {"UV_CACHE_DIR": str(tmp_path / "uv"), "XDG_CACHE_HOME": str(tmp_path / "cache")}
+    return kept | indexes.environment | caches | {"UV_HTTP_RETRIES": "0"}
+
+
+@pytest.fixture
+def script(tmp_path: Path) -> Path:
+    scripts = shutil.copytree(SCRIPTS, tmp_path / "scripts")
+    (scripts / "tiny.py").write_text(SEPARATE.partition('"""')[0] + WORKER)
+    return scripts / "tiny.py"
+
+
+def result(lines: list[str]) -> tuple[str, Path]:
+    """The build of PyTorch that a worker has got, and where from."""
+    found = re.fullmatch(r"numpy 2.0, torch (\S+), \['a b', 'é'\] in (.*)", lines[-1])
+    assert found, lines
+    return found[1], Path(found[2])
+
+
+def made(tmp_path: Path) -> list[str]:
+    return sorted(path.name for path in (tmp_path / "cache" / "kelvane").iterdir() if path.suffix != ".lock")
+
+
+@pytest.mark.parametrize(
+    ("variables", "out_of_order", "stalled", "build"),
+    [
+        pytest.param({}, (), (), "2.13.0+cpu", marks=NO_DRIVER),
+        ({"UV_CUDA_DRIVER_VERSION": "570"}, (), (), "2.13.0+cu126"),
+        ({"UV_CUDA_DRIVER_VERSION": "570"}, ("/whl",), (), "2.13.0"),
+        ({}, (), ("torch/",), "2.13.0"),
+        ({"UV_TORCH_BACKEND": "cu126"}, (), (), "2.13.0+cu126"),
+        ({"UV_DEFAULT_INDEX": "https://index.invalid/simple"}, (), (), "2.13.0"),
+    ],
+    ids=["cpu", "cuda", "missing", "hanging", "user's build", "user's index"],
+)
+def test_the_build_that_fits_is_installed_once(
+    variables: dict[str, str],
+    out_of_order: tuple[str, ...],
+    stalled: tuple[str, ...],
+    build: str,
+    indexes: PackageIndexes,
+    environment: dict[str, str],
+    script: Path,
+    tmp_path: Path,
+) -> None:
+    indexes.out_of_order = out_of_order
+    indexes.stalled = tuple(f"/whl/{backend}/{page}" for backend in ("cpu", "cu126") for page in stalled)
+    command = [script, "a b", "é"]
+    lines = run_worker(*command, environment=environment | variables, status=0)
+    assert result(lines)[0] == build
+    has_fallen_back = "PyTorch's own index cannot be used, so its ordinary build comes from the ordinary index" in lines
+    assert has_fallen_back == (build == "2.13.0" and "UV_DEFAULT_INDEX" not in variables)
+
+    indexes.close()
+    num_requests = len(indexes.requests)
+    shutil.rmtree(tmp_path / "uv")
+    assert result(run_worker(*command, environment=environment, status=0))[0] == build
+    assert len(indexes.requests) == num_requests
+
+
+def test_no_network(indexes: PackageIndexes, environment: dict[str, str], script: Path, tmp_path: Path) -> None:
+    indexes.out_of_order = ("/",)
+    lines = run_worker(script, environment=environment, status=1)
+    assert lines[-1].endswith("connect to the internet, or free some space, and try again.")
+    assert not made(tmp_path)
+
+
+def start(script: Path, environment: dict[str, str]) -> subprocess.Popen[str]:
+    command = [UV, "run", "--quiet", script, "a b", "é"]
+    return subprocess.Popen(command, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+
+
+def wait_for_the_download(process: subprocess.Popen[str], indexes: PackageIndexes) -> None:
+    while not any(path.endswith(indexes.stalled) for path in indexes.requests):
+        assert process.poll() is None, process.stdout.read()
+        time.sleep(0.01)
+
+
+def test_killed_in_the_middle_it_starts_again(
+    indexes: PackageIndexes, environment: dict[str, str], script: Path, tmp_path: Path
+) -> None:
+    indexes.stalled = ("-py3-none-any.whl",)
+    patient = environment | {"UV_HTTP_TIMEOUT": "100"}
+    with start(script, patient) as process:
+        wait_for_the_download(process, indexes)
+        family = descendants(process.pid)
+        assert len(family) == 2
+        process.kill()
+        assert gone(family, 10)
+    assert [Path(name).suffix for name in made(tmp_path)] == [".part"]
+
+    indexes.released.set()
+    _, folder = result(run_worker(script, "a b", "é", environment=environment, status=0))
+    assert made(tmp_path) == [folder.name]
+
+
+def test_two_at_once_install_once(
+    indexes: PackageIndexes, environment: dict[str, str], script: Path, tmp_path: Path
+) -> None:
+    indexes.stalled = ("-py3-none-any.whl",)
+    patient = environment | {"UV_HTTP_TIMEOUT": "100"}
+    with start(script, patient) as first:
+        wait_for_the_download(first, indexes)
+        with start(script, patient) as second:
+            assert second.stdout.readline() == "Waiting for another Kelvane that is installing the same\n"
+            indexes.released.set()
+            outputs = [process.communicate()[0].splitlines() for process in (first, second)]
+    assert result(outputs[0]) == result(outputs[1])
+    assert not any("Installing" in line for line in outputs[1])
+
+
+def test_other_requirements_leave_the_old_environment_as_it_is(
+    indexes: PackageIndexes, environment: dict[str, str], script: Path, tmp_path: Path
+) -> None:
+    _, old = result(run_worker(script, "a b", "é", environment=environment, status=0))
+    before = {path: path.stat().st_mtime_ns for path in old.rglob("*")}
+    name, version = PINNED[0]
+    indexes.add(f"/simple/{name}", "99.0", BEFORE)
+    shutil.rmtree(tmp_path / "uv")
+    script.write_text(script.read_text().replace(f"{name}=={version}", f"{name}==99.0"))
+
+    _, new = result(run_worker(script, "a b", "é", environment=environment, status=0))
+    assert list(new.rglob(f"{name}-99.0.dist-info"))
+    assert made(tmp_path) == sorted([old.name, new.name])
+    assert before == {path: path.stat().st_mtime_ns for path in old.rglob("*")}
