@@ -17,7 +17,7 @@ bool separationHasFastDevice()
     return isAppleSilicon();
 }
 
-#elif ! JUCE_MAC
+#elif JUCE_LINUX
 
 #include <algorithm>
 #include <array>
@@ -25,36 +25,22 @@ bool separationHasFastDevice()
 namespace
 {
 
-#if JUCE_WINDOWS
-constexpr std::array traces { "nvcuda.dll" };
-#else
 constexpr std::array traces {
     "proc/driver/nvidia/version",   // NVIDIA's kernel module
     "usr/lib/wsl/lib/libcuda.so.1", // NVIDIA's driver, as Windows lends it to its Linux subsystem
-    "dev/kfd",                      // AMD's compute device
 };
-#endif
-
-juce::File systemFolder()
-{
-#if JUCE_WINDOWS
-    return juce::File::getSpecialLocation (juce::File::windowsSystemDirectory);
-#else
-    return juce::File ("/");
-#endif
-}
 
 } // namespace
 
-bool hasGpuDriver (const juce::File& system)
+bool hasNvidiaDriver (const juce::File& root)
 {
     return std::any_of (traces.begin(), traces.end(),
-                        [&] (const char* trace) { return system.getChildFile (trace).exists(); });
+                        [&] (const char* trace) { return root.getChildFile (trace).exists(); });
 }
 
 bool separationHasFastDevice()
 {
-    return hasGpuDriver (systemFolder());
+    return hasNvidiaDriver (juce::File ("/"));
 }
 
 #endif

@@ -17,20 +17,26 @@ constexpr bool separationHasFastDevice() noexcept
     return isAppleSilicon();
 }
 
-#else
+#elif JUCE_MAC || JUCE_LINUX
 
 #if JUCE_MAC
 /** An Intel build may be running on either kind of machine. */
 bool isAppleSilicon() noexcept;
 #else
-/** Whether the driver of a GPU that the separation worker can use has left its traces.
-
-    @param system   the root of the file system on Linux, the system folder on Windows
-*/
-bool hasGpuDriver (const juce::File& system);
+/** Whether NVIDIA's driver has left its traces below the root of a file system. The worker fetches no build of
+    PyTorch for any other maker's GPU. */
+bool hasNvidiaDriver (const juce::File& root);
 #endif
 
 /** Never blocks and never fails: where nothing can be told, there is only the CPU. */
 bool separationHasFastDevice();
+
+#else
+
+/** The build of PyTorch that the worker gets here knows no GPU. */
+constexpr bool separationHasFastDevice() noexcept
+{
+    return false;
+}
 
 #endif

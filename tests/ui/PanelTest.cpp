@@ -163,9 +163,9 @@ TEST_F (PanelTest, StemsSayThatSeparationIsSlowWhereThereIsNoGpu)
 
 #if JUCE_LINUX
     const TemporaryFolder system;
-    EXPECT_FALSE (hasGpuDriver (system.get()));
-    system.getChild ("dev/kfd").create();
-    EXPECT_TRUE (hasGpuDriver (system.get()));
+    EXPECT_FALSE (hasNvidiaDriver (system.get()));
+    system.getChild ("proc/driver/nvidia/version").create();
+    EXPECT_TRUE (hasNvidiaDriver (system.get()));
 #endif
 }
 
