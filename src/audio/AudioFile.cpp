@@ -28,13 +28,15 @@ static bool canConvertPcm (const juce::AudioFormatReader& reader)
 static juce::int64 samplesHeld (const juce::AudioFormatReader& reader, juce::AudioFormat& format,
                                 const juce::File& file)
 {
+    // As if the header were audio too.
+    const auto estimate = file.getSize() * 8 / (static_cast<juce::int64> (reader.numChannels) * reader.bitsPerSample);
     const std::unique_ptr<juce::MemoryMappedAudioFormatReader> mapped (format.createMemoryMappedReader (file));
 
+    // Some file systems cannot map, and a section may lie behind the end of its file.
     if (mapped != nullptr && mapped->mapEntireFile())
-        return mapped->getMappedSection().getEnd();
+        return juce::jmin (estimate, mapped->getMappedSection().getEnd());
 
-    // Nothing to map, or a file system that cannot: an estimate that takes the header for audio.
-    return file.getSize() * 8 / (static_cast<juce::int64> (reader.numChannels) * reader.bitsPerSample);
+    return estimate;
 }
 
 /** @returns null if the format cannot read the file, or not for certain */
