@@ -106,6 +106,25 @@ bool aiffDescribesItsSound (juce::InputStream& stream)
     return false;
 }
 
+/** A table of loops or cues whose length goes beyond the file would be read on in memory, gigabytes of it. */
+bool wavTablesFit (juce::InputStream& stream)
+{
+    const auto end = stream.getTotalLength();
+
+    for (juce::int64 chunk = 12; chunk + 8 <= end;)
+    {
+        stream.setPosition (chunk);
+        const auto name = readName (stream);
+        const auto length = static_cast<juce::uint32> (stream.readInt());
+        chunk += 8 + static_cast<juce::int64> (length) + (length & 1);
+
+        if ((name == "smpl" || name == "cue ") && chunk > end + 1)
+            return false;
+    }
+
+    return true;
+}
+
 /** A frame has a header, a constant subframe a channel at least, and a checksum. */
 juce::int64 maxFlacSamples (juce::InputStream& stream)
 {
@@ -131,7 +150,8 @@ std::optional<juce::int64> maxSamples (const juce::File& file)
     if (name == "fLaC")
         return maxFlacSamples (stream);
 
-    if ((name == "OggS" && ! oggLinksAgree (stream)) || (name == "FORM" && ! aiffDescribesItsSound (stream)))
+    if ((name == "OggS" && ! oggLinksAgree (stream)) || (name == "FORM" && ! aiffDescribesItsSound (stream))
+        || ((name == "RIFF" || name == "RF64") && ! wavTablesFit (stream)))
         return {};
 
     return noBound;

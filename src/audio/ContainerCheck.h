@@ -13,7 +13,8 @@ namespace containercheck
     @returns for FLAC what follows from the file's size and its largest block; for other formats no
              bound. Nothing at all if a decoder cannot rely on the file's structure: an Ogg file chained
              of streams that differ in channels or rate, an AIFF file that lacks its sound data or has
-             it ahead of its description, a file that cannot be read.
+             it ahead of its description, a WAV file whose loops or cues go beyond its end, a file that
+             cannot be read.
 */
 std::optional<juce::int64> maxSamples (const juce::File& file);
 

@@ -137,6 +137,11 @@ TEST_F (AudioFileTest, RefusesWhatIsNoAudio)
     overwrite (crowded, "fmt ", 10, 4000, 2);
     EXPECT_FALSE (canOpen (writeBytes ("crowded.wav", crowded)));
 
+    // Two gigabytes of loops.
+    auto looped = makeWavBytes();
+    looped.insert ("smpl\0\0\0\x7f", 8, 12);
+    EXPECT_FALSE (canOpen (writeBytes ("looped.wav", looped)));
+
     auto oddBits = makeWavBytes();
     overwrite (oddBits, "fmt ", 22, 40, 2);
     EXPECT_FALSE (canOpen (writeBytes ("40 bits.wav", oddBits)));
