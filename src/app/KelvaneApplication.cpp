@@ -8,6 +8,8 @@
 
 #include <BinaryData.h>
 
+#include <iostream>
+
 class KelvaneApplication::MainWindow : public compat::DocumentWindow
 {
 public:
@@ -65,6 +67,14 @@ bool KelvaneApplication::moreThanOneInstanceAllowed()
 
 void KelvaneApplication::initialise (const juce::String&)
 {
+    if (juce::Desktop::getInstance().getDisplays().displays.isEmpty())
+    {
+        std::cerr << "Kelvane could not open a window, as there is no display. kelvane-render works without one.\n";
+        setApplicationReturnValue (1);
+        quit();
+        return;
+    }
+
     PythonBridge::enterScriptsDir();
     mainWindow = std::make_unique<MainWindow> (getApplicationName());
 }

@@ -1,10 +1,11 @@
 """The program in a real window, on a screen of its own."""
 
+import subprocess
 from pathlib import Path
 
 import numpy as np
 import pytest
-from conftest import Start
+from conftest import PROGRAM, Start
 from screen import Screen, wait_for
 from window import (
     BPM,
@@ -46,6 +47,12 @@ def enabled_in(window: Window) -> set[str]:
         for name, (left, top, width, height) in TEMPO_CONTROLS.items()
         if luma[top : top + height, left : left + width].max() > 125
     }
+
+
+def test_without_a_display_it_says_so(environment: dict[str, str]) -> None:
+    result = subprocess.run([PROGRAM], env=environment, capture_output=True, text=True)
+    assert result.returncode == 1
+    assert result.stderr.endswith("kelvane-render works without one.\n")
 
 
 def test_one_window_that_can_be_resized_and_closed(screen: Screen, start: Start) -> None:
