@@ -2,10 +2,12 @@
 
 #if JUCE_LINUX
 #include <csignal>
+#include <cstdlib>
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
+static const auto program = getpid();
 static thread_local bool isStarting = false;
 
 /** Runs in every child of this program, between its fork and its exec.
@@ -21,8 +23,14 @@ static void prepareChild()
     close_range (STDERR_FILENO + 1, ~0u, CLOSE_RANGE_CLOEXEC);
 #endif
 
-    if (isStarting)
-        prctl (PR_SET_PDEATHSIG, SIGKILL);
+    if (! isStarting)
+        return;
+
+    prctl (PR_SET_PDEATHSIG, SIGKILL);
+
+    // A program that is gone by now is past sending that signal.
+    if (getppid() != program)
+        _exit (EXIT_FAILURE);
 }
 
 static void arrangePreparation()
