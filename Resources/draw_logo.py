@@ -1,35 +1,151 @@
-"""Draws Kelvane's logo (Logo.png) and application icon (Icon.png) beside this file.
+"""Draws Kelvane's logo (Logo.png) and application icon (Icon.png) beside this file, and the icons of the desktop.
 
 The header shows the logo at 52 by 52 pixels and takes one point of it for each pixel, without smoothing.
 So the logo is drawn on 52 by 52 cells: a cell is exactly one pixel on the screen, or two by two at double scale.
+For the same reason a small icon is no smaller picture of the big one, but a drawing of its own, with less in it.
 """
 
 import struct
 import zlib
+from dataclasses import dataclass
 from itertools import pairwise
 from pathlib import Path
 
 Canvas = list[list[str | None]]  # rows of cells; a cell is a colour as RRGGBB, or None where nothing is drawn
 
 IMAGE_SIZE = 1024
-LOGO_CELLS = 52
-ICON_CELLS = 64
 
 FRAME, CASE, FOOT = "2E2E2E", "434343", "575757"
 RED, BRICK, CORAL, ORANGE, APRICOT = "AC0404", "CC4125", "E45938", "E69138", "E78F45"
 AMBER, GREEN, BLUE, PURPLE = "EEAF3C", "3F7429", "507ECE", "674EA7"
 TILE_AMBER, TILE_RED, TILE_BROWN = "DF7705", "A03310", "721B00"
 
-STRIPES = (RED, CORAL, ORANGE, AMBER, GREEN, BLUE, PURPLE)  # left to right, a column of diamonds each
-STRIPE_PITCH = 5
-SCREEN = (AMBER, APRICOT, BRICK)  # top to bottom
-LEVELS = (GREEN, GREEN, GREEN, AMBER, AMBER, APRICOT, CORAL, BRICK, RED, RED)  # a bar's cells from the bottom up
-BAR_HEIGHTS = (5, 8, 6, 10, 4, 9, 7)
+LEVELS = (GREEN, GREEN, GREEN, AMBER, AMBER, APRICOT, CORAL, BRICK, RED, RED)  # the highest bar, from the bottom up
 
 # How many cells each row of a stepped corner is set in, from the outermost row inwards.
 PANEL_CORNER = (1,)
-CASE_CORNER = (2, 1)
-TILE_CORNER = (8, 6, 4, 3, 2, 2, 1, 1)
+
+
+@dataclass(frozen=True)
+class Design:
+    """A drawing of the logo for one number of cells. Rows and columns count from the logo's upper left corner."""
+
+    cells: int
+    pitch: int  # from one stripe, and one bar, to the next
+    stripes: tuple[str, ...]  # left to right, a column of diamonds each
+    stripe_rows: int
+    bar_heights: tuple[int, ...]
+    case: tuple[int, int, int, int]  # left, top, width, height
+    case_corner: tuple[int, ...]
+    panel: tuple[int, int, int, int]
+    screen: tuple[int, int, int, int] | None  # with its rim
+    screen_rows: tuple[str, ...]  # top to bottom
+    slots: tuple[tuple[int, int, int], ...]  # left, top, width
+    foot_rows: int
+    tile_corner: tuple[int, ...]
+
+    @property
+    def stripes_width(self) -> int:
+        return self.pitch * (len(self.stripes) - 1) + 2 * (self.pitch - 1)
+
+    @property
+    def stripes_left(self) -> int:
+        left, _, width, _ = self.panel
+        return left + (width - self.stripes_width) // 2
+
+
+SEVEN = (RED, CORAL, ORANGE, AMBER, GREEN, BLUE, PURPLE)
+
+LARGE = Design(
+    cells=52,
+    pitch=5,
+    stripes=SEVEN,
+    stripe_rows=23,
+    bar_heights=(5, 8, 6, 10, 4, 9, 7),
+    case=(2, 12, 48, 39),
+    case_corner=(2, 1),
+    panel=(5, 21, 42, 25),
+    screen=(17, 14, 18, 5),
+    screen_rows=(AMBER, APRICOT, BRICK),
+    slots=tuple((left, top, 7) for top in (14, 16, 18) for left in (7, 38)),
+    foot_rows=3,
+    tile_corner=(8, 6, 4, 3, 2, 2, 1, 1),
+)
+MEDIUM = Design(
+    cells=40,
+    pitch=4,
+    stripes=SEVEN,
+    stripe_rows=17,
+    bar_heights=(4, 6, 5, 8, 3, 7, 5),
+    case=(1, 9, 38, 30),
+    case_corner=(2, 1),
+    panel=(3, 16, 34, 19),
+    screen=(13, 11, 14, 4),
+    screen_rows=(AMBER, BRICK),
+    slots=tuple((left, top, 5) for top in (11, 13) for left in (5, 30)),
+    foot_rows=2,
+    tile_corner=(6, 4, 3, 2, 1, 1),
+)
+SMALL = Design(
+    cells=28,
+    pitch=3,
+    stripes=SEVEN,
+    stripe_rows=11,
+    bar_heights=(3, 4, 3, 6, 2, 5, 4),
+    case=(0, 7, 28, 20),
+    case_corner=(1,),
+    panel=(2, 11, 24, 13),
+    screen=(9, 8, 10, 2),
+    screen_rows=(AMBER,),
+    slots=(),
+    foot_rows=2,
+    tile_corner=(4, 2, 1, 1),
+)
+TINY = Design(
+    cells=20,
+    pitch=3,
+    stripes=(RED, ORANGE, GREEN, BLUE, PURPLE),
+    stripe_rows=7,
+    bar_heights=(3, 4, 2, 5, 3),
+    case=(0, 6, 20, 13),
+    case_corner=(1,),
+    panel=(1, 8, 18, 9),
+    screen=None,
+    screen_rows=(),
+    slots=(),
+    foot_rows=1,
+    tile_corner=(3, 2, 1),
+)
+TINIEST = Design(
+    cells=14,
+    pitch=3,
+    stripes=(RED, AMBER, BLUE),
+    stripe_rows=5,
+    bar_heights=(3, 4, 2),
+    case=(0, 5, 14, 9),
+    case_corner=(1,),
+    panel=(1, 6, 12, 7),
+    screen=None,
+    screen_rows=(),
+    slots=(),
+    foot_rows=1,
+    tile_corner=(2, 1),
+)
+
+# Each icon of the desktop by its size, which is a whole multiple of its cells.
+DESKTOP_ICONS = {
+    16: (TINIEST, 16),
+    22: (TINY, 22),
+    24: (TINY, 24),
+    32: (SMALL, 32),
+    48: (MEDIUM, 48),
+    64: (LARGE, 64),
+    96: (MEDIUM, 48),
+    128: (LARGE, 64),
+    192: (MEDIUM, 48),
+    256: (LARGE, 64),
+    512: (LARGE, 64),
+}
 
 
 def blank(width: int, height: int) -> Canvas:
@@ -62,62 +178,68 @@ def rounded_box(
         box(canvas, left + step, top + row, width - 2 * step, 1, colour)
 
 
-def diamond(canvas: Canvas, left: int, middle: int, colour: str) -> None:
-    """A diamond 8 cells wide and 7 high around the row `middle`; what lies above or below the canvas is cut off."""
-    for row in range(max(middle - 3, 0), min(middle + 4, len(canvas))):
+def diamond(canvas: Canvas, left: int, middle: int, pitch: int, colour: str) -> None:
+    """A diamond 8 cells wide and 7 high at a pitch of 5, around the row `middle`; what lies outside is cut off."""
+    reach = pitch - 2
+    for row in range(max(middle - reach, 0), min(middle + reach + 1, len(canvas))):
         step = abs(row - middle)
-        box(canvas, left + step, row, 8 - 2 * step, 1, colour)
+        box(canvas, left + step, row, 2 * (pitch - 1 - step), 1, colour)
 
 
-def diamond_stripes() -> Canvas:
+def diamond_stripes(design: Design) -> Canvas:
     """The panel's stripes; every second one is shifted by half a diamond, so that they interlock one cell apart."""
-    stripes = blank(38, 23)
-    for index, colour in enumerate(STRIPES):
-        for middle in range(-1 if index % 2 else 3, 26, 8):
-            diamond(stripes, STRIPE_PITCH * index, middle, colour)
+    pitch = design.pitch
+    stripes = blank(design.stripes_width, design.stripe_rows)
+    for index, colour in enumerate(design.stripes):
+        for middle in range(-1 if index % 2 else pitch - 2, design.stripe_rows + pitch - 2, 2 * (pitch - 1)):
+            diamond(stripes, pitch * index, middle, pitch, colour)
     return stripes
 
 
-def bar(canvas: Canvas, left: int, bottom: int, height: int) -> None:
-    """A level bar 4 cells wide; its dark rim keeps the warm colours apart from a warm background."""
-    box(canvas, left - 1, bottom - height, 6, height + 1, FRAME)
-    for level, colour in enumerate(LEVELS[:height]):
-        box(canvas, left, bottom - level, 4, 1, colour)
+def bar(canvas: Canvas, left: int, bottom: int, width: int, height: int, highest: int) -> None:
+    """A level bar; its dark rim keeps the warm colours apart from a warm background."""
+    box(canvas, left - 1, bottom - height, width + 2, height + 1, FRAME)
+    for level in range(height):
+        box(canvas, left, bottom - level, width, 1, LEVELS[level * len(LEVELS) // highest])
 
 
-def logo() -> Canvas:
-    canvas = blank(LOGO_CELLS, LOGO_CELLS)
-    rounded_box(canvas, 2, 12, 48, 39, CASE_CORNER, CASE)
-    for row in canvas[48:51]:
+def logo(design: Design) -> Canvas:
+    canvas = blank(design.cells, design.cells)
+    left, top, width, height = design.case
+    rounded_box(canvas, left, top, width, height, design.case_corner, CASE)
+    for row in canvas[top + height - design.foot_rows : top + height]:
         row[:] = [cell and FOOT for cell in row]
-    for index, height in enumerate(BAR_HEIGHTS):
-        bar(canvas, 9 + STRIPE_PITCH * index, 11, height)
-    for slot in (14, 16, 18):
-        box(canvas, 7, slot, 7, 1, FRAME)
-        box(canvas, 38, slot, 7, 1, FRAME)
-    rounded_box(canvas, 17, 14, 18, 5, PANEL_CORNER, FRAME)
-    for row, colour in enumerate(SCREEN, 15):
-        box(canvas, 18, row, 16, 1, colour)
-    rounded_box(canvas, 5, 21, 42, 25, PANEL_CORNER, FRAME)
-    paste(canvas, diamond_stripes(), 7, 22)
+    bar_width = design.pitch - 1
+    for index, bar_height in enumerate(design.bar_heights):
+        bar_left = design.stripes_left + bar_width // 2 + design.pitch * index
+        bar(canvas, bar_left, top - 1, bar_width, bar_height, max(design.bar_heights))
+    for slot_left, slot_top, slot_width in design.slots:
+        box(canvas, slot_left, slot_top, slot_width, 1, FRAME)
+    if design.screen:
+        left, top, width, height = design.screen
+        rounded_box(canvas, left, top, width, height, PANEL_CORNER, FRAME)
+        for row, colour in enumerate(design.screen_rows, top + 1):
+            box(canvas, left + 1, row, width - 2, 1, colour)
+    rounded_box(canvas, *design.panel, PANEL_CORNER, FRAME)
+    paste(canvas, diamond_stripes(design), design.stripes_left, design.panel[1] + 1)
     return canvas
 
 
-def tile() -> Canvas:
+def tile(cells: int, corner: tuple[int, ...]) -> Canvas:
     """The icon's ground: diagonal stripes from the upper left corner, mirrored at the lower right one."""
-    canvas = blank(ICON_CELLS, ICON_CELLS)
+    canvas = blank(cells, cells)
     for y, row in enumerate(canvas):
-        step = inset(TILE_CORNER, y, ICON_CELLS)
-        for x in range(step, ICON_CELLS - step):
-            distance = min(x + y, 2 * (ICON_CELLS - 1) - x - y)
+        step = inset(corner, y, cells)
+        for x in range(step, cells - step):
+            distance = min(x + y, 2 * (cells - 1) - x - y) * 64 / cells
             row[x] = TILE_AMBER if distance < 32 else TILE_RED if distance < 44 else TILE_BROWN
     return canvas
 
 
-def icon() -> Canvas:
-    canvas = tile()
-    margin = (ICON_CELLS - LOGO_CELLS) // 2
-    paste(canvas, logo(), margin, margin)
+def icon(design: Design, cells: int) -> Canvas:
+    canvas = tile(cells, design.tile_corner)
+    margin = (cells - design.cells) // 2
+    paste(canvas, logo(design), margin, margin)
     return canvas
 
 
@@ -125,9 +247,9 @@ def png_chunk(name: bytes, data: bytes) -> bytes:
     return struct.pack(">I", len(data)) + name + data + struct.pack(">I", zlib.crc32(name + data))
 
 
-def write_png(path: Path, canvas: Canvas) -> None:
+def write_png(path: Path, canvas: Canvas, size: int) -> None:
     """Writes the square canvas as an RGBA image, each cell's edges rounded to whole pixels."""
-    edges = [round(cell * IMAGE_SIZE / len(canvas)) for cell in range(len(canvas) + 1)]
+    edges = [round(cell * size / len(canvas)) for cell in range(len(canvas) + 1)]
     sizes = [end - start for start, end in pairwise(edges)]
     lines = bytearray()
     for row, height in zip(canvas, sizes, strict=True):
@@ -135,15 +257,19 @@ def write_png(path: Path, canvas: Canvas) -> None:
         for cell, width in zip(row, sizes, strict=True):
             line += bytes.fromhex(f"{cell}FF" if cell else "00000000") * width
         lines += line * height
-    header = struct.pack(">IIBBBBB", IMAGE_SIZE, IMAGE_SIZE, 8, 6, 0, 0, 0)
+    header = struct.pack(">IIBBBBB", size, size, 8, 6, 0, 0, 0)
     chunks = ((b"IHDR", header), (b"IDAT", zlib.compress(lines, 9)), (b"IEND", b""))
     path.write_bytes(b"\x89PNG\r\n\x1a\n" + b"".join(png_chunk(name, data) for name, data in chunks))
 
 
 def main() -> None:
     folder = Path(__file__).resolve().parent
-    write_png(folder / "Logo.png", logo())
-    write_png(folder / "Icon.png", icon())
+    write_png(folder / "Logo.png", logo(LARGE), IMAGE_SIZE)
+    write_png(folder / "Icon.png", icon(LARGE, 64), IMAGE_SIZE)
+    icons = folder.parent / "packaging" / "icons"
+    icons.mkdir(parents=True, exist_ok=True)
+    for size, (design, cells) in DESKTOP_ICONS.items():
+        write_png(icons / f"{size}.png", icon(design, cells), size)
 
 
 if __name__ == "__main__":
