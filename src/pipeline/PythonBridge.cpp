@@ -3,6 +3,7 @@
 #include "pipeline/ChildNamed.h"
 
 #include <cstdlib>
+#include <vector>
 
 namespace PythonBridge
 {
@@ -12,6 +13,22 @@ const char* const uvNotFound = "Could not find 'uv', which is needed to run the 
                                "KELVANE_UV environment variable at the executable.";
 
 const char* const scriptsNotFound = "Could not locate the bundled Python scripts (Resources/python).";
+
+#if JUCE_LINUX
+// JUCE finds the current application, and its executable, by the name that the program was called by, as it reads now,
+// from the present working folder; the system knows better.
+static constexpr auto applicationLocation = juce::File::hostApplicationPath;
+static constexpr auto executableLocation = juce::File::hostApplicationPath;
+#else
+static constexpr auto applicationLocation = juce::File::currentApplicationFile;
+static constexpr auto executableLocation = juce::File::currentExecutableFile;
+#endif
+
+#if JUCE_WINDOWS
+static constexpr auto uvName = "uv.exe";
+#else
+static constexpr auto uvName = "uv";
+#endif
 
 /** @returns a default File if the path names no file */
 static juce::File existingFile (const juce::String& path)
@@ -33,6 +50,22 @@ static juce::File askSystem()
     return existingFile (which.readAllProcessOutput().trim());
 }
 
+/** Where uv's installers and the system's packages put it. */
+static std::vector<juce::File> usualPlaces (const juce::File& home)
+{
+    std::vector<juce::File> places;
+
+#if ! JUCE_WINDOWS
+    for (const auto* folder : { "/opt/homebrew/bin", "/usr/local/bin", "/usr/bin" })
+        places.push_back (juce::File (folder).getChildFile (uvName));
+#endif
+
+    for (const auto* folder : { ".local/bin", ".cargo/bin" })
+        places.push_back (home.getChildFile (folder).getChildFile (uvName));
+
+    return places;
+}
+
 juce::File findUv()
 {
     const auto named = existingFile (juce::SystemStats::getEnvironmentVariable ("KELVANE_UV", {}));
@@ -42,9 +75,7 @@ juce::File findUv()
 
     const auto home = juce::File::getSpecialLocation (juce::File::userHomeDirectory);
 
-    for (const auto& candidate :
-         { juce::File ("/opt/homebrew/bin/uv"), juce::File ("/usr/local/bin/uv"), juce::File ("/usr/bin/uv"),
-           home.getChildFile (".local/bin/uv"), home.getChildFile (".cargo/bin/uv") })
+    for (const auto& candidate : usualPlaces (home))
         if (candidate.existsAsFile())
             return candidate;
 
@@ -54,20 +85,19 @@ juce::File findUv()
         return onPath;
 
     // Where scripts/bootstrap installs it.
-    const auto ours = home.getChildFile (".local/share/kelvane/uv/bin/uv");
-    return ours.existsAsFile() ? ours : juce::File();
+    const auto installed = home.getChildFile (".local/share/kelvane/uv/bin/uv");
+
+    if (installed.existsAsFile())
+        return installed;
+
+    // What a package brings along, for who has no uv.
+    const auto shipped = juce::File::getSpecialLocation (executableLocation).getSiblingFile (uvName);
+    return shipped.existsAsFile() ? shipped : juce::File();
 }
 
 juce::File scriptsDir()
 {
-#if JUCE_LINUX
-    // JUCE finds the current application by the name that the program was called by, as it reads now, from the present
-    // working folder; the system knows better.
-    constexpr auto location = juce::File::hostApplicationPath;
-#else
-    constexpr auto location = juce::File::currentApplicationFile;
-#endif
-    const auto application = juce::File::getSpecialLocation (location);
+    const auto application = juce::File::getSpecialLocation (applicationLocation);
 
     for (const auto& candidate :
          { application.getChildFile ("Contents/Resources/python"),

