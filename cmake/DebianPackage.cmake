@@ -1,0 +1,25 @@
+# The .deb: what its control file says, and what Debian's policy asks for beside the installed tree.
+
+list(APPEND CPACK_GENERATOR DEB)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+"Kelvane takes a song, or a link to one, splits it into drums, bass, vocals
+and the rest, changes tempo or key, and writes WAV files, ready to drop into
+a session. It comes as a program with a window, and as kelvane-render for the
+console.
+.
+Downloads, detection and separation are done by workers in Python, which uv
+starts. What they need is installed into the user's cache on their first use,
+which takes a connection to the internet.")
+
+# dpkg-shlibdeps finds what is linked. JUCE loads the X libraries when it opens a window, and so out of its sight.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libx11-6, libxcursor1, libxext6, libxinerama1, libxrandr2")
+# The desktop's own file dialogs, and the interpreter that uv would otherwise fetch.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3 (>= 3.11), zenity | kdialog")
+
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${CMAKE_SOURCE_DIR}/packaging/debian/postrm")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_SOURCE_DIR}/packaging/debian/files.cmake")

@@ -1,0 +1,24 @@
+# What a desktop of the free systems wants to know about a program, and what its console does.
+
+set(packaging "${CMAKE_SOURCE_DIR}/packaging")
+set(desktop_id org.kelvane.Kelvane)
+
+# Links, since the programs need `python` beside them, and /usr/bin/python is something else.
+foreach(link IN ITEMS "kelvane Kelvane" "kelvane-render kelvane-render")
+    separate_arguments(link)
+    list(POP_FRONT link name program)
+    file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/links")
+    file(CREATE_LINK "../lib/kelvane/${program}" "${CMAKE_BINARY_DIR}/links/${name}" SYMBOLIC)
+    install(FILES "${CMAKE_BINARY_DIR}/links/${name}" DESTINATION bin)
+endforeach()
+
+install(FILES "${packaging}/${desktop_id}.desktop" DESTINATION share/applications)
+install(FILES "${packaging}/${desktop_id}.metainfo.xml" DESTINATION share/metainfo)
+
+foreach(size IN ITEMS 16 22 24 32 48 64 96 128 192 256 512)
+    install(FILES "${packaging}/icons/${size}.png"
+        DESTINATION "share/icons/hicolor/${size}x${size}/apps"
+        RENAME ${desktop_id}.png)
+endforeach()
+
+install(FILES "${packaging}/kelvane.1" "${packaging}/kelvane-render.1" DESTINATION share/man/man1)
