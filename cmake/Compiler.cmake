@@ -11,6 +11,12 @@ if(NOT multi_config AND NOT CMAKE_BUILD_TYPE)
     set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug, Release or RelWithDebInfo" FORCE)
 endif()
 
+# The sources are UTF-8. The runtime goes into the programs: who unpacks them shall need no installer.
+if(MSVC)
+    add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:/utf-8>")
+    set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
+endif()
+
 # Fast enough for work on audio, and still to be followed in a debugger.
 if(NOT MSVC)
     set(CMAKE_CXX_FLAGS_DEBUG "-g1 -Og")
