@@ -14,9 +14,19 @@ Downloads, detection and separation are done by workers in Python, which uv
 starts. What they need is installed into the user's cache on their first use,
 which takes a connection to the internet.")
 
-# dpkg-shlibdeps finds what is linked. JUCE loads the X libraries when it opens a window, and so out of its sight.
+# dpkg-shlibdeps finds what is linked. JUCE loads the X libraries when it opens a window, and Kelvane those of FFmpeg
+# when it reads a song that needs them, and so out of its sight.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libx11-6, libxcursor1, libxext6, libxinerama1, libxrandr2")
+if(KELVANE_HAS_FFMPEG)
+    foreach(library IN ITEMS avcodec avformat avutil swresample)
+        string(REGEX MATCH "^[0-9]+" major "${KELVANE_FFMPEG_LIBRARIES_lib${library}_VERSION}")
+        string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS ", lib${library}${major}")
+        if(library MATCHES "^av(codec|format)$")
+            string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS " | lib${library}-extra${major}")
+        endif()
+    endforeach()
+endif()
 # The desktop's own file dialogs, and the interpreter that uv would otherwise fetch.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3 (>= 3.11), zenity | kdialog")
 
