@@ -1,6 +1,4 @@
-// Reads damaged songs. Give it a folder with a few small songs in all formats, and time:
-//
-//     kelvane_fuzz_readers -max_total_time=600 -rss_limit_mb=8000 -malloc_limit_mb=2000 FOLDER
+// Reads damaged songs by all readers that there are.
 
 #include "audio/AudioFile.h"
 
