@@ -10,6 +10,7 @@ import sys
 import threading
 from collections.abc import Callable, Iterator
 from fractions import Fraction
+from itertools import groupby
 from typing import TYPE_CHECKING, NoReturn
 
 if TYPE_CHECKING:
@@ -129,9 +130,9 @@ def _wait_for_windows_parent(parent: int) -> None:
 
 
 def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
-    """Decodes the first audio stream of a file, frame by frame, in the stream's own format.
+    """Decodes the main audio stream of a file, frame by frame, in the stream's own format.
 
-    What is damaged is passed over, as a player does. Raises WorkerError if nothing can be decoded.
+    What is damaged becomes silence. Raises WorkerError if nothing can be decoded.
     """
     import av
 
@@ -169,7 +170,7 @@ def _within_duration(container: "InputContainer") -> Iterator["av.AudioFrame"]:
 
 def stated_seconds(container: "InputContainer") -> Fraction | None:
     """How long an MP4 file says that its audio is. Other formats do not say, or only guess."""
-    stream = container.streams.audio[0]
+    stream = container.streams.best("audio")
     if "mp4" not in container.format.name or stream.duration is None:
         return None
     return stream.duration * stream.time_base
@@ -189,17 +190,45 @@ def _first_samples(frame: "av.AudioFrame", count: int) -> "av.AudioFrame":
 def _decoded(container: "InputContainer") -> Iterator["av.AudioFrame"]:
     import av
 
-    packets = container.demux(container.streams.audio[0])
-    while True:
+    anything = False
+    for packet in _packets(container):
         try:
-            packet = next(packets, None)
-            if packet is None:
-                return
-            yield from packet.decode()
+            for frame in packet.decode():
+                anything = True
+                yield frame
         except av.error.EOFError:
             return
         except av.error.InvalidDataError:
+            if anything:
+                yield from _silence(packet)
+
+
+def _packets(container: "InputContainer") -> Iterator["av.Packet"]:
+    import av
+
+    packets = container.demux(container.streams.best("audio"))
+    while True:
+        try:
+            yield next(packets)
+        except av.error.InvalidDataError:
             continue
+        except (av.error.EOFError, StopIteration):
+            return
+
+
+def _silence(packet: "av.Packet") -> Iterator["av.AudioFrame"]:
+    """In the place of a packet that cannot be decoded, so that what follows keeps its own."""
+    import av
+
+    codec = packet.stream.codec_context
+    frames_at_most = 4  # a damaged packet may claim any length
+    count = min(round((packet.duration or 0) * packet.time_base * codec.sample_rate), frames_at_most * codec.frame_size)
+    if count > 0:
+        frame = av.AudioFrame(format=codec.format.name, layout=codec.layout.name, samples=count)
+        frame.sample_rate = codec.sample_rate
+        for plane in frame.planes:
+            plane.update(bytes(plane.buffer_size))
+        yield frame
 
 
 def read_audio(path: str, rate: int, layout: str, max_seconds: float | None = None) -> "np.ndarray":
@@ -207,21 +236,28 @@ def read_audio(path: str, rate: int, layout: str, max_seconds: float | None = No
 
     Full scale is 1, and louder samples are kept. Raises WorkerError if nothing can be decoded.
     """
-    import av
     import numpy as np
 
-    resampler = av.AudioResampler(format="fltp", layout=layout, rate=rate)
     blocks, num_samples = [], 0
     max_samples = sys.maxsize if max_seconds is None else round(max_seconds * rate)
 
-    for frame in audio_frames(path):
-        frame.pts = None
-        for part in resampler.resample(frame):
-            blocks.append(part.to_ndarray())
-            num_samples += part.samples
+    for block in _resampled(path, rate, layout):
+        blocks.append(block)
+        num_samples += block.shape[1]
         if num_samples >= max_samples:
             break
-    blocks += [part.to_ndarray() for part in resampler.resample(None)]
     if not blocks:
         raise WorkerError(f"{os.path.basename(path)} is too short to be of use: choose another file.")
     return np.concatenate(blocks, axis=1)[:, :max_samples]
+
+
+def _resampled(path: str, rate: int, layout: str) -> "Iterator[np.ndarray]":
+    """Blocks of shape (channels, samples). The file's own rate and channels may change on the way."""
+    import av
+
+    for _, frames in groupby(audio_frames(path), lambda frame: (frame.format.name, frame.layout.name, frame.rate)):
+        resampler = av.AudioResampler(format="fltp", layout=layout, rate=rate)
+        for frame in frames:
+            frame.pts = None
+            yield from (part.to_ndarray() for part in resampler.resample(frame))
+        yield from (part.to_ndarray() for part in resampler.resample(None))

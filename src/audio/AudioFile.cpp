@@ -67,7 +67,8 @@ void registerFormats (juce::AudioFormatManager& formats)
 std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats, const juce::File& file)
 {
     // No size is no audio, and no file at all if it is a pipe, which would be waited for in vain.
-    const auto maxSamplesByStructure = file.getSize() > 0 ? containercheck::maxSamples (file) : std::nullopt;
+    const auto isFile = file.existsAsFile() && file.getSize() > 0;
+    const auto maxSamplesByStructure = isFile ? containercheck::maxSamples (file) : std::nullopt;
 
     if (! maxSamplesByStructure)
         return nullptr;

@@ -14,8 +14,8 @@ void registerFormats (juce::AudioFormatManager& formats);
 
 /** Opens a file with the first of the manager's formats that can read it.
 
-    The length that the reader states is no more than the file can hold: a header may claim more, as
-    that of a recording that was cut off or piped does.
+    The length that a basic format's reader states is no more than the file can hold: a header may claim
+    more, as that of a recording that was cut off or piped does.
 
     @returns null for a file that is missing, empty or damaged in its structure, or that no format can
              read: unknown, more than 64 channels, or PCM other than 8, 16, 24 or 32 bits

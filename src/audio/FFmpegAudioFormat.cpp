@@ -107,11 +107,7 @@ private:
 
 } // namespace
 
-FFmpegAudioFormat::FFmpegAudioFormat()
-    : ReadOnlyAudioFormat (nameOfFormat, ".mp3 .m4a .m4b .mp4 .mov .3gp .aac .ac3 .opus .webm .mka .mkv .wma .asf .ape "
-                                         ".wv .tta .caf .au .w64 .wav .aif .aiff .aifc .flac .ogg .oga")
-{
-}
+FFmpegAudioFormat::FFmpegAudioFormat() : ReadOnlyAudioFormat (nameOfFormat, ".mp3 .m4a") {}
 
 juce::AudioFormatReader* FFmpegAudioFormat::createReaderFor (juce::InputStream* source, bool deleteStreamIfOpeningFails)
 {

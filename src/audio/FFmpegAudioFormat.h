@@ -7,14 +7,15 @@
     A file's samples are those that its encoder was given: the encoder's delay and padding are left out. Reading is
     exact from any sample on, but meant for going forwards: to go back is to decode again from the start.
 
-    A file is known by its content. Its extension only tells whether it is looked at, and the basic formats' own are
-    among them for what those formats cannot read: Opus in Ogg, say, or an MP3 under a wrong name.
+    A file is known by its content, whatever its extension. So what the basic formats cannot read of their own is read
+    here: Opus in Ogg, say, or an MP3 under a wrong name.
 */
 class FFmpegAudioFormat : public compat::ReadOnlyAudioFormat
 {
 public:
     FFmpegAudioFormat();
 
+    bool canHandleFile (const juce::File&) override { return true; }
     juce::AudioFormatReader* createReaderFor (juce::InputStream* source, bool deleteStreamIfOpeningFails) override;
 
     juce::Array<int> getPossibleSampleRates() override { return {}; }

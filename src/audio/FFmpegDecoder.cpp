@@ -1,7 +1,6 @@
 #include "audio/FFmpegDecoder.h"
 
-#include <cstdio>
-#include <limits>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -9,10 +8,11 @@ namespace
 {
 
 /** The containers of single songs and videos. Lists of other files are none of them. */
-constexpr auto containers = "aac,ac3,aiff,ape,asf,au,caf,flac,matroska,mov,mp3,ogg,tta,w64,wav,wv";
+constexpr auto containers = "aac,ac3,aiff,amr,ape,asf,au,avi,caf,dts,eac3,flac,flv,matroska,mov,mp3,mpc,mpc8,mpeg,"
+                            "mpegts,ogg,tak,tta,voc,w64,wav,wv";
 
-/** A packet of the longest that there are, APE's, holds less; one that claims more is damaged. */
-constexpr juce::int64 maxPacketSeconds = 30;
+/** Above what any converter works at; a damaged file may claim anything. */
+constexpr auto maxSampleRate = 768000;
 
 int readBytes (void* source, uint8_t* bytes, int size)
 {
@@ -27,8 +27,7 @@ int64_t seek (void* source, int64_t offset, int whence)
     if ((whence & AVSEEK_SIZE) != 0)
         return stream.getTotalLength();
 
-    const auto origin = whence == SEEK_CUR ? stream.getPosition() : whence == SEEK_END ? stream.getTotalLength() : 0;
-    return stream.setPosition (origin + offset) ? stream.getPosition() : AVERROR (EIO);
+    return stream.setPosition (offset) ? stream.getPosition() : AVERROR (EIO);
 }
 
 /** The samples that are to be left out of a packet's audio: 32 bits for its start, 32 for its end. */
@@ -41,6 +40,13 @@ juce::int64 samplesToSkip (const AVPacket& packet)
         return 0;
 
     return juce::int64 { juce::ByteOrder::littleEndianInt (data) } + juce::ByteOrder::littleEndianInt (data + 4);
+}
+
+/** What a demuxer takes for a packet because it lies behind the last one: tags of all kinds, or rubbish. */
+bool isNoMp3Frame (const AVPacket& packet, const AVCodecParameters& parameters)
+{
+    return parameters.codec_id == AV_CODEC_ID_MP3
+           && (packet.size < 2 || packet.data[0] != 0xff || (packet.data[1] & 0xe0) != 0xe0);
 }
 
 /** The length that Apple's encoders note: the fourth of some hexadecimal numbers; 0 if there is none. */
@@ -137,7 +143,7 @@ bool FFmpegDecoder::readFirstBlock()
     for (; outcome == Outcome::lostPacket; outcome = decode())
         numTicks = 0; // there is nothing yet that silence could keep in its place
 
-    if (outcome == Outcome::end || frame->sample_rate <= 0)
+    if (outcome == Outcome::end || frame->sample_rate <= 0 || frame->sample_rate > maxSampleRate)
         return false;
 
     sampleRate = frame->sample_rate;
@@ -201,10 +207,21 @@ juce::int64 FFmpegDecoder::countByEdits()
 
     const auto delay = juce::jmax (numToSkip, unedited.numToSkip);
     const auto available = juce::jmax (juce::int64 {}, toSamples (unedited.numTicks) - delay);
-    const auto played = stream->duration == AV_NOPTS_VALUE ? available : toSamples (stream->duration);
+    const auto played = playedSamples().value_or (available);
     const auto apple = appleSamples (*container);
     const auto numSamples = available <= played + sampleRate / coarsestClock ? available : played;
     return apple > 0 ? juce::jmin (apple, numSamples) : numSamples;
+}
+
+/** The length of the section that an MPEG-4 file plays, if it says so. */
+std::optional<juce::int64> FFmpegDecoder::playedSamples() const
+{
+    if (stream->duration == AV_NOPTS_VALUE)
+        return {};
+
+    // In fragments the delay is part of it, ahead of time zero.
+    const auto delay = stream->start_time == AV_NOPTS_VALUE ? 0 : juce::jmin (int64_t {}, stream->start_time);
+    return juce::jmax (juce::int64 {}, toSamples (stream->duration + delay));
 }
 
 juce::int64 FFmpegDecoder::countByDecoding()
@@ -266,11 +283,33 @@ bool FFmpegDecoder::readPacket()
 
         if (lib.av_read_frame (container.get(), packet.get()) < 0)
             return false;
-    } while (packet->stream_index != stream->index);
+    } while (packet->stream_index != stream->index || isNoMp3Frame (*packet, *stream->codecpar));
+
+    if (numTicks == 0)
+        markDelay();
 
     numTicks += packetTicks();
     numToSkip += samplesToSkip (*packet);
     return true;
+}
+
+/** What lies ahead of time zero in an MPEG-4 file is the encoder's delay. Versions before 6 do not say so if the file
+   is in fragments.
+*/
+void FFmpegDecoder::markDelay()
+{
+    if (! isContainer ("mov") || packet->pts == AV_NOPTS_VALUE || packet->pts >= 0 || samplesToSkip (*packet) > 0)
+        return;
+
+    constexpr auto sizeOfSideData = 10;
+    const auto delay = lib.av_rescale_q (-packet->pts, stream->time_base, { 1, stream->codecpar->sample_rate });
+
+    if (auto* const data = lib.av_packet_new_side_data (packet.get(), AV_PKT_DATA_SKIP_SAMPLES, sizeOfSideData))
+    {
+        const auto littleEndian = juce::ByteOrder::swapIfBigEndian (static_cast<juce::uint32> (delay));
+        std::memset (data, 0, sizeOfSideData);
+        std::memcpy (data, &littleEndian, sizeof (littleEndian));
+    }
 }
 
 bool FFmpegDecoder::configureConverter()
@@ -325,10 +364,22 @@ void FFmpegDecoder::readAllPackets()
     }
 }
 
+/** @returns for how long the packet plays; a damaged one is not believed everything */
 juce::int64 FFmpegDecoder::packetTicks() const
 {
-    const juce::int64 maxTicks = lib.av_rescale_q (maxPacketSeconds, { 1, 1 }, stream->time_base);
-    return juce::jlimit (juce::int64 {}, maxTicks, juce::int64 { packet->duration });
+    constexpr auto longestFrame = 10; // seconds
+
+    const auto rate = juce::jlimit (1, maxSampleRate, stream->codecpar->sample_rate);
+    const auto frameTicks = lib.av_rescale_q (codec->frame_size, { 1, rate }, stream->time_base);
+
+    // The first packet of a fragment may not say.
+    if (packet->duration <= 0)
+        return frameTicks;
+
+    // The band that is replicated doubles a frame; so does what a muxer puts together.
+    const auto maxTicks =
+        frameTicks > 0 ? 4 * frameTicks : lib.av_rescale_q (longestFrame, { 1, 1 }, stream->time_base);
+    return juce::jmin (juce::int64 { packet->duration }, juce::int64 { maxTicks });
 }
 
 juce::int64 FFmpegDecoder::toSamples (juce::int64 ticks) const

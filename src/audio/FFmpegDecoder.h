@@ -4,10 +4,12 @@
 
 #include <juce_audio_basics/juce_audio_basics.h>
 
+#include <optional>
+
 /** Decodes a file's main audio stream by FFmpeg's libraries, block by block, from its first sample to its last.
 
     What the encoder has put before and behind the music is left out, where the file tells how much that is. A packet
-    that cannot be decoded becomes silence of its length, so that all else stays in its place.
+    that the decoder finds damaged becomes silence of its length, so that all else stays in its place.
 
     There is no way back: what timestamps tell is exact enough in some containers only, and an MP3 that is entered in
     its middle lacks what its frames borrow from those before.
@@ -58,6 +60,7 @@ private:
     int feedCodec();
     bool readPacket();
     void readAllPackets();
+    void markDelay();
     bool configureConverter();
     void convertFrame();
     void fillBlockWithSilence (juce::int64 numSamples);
@@ -65,6 +68,7 @@ private:
     juce::int64 countByClock();
     juce::int64 countByEdits();
     juce::int64 countByDecoding();
+    std::optional<juce::int64> playedSamples() const;
     juce::int64 packetTicks() const;
     juce::int64 toSamples (juce::int64 ticks) const;
     bool isContainer (const char* name) const;

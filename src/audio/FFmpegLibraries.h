@@ -45,6 +45,7 @@ namespace ffmpeg
     CALL (avcodec, av_packet_alloc)                                                                                    \
     CALL (avcodec, av_packet_free)                                                                                     \
     CALL (avcodec, av_packet_get_side_data)                                                                            \
+    CALL (avcodec, av_packet_new_side_data)                                                                            \
     CALL (avcodec, av_packet_unref)                                                                                    \
     CALL (avcodec, avcodec_alloc_context3)                                                                             \
     CALL (avcodec, avcodec_free_context)                                                                               \

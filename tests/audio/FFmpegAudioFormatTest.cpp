@@ -68,7 +68,7 @@ static void expectSweepAt (const Buffer& audio, int lag)
 
 TEST_F (FFmpegAudioFormatTest, ReadsWhatTheEncoderWasGiven)
 {
-    for (const auto* name : { "tagged.mp3", "slow.mp3", "aac.m4a", "alac.m4a", "apple.m4a" })
+    for (const auto* name : { "tagged.mp3", "slow.mp3", "aac.m4a", "fragments.m4a", "alac.m4a", "apple.m4a" })
     {
         SCOPED_TRACE (name);
         const auto audio = read (encoded (name));
@@ -149,6 +149,33 @@ TEST_F (FFmpegAudioFormatTest, ADamagedFileGivesWhatIsThereInItsPlace)
 
     EXPECT_EQ (open (damaged ("aac.m4a", [] (auto& bytes) { bytes.setSize (bytes.getSize() / 2); })), nullptr);
     EXPECT_EQ (open (damaged ("tagged.mp3", [] (auto& bytes) { bytes.fillWith (0x55); })), nullptr);
+}
+
+TEST_F (FFmpegAudioFormatTest, WhatLiesBehindAnMp3IsNoPartOfIt)
+{
+    for (const auto* trailer : { "\r\n", "LYRICSBEGINsome words000020LYRICS200" })
+    {
+        const auto file = damaged ("tagged.mp3", [&] (auto& bytes) { bytes.append (trailer, std::strlen (trailer)); });
+        EXPECT_EQ (read (file).getNumSamples(), numSamples);
+    }
+}
+
+TEST_F (FFmpegAudioFormatTest, DoesNotBelieveARateOfGigahertz)
+{
+    const auto file = damaged ("alac.m4a",
+                               [] (juce::MemoryBlock& bytes)
+                               {
+                                   const std::string rate ("\0\0\xac\x44", 4), absurd ("\x7f\xff\xff\xff", 4);
+                                   std::string text (bytes.begin(), bytes.end());
+
+                                   for (size_t at = 0; (at = text.find (rate, at)) != std::string::npos;)
+                                       text.replace (at, rate.size(), absurd);
+
+                                   // A packet that is lost is as long as the rate has it.
+                                   text.replace (text.size() / 2, 8, 8, '\xff');
+                                   bytes.replaceAll (text.data(), text.size());
+                               });
+    EXPECT_EQ (open (file), nullptr);
 }
 
 TEST_F (FFmpegAudioFormatTest, KnowsAFileByItsContent)

@@ -12,10 +12,11 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from wav import read_float_wav, write_float_wav
+from wav import read_float_wav, write_float_wav, write_wav
 from workers import ENVIRONMENT, SCRIPTS, UV, provide, run_worker
 
 SCRIPT = SCRIPTS / "separate.py"
+ENCODED = Path(__file__).parents[1] / "audio" / "encoded"
 RATE = 44100
 NO_SERVER = "http://127.0.0.1:9"
 
@@ -147,6 +148,26 @@ def test_damaged_samples_and_silence(tmp_path: Path, environment: dict[str, str]
     muted[:, 5000:5003], damaged[:, 5000:5003] = 0, [np.nan, np.inf, -np.inf]
     np.testing.assert_array_equal(separated("damaged", damaged), separated("muted", muted))
     assert np.abs(separated("silence", np.zeros_like(muted))).max() < 1e-6
+
+
+def test_what_is_damaged_keeps_its_length(tmp_path: Path, environment: dict[str, str]) -> None:
+    encoded = (ENCODED / "aac.m4a").read_bytes()
+    song = tmp_path / "song.m4a"
+    song.write_bytes(encoded[:2500] + bytes(400) + encoded[2900:])
+    run_worker(*arguments(song, tmp_path, "bass"), environment=environment, status=0)
+    assert read_stem(tmp_path / "bass.wav").shape[1] == pytest.approx(20011, abs=RATE / 1000)
+
+
+def test_a_song_may_change_its_channels(tmp_path: Path, environment: dict[str, str]) -> None:
+    parts = []
+    for mode in ("j", "m"):
+        source, part = write_wav(tmp_path / "part.wav", noise(RATE).T, RATE), tmp_path / f"{mode}.mp3"
+        subprocess.run(["lame", "--quiet", "-t", "-m", mode, source, part], check=True)
+        parts.append(part.read_bytes())
+    song = tmp_path / "song.mp3"
+    song.write_bytes(b"".join(parts))
+    run_worker(*arguments(song, tmp_path, "bass"), environment=environment, status=0)
+    assert read_stem(tmp_path / "bass.wav").shape[1] == pytest.approx(2 * RATE, abs=6000)
 
 
 @pytest.mark.parametrize(

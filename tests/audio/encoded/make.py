@@ -45,6 +45,8 @@ def main() -> None:
     run("lame", "--quiet", "-V4", "-t", source, FOLDER / "untagged.mp3")
     run("lame", "--quiet", "-V4", slow, FOLDER / "slow.mp3")
     ffmpeg(source, "-c:a", "aac", "-b:a", "96k", name="aac.m4a")
+    fragments = ("-movflags", "+frag_keyframe+delay_moov", "-frag_duration", "100000")
+    ffmpeg(source, "-c:a", "aac", "-b:a", "96k", *fragments, name="fragments.m4a")
     ffmpeg(source, "-c:a", "alac", name="alac.m4a")
     ffmpeg(source, "-c:a", "aac", "-b:a", "96k", "-use_editlist", "0", name="apple.m4a")
     ffmpeg(source, "-c:a", "libopus", "-b:a", "64k", name="opus.ogg")
