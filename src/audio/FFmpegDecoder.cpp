@@ -206,22 +206,22 @@ juce::int64 FFmpegDecoder::countByEdits()
     unedited.readAllPackets();
 
     const auto delay = juce::jmax (numToSkip, unedited.numToSkip);
-    const auto available = juce::jmax (juce::int64 {}, toSamples (unedited.numTicks) - delay);
-    const auto played = playedSamples().value_or (available);
-    const auto apple = appleSamples (*container);
-    const auto numSamples = available <= played + sampleRate / coarsestClock ? available : played;
-    return apple > 0 ? juce::jmin (apple, numSamples) : numSamples;
-}
+    auto numSamples = juce::jmax (juce::int64 {}, toSamples (unedited.numTicks) - delay);
 
-/** The length of the section that an MPEG-4 file plays, if it says so. */
-std::optional<juce::int64> FFmpegDecoder::playedSamples() const
-{
-    if (stream->duration == AV_NOPTS_VALUE)
-        return {};
+    if (stream->duration != AV_NOPTS_VALUE)
+    {
+        // What no edit has shortened still has the delay in it.
+        const auto isEdited = stream->duration < unedited.stream->duration;
+        const auto played = juce::jmax (juce::int64 {}, toSamples (stream->duration) - (isEdited ? 0 : delay));
 
-    // In fragments the delay is part of it, ahead of time zero.
-    const auto delay = stream->start_time == AV_NOPTS_VALUE ? 0 : juce::jmin (int64_t {}, stream->start_time);
-    return juce::jmax (juce::int64 {}, toSamples (stream->duration + delay));
+        if (numSamples > played + (isEdited ? sampleRate / coarsestClock : 0))
+            numSamples = played;
+    }
+
+    if (const auto apple = appleSamples (*container); apple > 0)
+        numSamples = juce::jmin (apple, numSamples);
+
+    return numSamples;
 }
 
 juce::int64 FFmpegDecoder::countByDecoding()

@@ -4,8 +4,6 @@
 
 #include <juce_audio_basics/juce_audio_basics.h>
 
-#include <optional>
-
 /** Decodes a file's main audio stream by FFmpeg's libraries, block by block, from its first sample to its last.
 
     What the encoder has put before and behind the music is left out, where the file tells how much that is. A packet
@@ -68,7 +66,6 @@ private:
     juce::int64 countByClock();
     juce::int64 countByEdits();
     juce::int64 countByDecoding();
-    std::optional<juce::int64> playedSamples() const;
     juce::int64 packetTicks() const;
     juce::int64 toSamples (juce::int64 ticks) const;
     bool isContainer (const char* name) const;
