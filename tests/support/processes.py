@@ -8,7 +8,10 @@ from pathlib import Path
 
 def descendants(pid: int) -> list[int]:
     """The living processes below one."""
-    children = " ".join(path.read_text() for path in Path(f"/proc/{pid}/task").glob("*/children")).split()
+    try:
+        children = " ".join(path.read_text() for path in Path(f"/proc/{pid}/task").glob("*/children")).split()
+    except (FileNotFoundError, ProcessLookupError):  # it has ended meanwhile
+        return []
     return [one for child in map(int, children) for one in [child, *descendants(child)] if is_alive(one)]
 
 
