@@ -28,6 +28,9 @@ import worker
 # Written into an environment. It tells a reader what the folder holds, and a worker that it is in the right one.
 _RECEIPT = "installed-by-kelvane.txt"
 
+# Set by a process that starts anew: it has to come out in the right environment, and not to try for ever.
+_ENTERED = "KELVANE_ENTERED_ENVIRONMENT"
+
 # By these a user says where packages come from, and it is not for Kelvane to look elsewhere.
 _USERS_SOURCES = ("UV_DEFAULT_INDEX", "UV_EXTRA_INDEX_URL", "UV_FIND_LINKS", "UV_INDEX", "UV_INDEX_URL")
 
@@ -45,7 +48,11 @@ def enter(script: Path) -> None:
     """
     if sys.platform != "linux" or Path(sys.prefix, _RECEIPT).exists():
         return
+    entered = os.environ.get(_ENTERED)
+    if entered:
+        raise worker.WorkerError(worker.damaged(entered))
     python = provide(script)
+    os.environ[_ENTERED] = str(python.parents[1])
     os.execv(python, [python, *sys.orig_argv[1:]])
 
 
@@ -56,12 +63,13 @@ def provide(script: Path) -> Path:
     """
     wanted = _Wanted.by(script)
     folder = _cache_folder() / f"{script.stem}-{wanted.key()}"
-    if not folder.exists():
+    python = folder / "bin" / "python"
+    if not python.exists():  # its interpreter may have been taken from the system, too
         folder.parent.mkdir(parents=True, exist_ok=True)
         with _locked(folder.with_suffix(".lock")) as lock:
-            if not folder.exists():
+            if not python.exists():
                 _Installation(wanted, folder, script.parent, lock).run()
-    return folder / "bin" / "python"
+    return python
 
 
 def _cache_folder() -> Path:
@@ -86,9 +94,9 @@ class _Wanted:
         return _Wanted(requirements, metadata["tool"]["uv"]["exclude-newer"])
 
     def key(self) -> str:
-        """Another one for other packages and for another Python."""
-        python = [sys.base_prefix, str(sysconfig.get_config_var("SOABI"))]
-        return hashlib.sha256("\n".join([*self.requirements, self.day, *python]).encode()).hexdigest()[:12]
+        """Another one for other packages and for a Python that takes other binaries."""
+        python = str(sysconfig.get_config_var("SOABI"))
+        return hashlib.sha256("\n".join([*self.requirements, self.day, python]).encode()).hexdigest()[:12]
 
 
 @contextmanager
@@ -120,31 +128,49 @@ class _Installation:
         shutil.rmtree(self._partial, ignore_errors=True)  # of a start that was cut off
         try:
             self._demand("venv", "--quiet", "--python", sys.executable, self._partial)
-            self._demand(*self._install(), *self._build_options())
+            self._install()
             (self._partial / _RECEIPT).write_text("\n".join([*self._wanted.requirements, ""]))
+            os.sync()  # the new name may not outlive a power cut without the contents
+            shutil.rmtree(self._folder, ignore_errors=True)  # one that has lost its interpreter
             self._partial.rename(self._folder)
         finally:
             shutil.rmtree(self._partial, ignore_errors=True)
 
-    def _install(self) -> list[str | Path]:
+    def _install(self) -> None:
+        command, options = self._command(), self._build_options()
+        worker.say("Fetching PyTorch and what else the worker needs")
+        if options and not os.environ.get("UV_TORCH_BACKEND"):
+            if self._uv(*command, *options).returncode == 0:
+                return
+            self._tell_of_fallback()
+            options = []
+        self._demand(*command, *options)
+
+    def _command(self) -> list[str | Path]:
         python = self._partial / "bin" / "python"
         return ["pip", "install", "--python", python, "--exclude-newer", self._wanted.day, *self._wanted.requirements]
 
     def _build_options(self) -> list[str]:
         """Those of uv that choose PyTorch's build; none for the one that the ordinary index has."""
-        if any(os.environ.get(name) for name in _USERS_SOURCES):
-            return []
         options = [f"--exclude-newer-package={name}=false" for name in _UNDATED]
         if os.environ.get("UV_TORCH_BACKEND"):
             return options
+        if any(os.environ.get(name) for name in _USERS_SOURCES):
+            return []
 
         worker.say("Looking for the PyTorch that fits this machine")
         options.append(f"--torch-backend={'auto' if _has_nvidia_driver() else 'cpu'}")
         impatient = {"UV_HTTP_TIMEOUT": "10"} | os.environ  # seconds
-        if self._uv(*self._install(), "--dry-run", *options, env=impatient, capture_output=True).returncode == 0:
+        if self._uv(*self._command(), "--dry-run", "--quiet", *options, env=impatient).returncode == 0:
             return options
-        worker.say("PyTorch's own index cannot be used, so its ordinary build comes from the ordinary index")
+        self._tell_of_fallback()
         return []
+
+    def _tell_of_fallback(self) -> None:
+        worker.say(
+            "PyTorch's own index cannot be used, or uv is too old for it, so the ordinary build is taken. "
+            f"To choose anew, delete {self._folder}"
+        )
 
     def _demand(self, *arguments: str | Path) -> None:
         if self._uv(*arguments).returncode != 0:

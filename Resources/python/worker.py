@@ -38,6 +38,9 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
         main(sys.argv[1:])
     except WorkerError as error:
         _end(1, str(error))
+    except ImportError as error:
+        print(error)
+        _end(1, damaged(sys.prefix))
     except MemoryError:
         _end(1, "There is not enough memory for this song: close other programs and try again.")
     except OSError as error:
@@ -49,6 +52,11 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
         reason = " ".join(str(error).split())[:300]
         _end(1, f"Something unexpected went wrong ({type(error).__name__}: {reason}).")
     _end(0)
+
+
+def damaged(environment: str) -> str:
+    """What the user reads when a worker's packages are not as they were installed."""
+    return f"What the worker needs is damaged: delete the folder {environment} and try again."
 
 
 def _end(status: int, last_line: str = "") -> NoReturn:
@@ -94,8 +102,11 @@ def _has_lost_uv(parent: int) -> bool:
     """Whether uv, which tells its path to what it starts, was gone before this process could ask to end with it."""
     if sys.platform != "linux" or "UV" not in os.environ:
         return False
-    with contextlib.suppress(OSError), open(f"/proc/{parent}/comm") as name:
-        return name.read().strip() != os.path.basename(os.environ["UV"])[:15]
+    with contextlib.suppress(OSError):
+        with open(f"/proc/{parent}/comm") as name:
+            if name.read().strip() == os.path.basename(os.environ["UV"])[:15]:
+                return False
+        return not os.path.samefile(f"/proc/{parent}/exe", os.environ["UV"])  # as under a link's name
     return True
 
 
