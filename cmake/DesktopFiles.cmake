@@ -4,13 +4,13 @@ set(packaging "${CMAKE_SOURCE_DIR}/packaging")
 set(desktop_id org.kelvane.Kelvane)
 
 # Links, since the programs need `python` beside them, and /usr/bin/python is something else.
-foreach(link IN ITEMS "kelvane Kelvane" "kelvane-render kelvane-render")
-    separate_arguments(link)
-    list(POP_FRONT link name program)
+function(kelvane_install_link name program)
     file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/links")
     file(CREATE_LINK "../lib/kelvane/${program}" "${CMAKE_BINARY_DIR}/links/${name}" SYMBOLIC)
     install(FILES "${CMAKE_BINARY_DIR}/links/${name}" DESTINATION bin)
-endforeach()
+endfunction()
+kelvane_install_link(kelvane Kelvane)
+kelvane_install_link(kelvane-render kelvane-render)
 
 install(FILES "${packaging}/${desktop_id}.desktop" DESTINATION share/applications)
 install(FILES "${packaging}/${desktop_id}.metainfo.xml" DESTINATION share/metainfo)

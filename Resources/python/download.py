@@ -24,7 +24,7 @@ Record = dict[str, Any]
 if sys.platform == "linux":
     # yt-dlp runs sites' scripts in a process of its own, which would outlive a worker that is killed.
     subprocess.Popen.__init__ = functools.partialmethod(  # type: ignore[method-assign,assignment]
-        subprocess.Popen.__init__, preexec_fn=worker.die_with_parent
+        subprocess.Popen.__init__, preexec_fn=functools.partial(worker.begin_child, os.getpid())
     )
 
 

@@ -127,8 +127,8 @@ class _Installation:
         worker.say("Installing what the worker needs, which is done once")
         shutil.rmtree(self._partial, ignore_errors=True)  # of a start that was cut off
         try:
-            self._demand("venv", "--quiet", "--python", sys.executable, self._partial)
-            self._install()
+            _demand(self._uv("venv", "--quiet", "--python", sys.executable, self._partial))
+            _demand(self._install())
             (self._partial / _RECEIPT).write_text("\n".join([*self._wanted.requirements, ""]))
             os.sync()  # the new name may not outlive a power cut without the contents
             shutil.rmtree(self._folder, ignore_errors=True)  # one that has lost its interpreter
@@ -136,67 +136,54 @@ class _Installation:
         finally:
             shutil.rmtree(self._partial, ignore_errors=True)
 
-    def _install(self) -> None:
-        command, options = self._command(), self._build_options()
+    def _install(self) -> bool:
+        undated = [f"--exclude-newer-package={name}=false" for name in _UNDATED]
+        if os.environ.get("UV_TORCH_BACKEND"):
+            return self._fetch(*undated)
+        if any(os.environ.get(name) for name in _USERS_SOURCES):
+            return self._fetch()
+
+        worker.say("Looking for the PyTorch that fits this machine")
+        fitting = [*undated, f"--torch-backend={'auto' if _has_nvidia_driver() else 'cpu'}"]
+        impatient = {"UV_HTTP_TIMEOUT": "10"} | os.environ  # seconds
+        if self._uv(*self._command(), "--dry-run", "--quiet", *fitting, env=impatient) and self._fetch(*fitting):
+            return True
+
+        worker.say(
+            "PyTorch's own index cannot be used, or uv is too old for it, so the ordinary build is taken. "
+            f"To choose anew, delete {self._folder}"
+        )
+        return self._fetch()
+
+    def _fetch(self, *options: str) -> bool:
         worker.say("Fetching PyTorch and what else the worker needs")
-        if options and not os.environ.get("UV_TORCH_BACKEND"):
-            if self._uv(*command, *options).returncode == 0:
-                return
-            self._tell_of_fallback()
-            options = []
-        self._demand(*command, *options)
+        return self._uv(*self._command(), *options)
 
     def _command(self) -> list[str | Path]:
         python = self._partial / "bin" / "python"
         return ["pip", "install", "--python", python, "--exclude-newer", self._wanted.day, *self._wanted.requirements]
 
-    def _build_options(self) -> list[str]:
-        """Those of uv that choose PyTorch's build; none for the one that the ordinary index has."""
-        options = [f"--exclude-newer-package={name}=false" for name in _UNDATED]
-        if os.environ.get("UV_TORCH_BACKEND"):
-            return options
-        if any(os.environ.get(name) for name in _USERS_SOURCES):
-            return []
-
-        worker.say("Looking for the PyTorch that fits this machine")
-        options.append(f"--torch-backend={'auto' if _has_nvidia_driver() else 'cpu'}")
-        impatient = {"UV_HTTP_TIMEOUT": "10"} | os.environ  # seconds
-        if self._uv(*self._command(), "--dry-run", "--quiet", *options, env=impatient).returncode == 0:
-            return options
-        self._tell_of_fallback()
-        return []
-
-    def _tell_of_fallback(self) -> None:
-        worker.say(
-            "PyTorch's own index cannot be used, or uv is too old for it, so the ordinary build is taken. "
-            f"To choose anew, delete {self._folder}"
-        )
-
-    def _demand(self, *arguments: str | Path) -> None:
-        if self._uv(*arguments).returncode != 0:
-            raise worker.WorkerError(
-                "What the worker needs, which is fetched once, could not be installed: "
-                "connect to the internet, or free some space, and try again."
-            )
-
-    def _uv(self, *arguments: str | Path, **options: object) -> "subprocess.CompletedProcess[bytes]":
-        """Runs uv, with the scripts' configuration in the place of the working folder's.
+    def _uv(self, *arguments: str | Path, env: dict[str, str] | None = None) -> bool:
+        """Runs uv, with the scripts' configuration in the place of the working folder's; tells whether it succeeded.
 
         It ends with this process, and only then the lock is free.
         """
-        return subprocess.run(
+        done = subprocess.run(
             [_uv_path(), *arguments, "--project", self._scripts],
             stdin=subprocess.DEVNULL,
             pass_fds=(self._lock,),
-            preexec_fn=partial(_end_with, os.getpid()),
-            **options,  # type: ignore[call-overload]
+            preexec_fn=partial(worker.begin_child, os.getpid()),
+            env=env,
         )
+        return done.returncode == 0
 
 
-def _end_with(parent: int) -> None:
-    worker.die_with_parent()
-    if os.getppid() != parent:  # it has ended before
-        os._exit(1)
+def _demand(succeeded: bool) -> None:
+    if not succeeded:
+        raise worker.WorkerError(
+            "What the worker needs, which is fetched once, could not be installed: "
+            "connect to the internet, or free some space, and try again."
+        )
 
 
 def _uv_path() -> str:

@@ -113,11 +113,18 @@ def _has_lost_uv(parent: int) -> bool:
 def die_with_parent() -> None:
     """Has Linux kill this process, even in the middle of a library's loop, when its parent ends; else does nothing.
 
-    Children do not inherit this: give it to them as their preexec_fn.
+    Children do not inherit this: their preexec_fn is begin_child.
     """
     if _prctl is not None:
         set_parent_death_signal = 1
         _prctl(set_parent_death_signal, signal.SIGKILL)
+
+
+def begin_child(parent: int) -> None:
+    """Has a child end with the process that starts it, which has to tell its own id."""
+    die_with_parent()
+    if os.getppid() != parent:  # it has ended before
+        os._exit(1)
 
 
 _prctl = ctypes.CDLL(None).prctl if sys.platform == "linux" else None

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <limits>
 #include <string>
 
@@ -84,45 +85,55 @@ bool oggLinksAgree (juce::InputStream& stream)
     return true;
 }
 
-/** Chunks are a name, a length and so many bytes, padded to an even number. */
-bool aiffDescribesItsSound (juce::InputStream& stream)
-{
-    auto isDescribed = false;
+/** Goes from chunk to chunk, each a name, a length and so many bytes, padded to an even number.
 
+    @param visit  receives a chunk's name and the position behind it; returns false to go no further
+*/
+template <typename Visit>
+void visitChunks (juce::InputStream& stream, std::endian order, Visit&& visit)
+{
     for (juce::int64 chunk = 12; chunk + 8 <= stream.getTotalLength();)
     {
         stream.setPosition (chunk);
         const auto name = readName (stream);
-        const auto length = static_cast<juce::uint32> (stream.readIntBigEndian());
-
-        if (name == "COMM")
-            isDescribed = true;
-        else if (name == "SSND")
-            return isDescribed;
-
+        const auto length =
+            static_cast<juce::uint32> (order == std::endian::big ? stream.readIntBigEndian() : stream.readInt());
         chunk += 8 + static_cast<juce::int64> (length) + (length & 1);
-    }
 
-    return false;
+        if (! visit (name, chunk))
+            return;
+    }
+}
+
+bool aiffDescribesItsSound (juce::InputStream& stream)
+{
+    auto isDescribed = false, hasSound = false;
+
+    visitChunks (stream, std::endian::big,
+                 [&] (const std::string& name, juce::int64)
+                 {
+                     isDescribed = isDescribed || name == "COMM";
+                     hasSound = name == "SSND";
+                     return ! hasSound;
+                 });
+
+    return isDescribed && hasSound;
 }
 
 /** A table of loops or cues whose length goes beyond the file would be read on in memory, gigabytes of it. */
 bool wavTablesFit (juce::InputStream& stream)
 {
-    const auto end = stream.getTotalLength();
+    const auto paddedEnd = stream.getTotalLength() + 1;
+    auto fit = true;
 
-    for (juce::int64 chunk = 12; chunk + 8 <= end;)
-    {
-        stream.setPosition (chunk);
-        const auto name = readName (stream);
-        const auto length = static_cast<juce::uint32> (stream.readInt());
-        chunk += 8 + static_cast<juce::int64> (length) + (length & 1);
+    visitChunks (stream, std::endian::little,
+                 [&] (const std::string& name, juce::int64 end)
+                 {
+                     fit = (name != "smpl" && name != "cue ") || end <= paddedEnd;
+                     return fit;
+                 });
 
-        if ((name == "smpl" || name == "cue ") && chunk > end + 1)
-            return false;
-    }
-
-    return true;
+    return fit;
 }
 
 /** A frame has a header, a constant subframe a channel at least, and a checksum. */

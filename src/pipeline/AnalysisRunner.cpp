@@ -2,11 +2,7 @@
 
 #include "pipeline/Detection.h"
 #include "pipeline/PythonBridge.h"
-#include "pipeline/Utf8.h"
 #include "pipeline/WorkerOutput.h"
-
-#include <array>
-#include <string>
 
 /** The end of a worker's raw output, without the blanks with which it fills the lines that are to be seen at once. */
 static juce::String quoteTail (const juce::String& output)
@@ -15,23 +11,6 @@ static juce::String quoteTail (const juce::String& output)
     lines.trim();
     lines.removeEmptyStrings();
     return tailOf (lines.joinIntoString ("\n"), maxQuotedChars);
-}
-
-/** Waits until the worker has closed its output. */
-static juce::String readAll (juce::ChildProcess& worker)
-{
-    std::string bytes;
-    std::array<char, 8192> buffer;
-
-    for (;;)
-    {
-        const auto numBytes = worker.readProcessOutput (buffer.data(), static_cast<int> (buffer.size()));
-
-        if (numBytes < 1)
-            return decodeUtf8 (bytes);
-
-        bytes.append (buffer.data(), static_cast<size_t> (numBytes));
-    }
 }
 
 AnalysisRunner::AnalysisRunner (juce::File audioFileToUse)
@@ -129,7 +108,7 @@ bool AnalysisRunner::runScriptCapture (const juce::StringArray& args, juce::Stri
     if (process == nullptr)
         return false;
 
-    output = readAll (*process);
+    output = readAllOutput (*process);
 
     // JUCE takes a process that has closed its output, but not ended yet, for one that has succeeded.
     process->waitForProcessToFinish (-1);

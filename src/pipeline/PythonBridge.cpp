@@ -1,6 +1,8 @@
 #include "pipeline/PythonBridge.h"
 
 #include "pipeline/ChildNamed.h"
+#include "pipeline/ChildSlot.h"
+#include "pipeline/WorkerOutput.h"
 
 #include <cstdlib>
 #include <vector>
@@ -42,16 +44,14 @@ static juce::File existingFile (const juce::String& path)
 
 static juce::File askSystem()
 {
-    juce::ChildProcess which;
+    ChildSlot slot;
+    auto* const which = slot.start ({ "/usr/bin/which", "uv" });
 
-    if (! which.start (juce::StringArray { "/usr/bin/which", "uv" }))
+    if (which == nullptr)
         return {};
 
-    const auto answer = which.readAllProcessOutput();
-
-    // An ended process stays in the system's list until somebody has asked for its end.
-    constexpr auto timeoutMilliseconds = 500;
-    which.waitForProcessToFinish (timeoutMilliseconds);
+    const auto answer = readAllOutput (*which);
+    slot.empty();
     return existingFile (answer.trim());
 }
 

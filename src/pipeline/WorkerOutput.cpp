@@ -2,6 +2,7 @@
 
 #include "pipeline/Utf8.h"
 
+#include <array>
 #include <string_view>
 #include <utility>
 
@@ -16,6 +17,22 @@ static void deliver (std::string_view bytes, std::string& output, const LineCall
 
     if (onLine != nullptr)
         onLine (line);
+}
+
+juce::String readAllOutput (juce::ChildProcess& child)
+{
+    std::string bytes;
+    std::array<char, 8192> buffer;
+
+    for (;;)
+    {
+        const auto numBytes = child.readProcessOutput (buffer.data(), static_cast<int> (buffer.size()));
+
+        if (numBytes < 1)
+            return decodeUtf8 (bytes);
+
+        bytes.append (buffer.data(), static_cast<size_t> (numBytes));
+    }
 }
 
 void splitLines (std::string& pending, std::string& output, const LineCallback& onLine, bool flush)

@@ -17,6 +17,9 @@ struct ScriptResult
 
 using LineCallback = std::function<void (const juce::String&)>;
 
+/** Reads a child process' output until it has closed it. */
+juce::String readAllOutput (juce::ChildProcess& child);
+
 /** Takes the finished lines off the front of pending. A line feed ends a line, and so does a carriage return: each
     redraw of a progress bar is a line of its own. Lines are decoded as UTF-8 and trimmed; blank ones are dropped.
 
