@@ -1,6 +1,6 @@
 # /// script
-# requires-python = ">=3.11"
-# dependencies = ["av==18.1.0", "numpy==2.4.6"]
+# requires-python = ">=3.11,<3.15"
+# dependencies = ["av==18.1.0; sys_platform != 'linux'", "numpy==2.4.6; sys_platform != 'linux'"]
 # [tool.uv]
 # exclude-newer = "2026-11-15T00:00:00Z"
 # ///
@@ -12,11 +12,15 @@ Arguments: AUDIO [--bpm] [--key]. Prints RESULT:: and a JSON object with "bpm", 
 import json
 import os
 import sys
+from pathlib import Path
 
 sys.dont_write_bytecode = True  # nothing is written beside the scripts
 import worker
 
 worker.end_with_uv()
+import environment
+
+environment.enter(Path(__file__))
 sys.dont_write_bytecode = False
 
 os.environ["OPENBLAS_NUM_THREADS"] = "1"  # has to be set ahead of NumPy: its idle threads would cost more than they do

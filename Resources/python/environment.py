@@ -1,75 +1,228 @@
 # /// script
-# requires-python = ">=3.11"
+# requires-python = ">=3.11,<3.15"
 # ///
-"""Gives a worker on Linux its packages with the build of PyTorch that fits the machine.
+"""Gives each worker on Linux an environment with its packages, in the user's cache.
 
-No script can ask uv run for that: its block would get the registry's build, which brings 3 GB for GPUs along. So a
-marker keeps the block's packages from uv run, and they are installed here, once, into a folder of the user's cache.
+uv run could install them, too, but it would show no progress, and it cannot choose among the builds of PyTorch: the
+package index has the one for NVIDIA's GPUs, which is several gigabytes. So markers keep the packages from uv run.
 
-Started by itself, as "uv run environment.py SCRIPT", it prints the interpreter that has the script's packages.
+Run by itself, as "uv run environment.py SCRIPT", it prints the interpreter that has the script's packages.
 """
 
 import hashlib
 import os
 import re
 import shutil
-import subprocess
 import sys
 import sysconfig
 import tomllib
-from collections.abc import Iterator
-from contextlib import contextmanager
+from contextlib import suppress
 from dataclasses import dataclass
 from functools import partial
 from pathlib import Path
+from typing import Any
 
+import file_lock
+import uv_tool
 import worker
+from setup_progress import SetupProgress
 
-# Written into an environment. It tells a reader what the folder holds, and a worker that it is in the right one.
+# Written into an environment. It tells a reader what the folder holds, and a worker that it runs in one.
 _RECEIPT = "installed-by-kelvane.txt"
 
-# Set by a process that starts anew: it has to come out in the right environment, and not to try for ever.
+# Names the environment that a process has been restarted in, so that it is not restarted for ever.
 _ENTERED = "KELVANE_ENTERED_ENVIRONMENT"
 
-# By these a user says where packages come from, and it is not for Kelvane to look elsewhere.
+# Where packages come from is up to a user who sets one of these.
 _USERS_SOURCES = ("UV_DEFAULT_INDEX", "UV_EXTRA_INDEX_URL", "UV_FIND_LINKS", "UV_INDEX", "UV_INDEX_URL")
 
-# PyTorch's own index does not tell when something was uploaded, and uv refuses what has no date. What it takes from
-# there is bounded by its versions instead.
+# PyTorch's own index does not say when a file was uploaded, and uv refuses files without a date. The versions of
+# these packages are bounded by torch's instead.
 _UNDATED = ("pytorch-triton-rocm", "pytorch-triton-xpu", "torch", "triton", "triton-rocm", "triton-xpu")
 
 _NVIDIA_TRACES = ("/proc/driver/nvidia/version", "/usr/lib/wsl/lib/libcuda.so.1")
 
 
-def enter(script: Path) -> None:
-    """Starts the process anew in the script's environment, which is made if it is missing.
+def enter(script: Path, progress: SetupProgress | None = None) -> None:
+    """Restarts the process in the script's environment, which is made if it is missing.
 
-    Returns if the process is in one already, or is not on Linux. Raises WorkerError if it could not be made.
+    Returns if the process runs in it already, and where packages are not Kelvane's to install: on other systems, and
+    if no uv has started the process. Raises WorkerError if the environment could not be made.
     """
-    if sys.platform != "linux" or Path(sys.prefix, _RECEIPT).exists():
+    if sys.platform != "linux" or Path(sys.prefix, _RECEIPT).exists() or uv_tool.path() is None:
         return
     entered = os.environ.get(_ENTERED)
     if entered:
         raise worker.WorkerError(worker.damaged(entered))
-    python = provide(script)
-    os.environ[_ENTERED] = str(python.parents[1])
-    os.execv(python, [python, *sys.orig_argv[1:]])
+    environment = Environment(script)
+    environment.provide(progress or SetupProgress())
+    while not environment.hold():
+        environment.provide(progress or SetupProgress())
+    os.environ[_ENTERED] = str(environment.folder)
+    os.execv(environment.python, [environment.python, *sys.orig_argv[1:]])
 
 
-def provide(script: Path) -> Path:
-    """The interpreter of the script's environment, which is made if it is missing and never changed afterwards.
+@dataclass(frozen=True)
+class _Requirements:
+    packages: list[str]
+    day: str  # what was uploaded later is ignored
 
-    Raises WorkerError if it could not be made.
+    @staticmethod
+    def read(script: Path) -> "_Requirements":
+        """Reads the block at the script's top, without the markers."""
+        _, _, text = script.read_text(encoding="utf-8").partition("# /// script\n")
+        block, _, _ = text.partition("# ///\n")
+        metadata = tomllib.loads(re.sub("^# ?", "", block, flags=re.MULTILINE))
+        packages = [requirement.partition(";")[0].strip() for requirement in metadata["dependencies"]]
+        return _Requirements(packages, metadata["tool"]["uv"]["exclude-newer"])
+
+    def key(self) -> str:
+        """Differs for other packages and for a Python that takes other binaries."""
+        python = str(sysconfig.get_config_var("SOABI"))
+        return hashlib.sha256("\n".join([*self.packages, self.day, python]).encode()).hexdigest()[:12]
+
+    def include_torch(self) -> bool:
+        return any(package.startswith("torch") for package in self.packages)
+
+
+class Environment:
+    """A script's environment: a folder that is complete or missing, and never changed once it is there.
+
+    Whoever uses it shares the lock on the file beside it, and whoever makes or deletes it holds that lock alone.
     """
-    wanted = _Wanted.by(script)
-    folder = _cache_folder() / f"{script.stem}-{wanted.key()}"
-    python = folder / "bin" / "python"
-    if not python.exists():  # its interpreter may have been taken from the system, too
-        folder.parent.mkdir(parents=True, exist_ok=True)
-        with _locked(folder.with_suffix(".lock")) as lock:
-            if not python.exists():
-                _Installation(wanted, folder, script.parent, lock).run()
-    return python
+
+    def __init__(self, script: Path) -> None:
+        self._requirements = _Requirements.read(script)
+        self._scripts = script.parent
+        self.folder = _cache_folder() / f"{script.stem}-{self._requirements.key()}"
+        self.python = self.folder / "bin" / "python"
+
+    def is_ready(self) -> bool:
+        return self.python.exists()  # a link: its interpreter may have been removed from the system
+
+    def num_bytes_to_fetch(self) -> int | None:
+        """Returns the size of the packages, some of which uv may have already, or None if it cannot be told."""
+        uv = uv_tool.Uv(self._scripts)
+        command = ["pip", "compile", "-", "--python", sys.executable, "--format", "pylock.toml", "--quiet"]
+        command += ["--exclude-newer", self._requirements.day]
+        text = "\n".join(self._requirements.packages)
+        for options in self._alternatives():
+            with suppress(uv_tool.UvError):
+                lock = tomllib.loads(uv.run(*command, *options, text=text, environment=_impatient()))
+                sizes = [_size(package["wheels"][0]) for package in lock["packages"]]
+                return None if None in sizes else sum(filter(None, sizes))
+        return None
+
+    def provide(self, progress: SetupProgress) -> Path:
+        """Returns the interpreter of the environment, which is made if it is missing.
+
+        Raises WorkerError if it could not be made.
+        """
+        while not self.is_ready():
+            self.folder.parent.mkdir(parents=True, exist_ok=True)
+            lock = file_lock.take(self._lock_file(), wait=False)
+            if lock is None:
+                progress.step("Waiting for another Kelvane, which is installing the same packages")
+                lock = file_lock.take(self._lock_file())
+            with lock:
+                if not self.is_ready():
+                    self._make(lock.fileno(), progress)
+                    self._sweep()
+        return self.python
+
+    def hold(self) -> bool:
+        """Keeps the environment until this process, or what it becomes, has ended. Returns False if it has gone."""
+        with file_lock.take(self._lock_file(), shared=True) as lock:
+            if not self.is_ready():
+                return False
+            os.set_inheritable(os.dup(lock.fileno()), True)
+        return True
+
+    def _lock_file(self) -> Path:
+        return self.folder.with_suffix(".lock")
+
+    def _make(self, lock: int, progress: SetupProgress) -> None:
+        part = self.folder.with_suffix(".part")
+        shutil.rmtree(part, ignore_errors=True)  # left by a start that was cut off
+        uv = uv_tool.Uv(self._scripts, (lock,))
+        progress.step("Preparing what is needed, which happens once")
+        try:
+            uv.run("venv", "--quiet", "--python", sys.executable, part)
+            self._install(uv, part / "bin" / "python", progress)
+            (part / _RECEIPT).write_text("\n".join([*self._requirements.packages, ""]))
+            os.sync()  # the new name must not survive a power cut without the contents
+            shutil.rmtree(self.folder, ignore_errors=True)  # it has lost its interpreter
+            part.rename(self.folder)
+        finally:
+            shutil.rmtree(part, ignore_errors=True)
+
+    def _install(self, uv: uv_tool.Uv, python: Path, progress: SetupProgress) -> None:
+        command = ["pip", "install", "--python", python, "--exclude-newer", self._requirements.day]
+        command += self._requirements.packages
+        *fitting, ordinary = self._alternatives()
+        if fitting:
+            progress.step("Looking for the build of PyTorch that fits this machine")
+        options = next((options for options in fitting if _resolves(uv, *command, *options)), ordinary)
+        if fitting and options is ordinary:
+            progress.step("The build of PyTorch that fits this machine is out of reach: fetching the ordinary one")
+            print(f"To choose again later, delete {self.folder}")
+
+        progress.step("Fetching packages")
+        uv.fetch(*command, *options, on_progress=partial(progress.amount, "Fetching packages"))
+
+    def _alternatives(self) -> list[list[str]]:
+        """Returns uv's options for the builds to try, best first. The last is to be taken without a trial."""
+        if not self._requirements.include_torch():
+            return [[]]
+        undated = [f"--exclude-newer-package={name}=false" for name in _UNDATED]
+        if os.environ.get("UV_TORCH_BACKEND"):
+            return [undated]
+        if any(os.environ.get(name) for name in _USERS_SOURCES):
+            return [[]]
+        return [[*undated, f"--torch-backend={'auto' if _has_nvidia_driver() else 'cpu'}"], []]
+
+    def _sweep(self) -> None:
+        """Deletes older environments of the script that nobody uses, and what cut-off installations left of them."""
+        name, _, _ = self.folder.name.rpartition("-")
+        for lock_file in self.folder.parent.glob(f"{name}-*.lock"):
+            if lock_file == self._lock_file():
+                continue
+            lock = file_lock.take(lock_file, wait=False)
+            if lock is None:
+                continue
+            with lock:
+                for folder in (lock_file.with_suffix(""), lock_file.with_suffix(".part")):
+                    shutil.rmtree(folder, ignore_errors=True)
+                lock_file.unlink()
+
+
+def _resolves(uv: uv_tool.Uv, *command: str | Path) -> bool:
+    """Tries a command without its effect. Raises UvError if it fails for a reason that would stop any other, too."""
+    try:
+        uv.run(*command, "--dry-run", "--quiet", environment=_impatient())
+    except uv_tool.UvError as error:
+        if error.cause in (uv_tool.Cause.DISK_FULL, uv_tool.Cause.NOT_WRITABLE):
+            raise
+        return False
+    return True
+
+
+def _size(wheel: dict[str, Any]) -> int | None:
+    """Returns the size of a file in bytes, as the index says, or else the server; PyTorch's index says none."""
+    if "size" in wheel or "url" not in wheel:
+        return wheel.get("size", 0)  # a file without an address is on this machine
+    import urllib.request  # takes long to import, and is needed seldom
+
+    request = urllib.request.Request(wheel["url"], method="HEAD")
+    try:
+        with urllib.request.urlopen(request, timeout=10) as response:
+            return int(response.headers["Content-Length"])
+    except (OSError, TypeError, ValueError):
+        return None
+
+
+def _impatient() -> dict[str, str]:
+    return {"UV_HTTP_TIMEOUT": os.environ.get("UV_HTTP_TIMEOUT", "10")}  # seconds
 
 
 def _cache_folder() -> Path:
@@ -77,127 +230,13 @@ def _cache_folder() -> Path:
     return (Path(cache) if os.path.isabs(cache) else Path.home() / ".cache") / "kelvane"
 
 
-@dataclass(frozen=True)
-class _Wanted:
-    """What an environment is made of."""
-
-    requirements: list[str]
-    day: str  # nothing that was uploaded later is looked at
-
-    @staticmethod
-    def by(script: Path) -> "_Wanted":
-        """Reads the block at the script's top, without the markers."""
-        _, _, text = script.read_text(encoding="utf-8").partition("# /// script\n")
-        block, _, _ = text.partition("# ///\n")
-        metadata = tomllib.loads(re.sub("^# ?", "", block, flags=re.MULTILINE))
-        requirements = [requirement.partition(";")[0].strip() for requirement in metadata["dependencies"]]
-        return _Wanted(requirements, metadata["tool"]["uv"]["exclude-newer"])
-
-    def key(self) -> str:
-        """Another one for other packages and for a Python that takes other binaries."""
-        python = str(sysconfig.get_config_var("SOABI"))
-        return hashlib.sha256("\n".join([*self.requirements, self.day, python]).encode()).hexdigest()[:12]
-
-
-@contextmanager
-def _locked(path: Path) -> Iterator[int]:
-    """Waits until no other process holds the file, and yields its descriptor."""
-    import fcntl  # not on every system that imports this file
-
-    with path.open("w") as file:
-        try:
-            fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        except BlockingIOError:
-            worker.say("Waiting for another Kelvane that is installing the same")
-            fcntl.flock(file, fcntl.LOCK_EX)
-        yield file.fileno()
-
-
-class _Installation:
-    """Makes an environment beside its place, and moves it there when it is complete."""
-
-    def __init__(self, wanted: _Wanted, folder: Path, scripts: Path, lock: int) -> None:
-        self._wanted = wanted
-        self._folder = folder
-        self._scripts = scripts
-        self._lock = lock
-        self._partial = folder.with_suffix(".part")
-
-    def run(self) -> None:
-        worker.say("Installing what the worker needs, which is done once")
-        shutil.rmtree(self._partial, ignore_errors=True)  # of a start that was cut off
-        try:
-            _demand(self._uv("venv", "--quiet", "--python", sys.executable, self._partial))
-            _demand(self._install())
-            (self._partial / _RECEIPT).write_text("\n".join([*self._wanted.requirements, ""]))
-            os.sync()  # the new name may not outlive a power cut without the contents
-            shutil.rmtree(self._folder, ignore_errors=True)  # one that has lost its interpreter
-            self._partial.rename(self._folder)
-        finally:
-            shutil.rmtree(self._partial, ignore_errors=True)
-
-    def _install(self) -> bool:
-        undated = [f"--exclude-newer-package={name}=false" for name in _UNDATED]
-        if os.environ.get("UV_TORCH_BACKEND"):
-            return self._fetch(*undated)
-        if any(os.environ.get(name) for name in _USERS_SOURCES):
-            return self._fetch()
-
-        worker.say("Looking for the PyTorch that fits this machine")
-        fitting = [*undated, f"--torch-backend={'auto' if _has_nvidia_driver() else 'cpu'}"]
-        impatient = {"UV_HTTP_TIMEOUT": "10"} | os.environ  # seconds
-        if self._uv(*self._command(), "--dry-run", "--quiet", *fitting, env=impatient) and self._fetch(*fitting):
-            return True
-
-        worker.say(
-            "PyTorch's own index cannot be used, or uv is too old for it, so the ordinary build is taken. "
-            f"To choose anew, delete {self._folder}"
-        )
-        return self._fetch()
-
-    def _fetch(self, *options: str) -> bool:
-        worker.say("Fetching PyTorch and what else the worker needs")
-        return self._uv(*self._command(), *options)
-
-    def _command(self) -> list[str | Path]:
-        python = self._partial / "bin" / "python"
-        return ["pip", "install", "--python", python, "--exclude-newer", self._wanted.day, *self._wanted.requirements]
-
-    def _uv(self, *arguments: str | Path, env: dict[str, str] | None = None) -> bool:
-        """Runs uv, with the scripts' configuration in the place of the working folder's; tells whether it succeeded.
-
-        It ends with this process, and only then the lock is free.
-        """
-        done = subprocess.run(
-            [_uv_path(), *arguments, "--project", self._scripts],
-            stdin=subprocess.DEVNULL,
-            pass_fds=(self._lock,),
-            preexec_fn=partial(worker.begin_child, os.getpid()),
-            env=env,
-        )
-        return done.returncode == 0
-
-
-def _demand(succeeded: bool) -> None:
-    if not succeeded:
-        raise worker.WorkerError(
-            "What the worker needs, which is fetched once, could not be installed: "
-            "connect to the internet, or free some space, and try again."
-        )
-
-
-def _uv_path() -> str:
-    """That of the uv which has started this process: old ones do not tell it."""
-    return os.environ.get("UV") or os.readlink(f"/proc/{os.getppid()}/exe")
-
-
 def _has_nvidia_driver() -> bool:
-    """Whether there is one for uv to fit a build to. Left alone, uv would also fit one to any Intel graphics."""
+    """Returns whether uv has a driver to fit a build to. Left alone, it would also choose one for Intel's graphics."""
     return bool(os.environ.get("UV_CUDA_DRIVER_VERSION")) or any(map(os.path.exists, _NVIDIA_TRACES))
 
 
 def main(arguments: list[str]) -> None:
-    print(provide(Path(arguments[0]).absolute()))
+    print(Environment(Path(arguments[0]).absolute()).provide(SetupProgress()))
 
 
 if __name__ == "__main__":

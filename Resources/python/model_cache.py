@@ -1,9 +1,18 @@
-"""Gets Demucs' models out of the hub's cache, and into it where they are missing."""
+"""Gets Demucs' models out of the hub's cache, and into it where they are missing.
 
+Run by itself, with a model's name, it does no more than that.
+"""
+
+import os
 from pathlib import Path
 from typing import TYPE_CHECKING
 
 import worker
+from setup_progress import SetupProgress
+
+# The hub's client reads these when it is imported. Plain HTTP gives up soon where there is no network.
+os.environ.setdefault("HF_HUB_DISABLE_TELEMETRY", "1")
+os.environ.setdefault("HF_HUB_DISABLE_XET", "1")
 
 if TYPE_CHECKING:
     from demucs.api import Separator
@@ -40,7 +49,7 @@ def _fetch(name: str) -> None:
     from huggingface_hub import HfApi, hf_hub_download
     from huggingface_hub.errors import RepositoryNotFoundError
 
-    worker.say(f"Fetching the {name} model, which is needed once")
+    SetupProgress().step(f"Fetching the {name} model, which is needed once")
     try:
         for file in HfApi().model_info(_repository(name), timeout=10).siblings:
             if Path(file.rfilename).suffix in (".yaml", ".safetensors"):
@@ -58,14 +67,16 @@ def _fetch(name: str) -> None:
 def _words() -> "type[tqdm]":
     from tqdm import tqdm
 
+    progress = SetupProgress()
+
     class Words(tqdm):
-        """Progress in words, because a bar would be read as the separation's."""
+        """Progress by the worker's own lines, which the program knows."""
 
         def __init__(self, *arguments: object, **options: object) -> None:
             super().__init__(*arguments, mininterval=1, **options)
 
         def display(self, *_: object, **__: object) -> None:
-            worker.say(f"Fetching the model: {self.n / 1e6:.1f} of {(self.total or 0) / 1e6:.1f} MB")
+            progress.amount("Fetching the model", self.n, self.total or 0)
 
     return Words
 
@@ -81,3 +92,8 @@ def _folder(name: str) -> Path:
     from huggingface_hub.file_download import repo_folder_name
 
     return Path(constants.HF_HUB_CACHE, repo_folder_name(repo_id=_repository(name), repo_type="model"))
+
+
+if __name__ == "__main__":
+    worker.end_with_uv()
+    worker.run(lambda arguments: print(f"The model has the stems {load(arguments[0]).model.sources}."))

@@ -1,5 +1,5 @@
 # /// script
-# requires-python = ">=3.11"
+# requires-python = ">=3.11,<3.15"
 # dependencies = [
 #   "av==18.1.0; sys_platform != 'linux'",
 #   "demucs==4.1.0; sys_platform != 'linux'",
@@ -77,8 +77,6 @@ def _tune() -> None:
     """Sets up what libraries read when they are loaded."""
     os.environ.setdefault("OMP_WAIT_POLICY", "PASSIVE")  # spinning threads fight with the machine's other work,
     os.environ.setdefault("GOMP_SPINCOUNT", "1000")  # but GNU's wake up late from less than a moment of it
-    os.environ.setdefault("HF_HUB_DISABLE_TELEMETRY", "1")
-    os.environ.setdefault("HF_HUB_DISABLE_XET", "1")  # plain HTTP gives up soon where there is no network
 
     mallopt = getattr(ctypes.CDLL(None), "mallopt", None) if sys.platform == "linux" else None
     if mallopt is not None:  # glibc: memory that torch frees is kept, as each page fetched anew has to be cleared
@@ -148,7 +146,7 @@ class _Progress:
         percent = int(100 * fraction)
         if percent > self._percent:
             self._percent = percent
-            worker.say(f"{percent:3}%|{'#' * (percent // 10):<10}|")
+            worker.say(worker.bar(fraction))
 
 
 def _write_wav(path: Path, samples: "np.ndarray") -> None:

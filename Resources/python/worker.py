@@ -76,6 +76,12 @@ def say(line: str) -> None:
     print(line + "\n" + padding, end="", flush=True)
 
 
+def bar(fraction: float) -> str:
+    """Returns the line from which the program takes a fraction from 0 to 1."""
+    percent = int(100 * fraction)
+    return f"{percent:3}%|{'#' * (percent // 10):<10}|"
+
+
 # A worker that is cancelled gets no warning. The program kills uv alone, whose child this process is.
 
 

@@ -1,12 +1,12 @@
 # /// script
-# requires-python = ">=3.11"
+# requires-python = ">=3.11,<3.15"
 # dependencies = [
-#     "av==18.1.0",
-#     "certifi==2026.10.18",
-#     "deno==2.9.8",
-#     "pycryptodomex==3.24.1",
-#     "yt-dlp==2026.10.26",
-#     "yt-dlp-ejs==0.8.0",
+#   "av==18.1.0; sys_platform != 'linux'",
+#   "certifi==2026.10.18; sys_platform != 'linux'",
+#   "deno==2.9.8; sys_platform != 'linux'",
+#   "pycryptodomex==3.24.1; sys_platform != 'linux'",
+#   "yt-dlp==2026.10.26; sys_platform != 'linux'",
+#   "yt-dlp-ejs==0.8.0; sys_platform != 'linux'",
 # ]
 # [tool.uv]
 # exclude-newer = "2026-11-15T00:00:00Z"
@@ -19,14 +19,17 @@ import sys
 import tempfile
 import threading
 import time
+from pathlib import Path
 from typing import Self
 
 sys.dont_write_bytecode = True  # nothing is written beside the scripts
 import worker
 
 worker.end_with_uv()
+import environment
 from download import Downloader, Record
 from filename import safe_name
+from setup_progress import SetupProgress
 
 sys.dont_write_bytecode = False
 
@@ -34,6 +37,7 @@ CONVERTED = "converted"  # unlike any download, whose names have an extension
 
 
 def main(arguments: list[str]) -> None:
+    environment.enter(Path(__file__), SetupProgress("[download]"))
     url, folder = arguments
     folder = os.path.abspath(folder)
     os.makedirs(folder, exist_ok=True)

@@ -3,11 +3,8 @@
 #include "pipeline/Detection.h"
 #include "pipeline/PipelineRunner.h"
 #include "pipeline/PythonBridge.h"
-#include "pipeline/Utf8.h"
+#include "pipeline/WorkerProcess.h"
 #include "pipeline/WorkerProgress.h"
-
-#include <array>
-#include <string_view>
 
 bool PipelineRunner::needsDownload() const
 {
@@ -135,10 +132,17 @@ bool PipelineRunner::separate (RunState& state, juce::String& message)
         PythonBridge::makeCommand (state.uv, state.scripts, "separate.py",
                                    { state.sourceFile.getFullPathName(), folder.getFullPathName(), "--model",
                                      config.modelName, "--stems", names.joinIntoString (",") }),
-        [this] (const juce::String& line)
+        [this, fraction = 0.16] (const juce::String& line) mutable
         {
-            if (const auto percentage = workerprogress::readSeparationLine (line))
-                report (*percentage * 0.5 / 100.0 + 0.16, "Separating stems... " + juce::String (*percentage) + "%");
+            if (const auto percentage = workerprogress::readBarLine (line))
+            {
+                fraction = *percentage * 0.5 / 100.0 + 0.16;
+                report (fraction, "Separating stems... " + juce::String (*percentage) + "%");
+            }
+            else if (const auto status = workerprogress::readSetupLine (line))
+            {
+                report (fraction, *status);
+            }
         });
 
     if (threadShouldExit())
@@ -169,52 +173,5 @@ bool PipelineRunner::separate (RunState& state, juce::String& message)
 
 ScriptResult PipelineRunner::runScript (const juce::StringArray& args, LineCallback onLine)
 {
-    ScriptResult result;
-    auto* const process = child.start (args);
-
-    if (process == nullptr)
-        return result;
-
-    result.started = true;
-    std::string pending, lines;
-    std::array<char, 8192> buffer;
-
-    const auto readOnce = [&]
-    {
-        const auto numBytes = process->readProcessOutput (buffer.data(), static_cast<int> (buffer.size()));
-
-        if (numBytes < 1)
-            return false;
-
-        const std::string_view bytes (buffer.data(), static_cast<size_t> (numBytes));
-        pending.append (bytes);
-
-        // A line can be long, and is not to be looked through again for each block of it.
-        if (bytes.find_first_of ("\n\r") != std::string_view::npos)
-            splitLines (pending, lines, onLine, false);
-
-        return true;
-    };
-
-    while (process->isRunning() && ! threadShouldExit())
-        readOnce();
-
-    if (! threadShouldExit())
-    {
-        while (readOnce())
-        {
-        }
-
-        splitLines (pending, lines, onLine, true);
-        result.exitCode = static_cast<int> (process->getExitCode());
-    }
-
-    result.output = decodeUtf8 (lines);
-
-    // A cancel that came before the process was started has not reached it.
-    if (threadShouldExit())
-        child.kill();
-
-    child.empty();
-    return result;
+    return runWorker (child, args, onLine, [this] { return threadShouldExit(); });
 }

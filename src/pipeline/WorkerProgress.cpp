@@ -3,15 +3,30 @@
 namespace workerprogress
 {
 
-std::optional<juce::String> readDownloadLine (const juce::String& line)
+static std::optional<juce::String> readTaggedLine (const juce::String& line, const char* tag)
 {
-    if (! line.startsWith ("[download]"))
+    if (! line.startsWith (tag))
         return {};
 
     return line.fromFirstOccurrenceOf ("]", false, false).trim();
 }
 
-std::optional<int> readSeparationLine (const juce::String& line)
+std::optional<juce::String> readDownloadLine (const juce::String& line)
+{
+    return readTaggedLine (line, "[download]");
+}
+
+std::optional<juce::String> readSetupLine (const juce::String& line)
+{
+    return readTaggedLine (line, "[setup]");
+}
+
+std::optional<juce::String> readPlanLine (const juce::String& line)
+{
+    return readTaggedLine (line, "[plan]");
+}
+
+std::optional<int> readBarLine (const juce::String& line)
 {
     const auto percentSign = line.indexOfChar ('%');
 

@@ -13,7 +13,8 @@ namespace
 constexpr auto usage =
     "Usage: kelvane-render SONG [SONG...] --out DIR [--stems drums,bass,vocals,other] [--full-song]\n"
     "           [--percent P | --bpm FROM:TO | --key FROM:TO] [--resample] [--rate HZ] [--bits 16|24|32]\n"
-    "       kelvane-render SONG [SONG...] --analyze\n";
+    "       kelvane-render SONG [SONG...] --analyze\n"
+    "       kelvane-render --prepare\n";
 
 constexpr auto details = R"(
 Renders each song with its tempo or key changed, as 'SONG - Stems' under DIR. A SONG is a file, or the
@@ -36,6 +37,8 @@ URL of a video (https://...), which is downloaded.
 
   --analyze            render nothing; print each song's tempo and key, as a line of JSON with song,
                        bpm, key_index (0 is C, 11 is B) and key
+  --prepare            fetch everything that links, detection and stems need, so that they start at
+                       once later, and all but links without a network; safe to repeat
 
   --help, --version    print this text, or the version
   --                   what follows is a song, even if it begins with a dash
@@ -301,6 +304,8 @@ private:
             result.settings.stretchMode = StretchMode::TempoAndPitch;
         else if (argument == "--analyze")
             result.action = CommandLine::Action::analyze;
+        else if (argument == "--prepare")
+            result.action = CommandLine::Action::prepare;
         else if (argument == "--help")
             result.action = CommandLine::Action::showHelp;
         else if (argument == "--version")
@@ -315,6 +320,9 @@ private:
 
     juce::String complete()
     {
+        if (result.action == CommandLine::Action::prepare)
+            return arguments.size() == 1 ? juce::String() : "--prepare stands alone.";
+
         if (result.songs.empty())
             return "No song is given.";
 

@@ -12,6 +12,7 @@ struct CommandLine
     {
         render,
         analyze,
+        prepare,
         showHelp,
         showVersion
     };

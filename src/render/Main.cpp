@@ -2,6 +2,7 @@
 #include "pipeline/RunChecks.h"
 #include "pipeline/Utf8.h"
 #include "render/BatchAnalyzer.h"
+#include "render/BatchPreparer.h"
 #include "render/BatchRenderer.h"
 #include "render/CommandLine.h"
 #include "render/ExitStatus.h"
@@ -26,6 +27,9 @@ static int work (const CommandLine& commandLine)
 {
     PythonBridge::enterScriptsDir();
     const juce::ScopedJuceInitialiser_GUI messageLoop;
+
+    if (commandLine.action == CommandLine::Action::prepare)
+        return BatchPreparer().run();
 
     if (commandLine.action == CommandLine::Action::analyze)
         return BatchAnalyzer (commandLine.songs).run();
@@ -89,6 +93,7 @@ int main (int argc, char* argv[])
             return exitstatus::success;
 
         case CommandLine::Action::analyze:
+        case CommandLine::Action::prepare:
         case CommandLine::Action::render:
             break;
     }

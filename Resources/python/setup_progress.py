@@ -1,0 +1,29 @@
+"""Shows what a worker fetches and installs before it can begin its own work, which may take minutes."""
+
+import time
+
+import worker
+
+_INTERVAL_SECONDS = 0.25
+
+
+class SetupProgress:
+    """Prints a line for each step, and while a download is under way a bar as well, for the program to move its own.
+
+    The program shows a line by its tag: "[setup]" while it waits for stems, "[download]" while it waits for a song.
+    """
+
+    def __init__(self, tag: str = "[setup]") -> None:
+        self._tag = tag
+        self._next_time = 0.0
+
+    def step(self, text: str) -> None:
+        worker.say(f"{self._tag} {text}")
+
+    def amount(self, text: str, num_arrived: int, num_needed: int) -> None:
+        """Prints how many bytes have arrived of how many, but at most a few times a second until they are complete."""
+        if time.monotonic() < self._next_time and num_arrived < num_needed:
+            return
+        self._next_time = time.monotonic() + _INTERVAL_SECONDS
+        amounts = f"{num_arrived / 1e6:.1f} of {num_needed / 1e6:.1f} MB"
+        worker.say(f"{worker.bar(num_arrived / max(num_needed, 1))}\n{self._tag} {text}: {amounts}")

@@ -1,0 +1,189 @@
+"""Runs uv for a worker: reports how much of a download has arrived, and explains failures."""
+
+import codecs
+import errno
+import os
+import re
+import subprocess
+import sys
+from collections.abc import Callable
+from enum import Enum
+from functools import partial
+from pathlib import Path
+
+import worker
+
+# Receives the bytes that have arrived and the bytes known to be needed.
+OnProgress = Callable[[int, int], None]
+
+
+class Cause(Enum):
+    """Why uv failed, as far as it matters to the user, with the sentence that says what to do."""
+
+    DISK_FULL = "The disk is full: free some space and try again. What has been fetched is kept."
+    NOT_WRITABLE = "uv could not write to the place that it names above: make it writable and try again."
+    CERTIFICATE = (
+        "The package server could not prove who it is: check this computer's date, or install the certificate "
+        "authority of your network."
+    )
+    NETWORK = (
+        "The packages could not be fetched: check your internet connection and try again. What has been fetched "
+        "is kept."
+    )
+    OTHER = "uv could not install the packages, for the reason that it gives above: update uv and try again."
+
+
+class UvError(worker.WorkerError):
+    """uv failed. The text is what uv said and, as its last line, the sentence of the cause."""
+
+    def __init__(self, words: str) -> None:
+        self.cause = _cause(words)
+        super().__init__(f"{words.strip()}\n{self.cause.value}")
+
+
+def path() -> str | None:
+    """Returns the path of the uv that started this process, or None if none did."""
+    named = os.environ.get("UV")
+    if named or sys.platform != "linux":
+        return named
+    try:
+        parent = os.readlink(f"/proc/{os.getppid()}/exe")  # versions of uv before 0.6 do not set the variable
+    except OSError:
+        return None
+    return parent if os.path.basename(parent) == "uv" else None
+
+
+class Uv:
+    """Runs uv with the configuration beside the scripts instead of the working folder's.
+
+    Every uv that this starts ends with this process, and inherits the given descriptors.
+    """
+
+    def __init__(self, scripts: Path, descriptors: tuple[int, ...] = ()) -> None:
+        self._uv = path() or "uv"
+        self._scripts = scripts
+        self._descriptors = descriptors
+
+    def run(self, *arguments: str | Path, text: str = "", environment: dict[str, str] | None = None) -> str:
+        """Runs uv with the text as its input and returns what it prints. Raises UvError."""
+        done = subprocess.run(
+            self._command(arguments),
+            input=text,
+            capture_output=True,
+            encoding="utf-8",
+            errors="replace",
+            env=os.environ | (environment or {}),
+            **self._options(),
+        )
+        if done.returncode != 0:
+            raise UvError(done.stderr)
+        return done.stdout
+
+    def fetch(self, *arguments: str | Path, on_progress: OnProgress) -> None:
+        """Runs a uv command that downloads. Raises UvError."""
+        # uv draws progress bars only on a terminal, so it gets one.
+        environment = os.environ | {"NO_COLOR": "1", "TERM": "xterm", "COLUMNS": "120"}
+        reader, writer = _terminal()
+        process = subprocess.Popen(
+            self._command(arguments),
+            stdin=subprocess.DEVNULL,
+            stdout=writer,
+            stderr=writer,
+            env=environment,
+            **self._options(),
+        )
+        os.close(writer)
+        screen = _Screen(on_progress)
+        with os.fdopen(reader, "rb", buffering=0) as output:
+            while data := _read(output.fileno()):
+                screen.show(data)
+        if process.wait() != 0:
+            raise UvError(screen.words())
+        screen.finish()
+
+    def _command(self, arguments: tuple[str | Path, ...]) -> list[str | Path]:
+        return [self._uv, *arguments, "--project", self._scripts]
+
+    def _options(self) -> dict[str, object]:
+        if sys.platform != "linux":
+            return {}
+        return {"pass_fds": self._descriptors, "preexec_fn": partial(worker.begin_child, os.getpid())}
+
+
+def _terminal() -> tuple[int, int]:
+    """Returns two descriptors, to read from and to write to: a pseudoterminal, or a pipe where there is none."""
+    try:
+        import termios
+
+        reader, writer = os.openpty()
+        termios.tcsetwinsize(writer, (60, 120))
+    except (ImportError, OSError):
+        return os.pipe()
+    return reader, writer
+
+
+def _read(descriptor: int) -> bytes:
+    try:
+        return os.read(descriptor, 1 << 16)
+    except OSError as error:
+        if error.errno == errno.EIO:  # how a pseudoterminal says that its other end is closed
+            return b""
+        raise
+
+
+_UNITS = {"B": 1, "KiB": 1 << 10, "MiB": 1 << 20, "GiB": 1 << 30}
+
+
+class _Screen:
+    """Reads the bars that uv draws: a frame is a heading and a line for each download that is under way."""
+
+    _HEADING = "Preparing packages..."
+    _BAR = re.compile(r"(\S+)\s+-+\s+([\d.]+) (\w+)/([\d.]+) (\w+)")
+    _SEQUENCE = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]")
+    _DRAWING = re.compile(r"[\u2800-\u28ff]|[█░]{4}|-{8}")
+
+    def __init__(self, on_progress: OnProgress) -> None:
+        self._decoder = codecs.getincrementaldecoder("utf-8")(errors="replace")
+        self._on_progress = on_progress
+        self._text = ""
+        self._sizes: dict[str, int] = {}
+
+    def show(self, data: bytes) -> None:
+        self._text += self._decoder.decode(data)
+        *_, frame, rest = ["", "", *self._text.split(self._HEADING)]
+        bars = self._BAR.findall(frame)
+        if not bars:
+            return
+        self._text = self._HEADING + rest
+        under_way = {name: self._bytes(*amount) for name, *amount, _, _ in bars}
+        self._sizes |= {name: self._bytes(*size) for name, _, _, *size in bars}
+        arrived = sum(under_way.get(name, size) for name, size in self._sizes.items())
+        self._on_progress(arrived, sum(self._sizes.values()))
+
+    def finish(self) -> None:
+        """Reports that all has arrived: uv takes a bar away before it is full."""
+        num_needed = sum(self._sizes.values())
+        if num_needed:
+            self._on_progress(num_needed, num_needed)
+
+    def words(self) -> str:
+        """Returns what uv has said since the last frame, without what it has drawn."""
+        lines = re.split(r"[\r\n]+", self._SEQUENCE.sub("\n", self._text))
+        said = (line.rstrip() for line in lines if line.strip() and not self._DRAWING.search(line))
+        return "\n".join(line for line in said if line != self._HEADING)
+
+    def _bytes(self, amount: str, unit: str) -> int:
+        return int(float(amount) * _UNITS.get(unit, 0))
+
+
+def _cause(words: str) -> Cause:
+    codes = {int(code) for code in re.findall(r"os error (\d+)", words)}
+    if codes & {errno.ENOSPC, errno.EDQUOT}:
+        return Cause.DISK_FULL
+    if codes & {errno.EACCES, errno.EPERM, errno.EROFS}:
+        return Cause.NOT_WRITABLE
+    if "invalid peer certificate" in words:
+        return Cause.CERTIFICATE
+    if re.search(r"Failed to (fetch|download)|error sending request|network|HTTP status|[Tt]imed? ?out", words):
+        return Cause.NETWORK
+    return Cause.OTHER

@@ -1,0 +1,56 @@
+#include "pipeline/PreparationRunner.h"
+
+#include "pipeline/PythonBridge.h"
+#include "pipeline/WorkerProcess.h"
+#include "pipeline/WorkerProgress.h"
+
+PreparationRunner::PreparationRunner() : juce::Thread ("KelvanePreparation") {}
+
+void PreparationRunner::cancel()
+{
+    signalThreadShouldExit();
+    child.kill();
+}
+
+void PreparationRunner::run()
+{
+    juce::String message;
+    const auto success = prepare (message) && ! threadShouldExit();
+
+    juce::MessageManager::callAsync ([callback = onFinished, success, message]
+                                     { juce::NullCheckedInvocation::invoke (callback, success, message); });
+}
+
+bool PreparationRunner::prepare (juce::String& message)
+{
+    const auto uv = PythonBridge::findUv();
+    const auto scripts = PythonBridge::scriptsDir();
+
+    if (uv == juce::File() || scripts == juce::File())
+    {
+        message = uv == juce::File() ? PythonBridge::uvNotFound : PythonBridge::scriptsNotFound;
+        return false;
+    }
+
+    const auto result = runWorker (
+        child, PythonBridge::makeCommand (uv, scripts, "prepare.py", {}),
+        [this] (const juce::String& line) { readLine (line); }, [this] { return threadShouldExit(); });
+
+    message = result.succeeded() ? "Links, detection and stems are ready. All but links work without a network."
+                                 : "The preparation failed.\n\n" + tailOf (words, maxQuotedChars);
+    return result.succeeded();
+}
+
+void PreparationRunner::readLine (const juce::String& line)
+{
+    if (const auto percentage = workerprogress::readBarLine (line))
+        fraction = *percentage / 100.0;
+    else if (const auto plan = workerprogress::readPlanLine (line))
+        juce::MessageManager::callAsync ([callback = onPlan, text = *plan]
+                                         { juce::NullCheckedInvocation::invoke (callback, text); });
+    else if (const auto status = workerprogress::readSetupLine (line))
+        juce::MessageManager::callAsync ([callback = onProgress, done = fraction, text = *status]
+                                         { juce::NullCheckedInvocation::invoke (callback, done, text); });
+    else
+        words << line << '\n';
+}

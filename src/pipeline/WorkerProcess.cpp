@@ -1,0 +1,59 @@
+#include "pipeline/WorkerProcess.h"
+
+#include "pipeline/Utf8.h"
+
+#include <array>
+#include <string_view>
+
+ScriptResult runWorker (ChildSlot& slot, const juce::StringArray& args, const LineCallback& onLine,
+                        const std::function<bool()>& shouldExit)
+{
+    ScriptResult result;
+    auto* const process = slot.start (args);
+
+    if (process == nullptr)
+        return result;
+
+    result.started = true;
+    std::string pending, lines;
+    std::array<char, 8192> buffer;
+
+    const auto readOnce = [&]
+    {
+        const auto numBytes = process->readProcessOutput (buffer.data(), static_cast<int> (buffer.size()));
+
+        if (numBytes < 1)
+            return false;
+
+        const std::string_view bytes (buffer.data(), static_cast<size_t> (numBytes));
+        pending.append (bytes);
+
+        // A line may be long: searching it again for each of its blocks would take quadratic time.
+        if (bytes.find_first_of ("\n\r") != std::string_view::npos)
+            splitLines (pending, lines, onLine, false);
+
+        return true;
+    };
+
+    while (process->isRunning() && ! shouldExit())
+        readOnce();
+
+    if (! shouldExit())
+    {
+        while (readOnce())
+        {
+        }
+
+        splitLines (pending, lines, onLine, true);
+        result.exitCode = static_cast<int> (process->getExitCode());
+    }
+
+    result.output = decodeUtf8 (lines);
+
+    // A cancel that came before the process was started has not reached it.
+    if (shouldExit())
+        slot.kill();
+
+    slot.empty();
+    return result;
+}
