@@ -61,6 +61,11 @@ if(KELVANE_UV_FOLDER)
 endif()
 
 if(APPLE)
+    # PyTorch for Intel Macs ends with Python 3.12. uv obeys this file beside the scripts, also where one bundle serves
+    # both kinds of Mac.
+    file(WRITE "${CMAKE_BINARY_DIR}/.python-version" ">=3.11,<3.13\n")
+    install(FILES "${CMAKE_BINARY_DIR}/.python-version" DESTINATION ${scripts_folder})
+
     # Files have come into the bundle since the linker signed it, and processors of Apple's own start no broken signature.
     install(CODE [[
         execute_process(

@@ -11,6 +11,7 @@ Run by itself, as "uv run environment.py SCRIPT", it prints the interpreter that
 
 import hashlib
 import os
+import platform
 import re
 import shutil
 import sys
@@ -49,6 +50,10 @@ def enter(script: Path, progress: SetupProgress | None = None) -> None:
     Returns if the process runs in it already, and where packages are not Kelvane's to install: on other systems, and
     if no uv has started the process. Raises WorkerError if the environment could not be made.
     """
+    if _is_new_python_on_intel_mac() and _Requirements.read(script).include_torch():
+        raise worker.WorkerError(
+            "PyTorch for Intel Macs ends with Python 3.12: install that version, set UV_PYTHON to 3.12, and try again."
+        )
     if sys.platform != "linux" or Path(sys.prefix, _RECEIPT).exists() or uv_tool.path() is None:
         return
     entered = os.environ.get(_ENTERED)
@@ -228,6 +233,10 @@ def _impatient() -> dict[str, str]:
 def _cache_folder() -> Path:
     cache = os.environ.get("XDG_CACHE_HOME", "")
     return (Path(cache) if os.path.isabs(cache) else Path.home() / ".cache") / "kelvane"
+
+
+def _is_new_python_on_intel_mac() -> bool:
+    return sys.platform == "darwin" and platform.machine() == "x86_64" and sys.version_info >= (3, 13)
 
 
 def _has_nvidia_driver() -> bool:

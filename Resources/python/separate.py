@@ -2,7 +2,7 @@
 # requires-python = ">=3.11,<3.15"
 # dependencies = [
 #   "av==18.1.0; sys_platform != 'linux'",
-#   "demucs==4.1.0; sys_platform != 'linux'",
+#   "demucs==4.1.0; sys_platform != 'linux' and (platform_machine != 'x86_64' or python_version < '3.13')",
 #   "huggingface-hub==2.4.0; sys_platform != 'linux'",
 #   "numpy; sys_platform != 'linux'",
 #   "torch>=2.6,<2.14; sys_platform != 'linux' and (sys_platform != 'darwin' or platform_machine != 'x86_64')",

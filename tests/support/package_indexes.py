@@ -14,14 +14,15 @@ from pathlib import Path
 class PackageIndexes:
     """One with upload times under /simple, and PyTorch's own, without them, under /whl/BACKEND.
 
-    requests holds the path of each request. What begins with out_of_order is answered by a 404, and what ends with
-    stalled comes when released is set.
+    requests holds the path of each request. What begins with out_of_order is answered by a 404. What ends with
+    stalled stops in the middle until released is set, and what ends with cut stops there for good.
     """
 
     def __init__(self, folder: Path) -> None:
         self.requests: list[str] = []
         self.out_of_order: tuple[str, ...] = ()
         self.stalled: tuple[str, ...] = ()
+        self.cut: tuple[str, ...] = ()
         self.released = threading.Event()
         self._answers: dict[str, bytes] = {}
         self._files: dict[str, list[dict[str, object]]] = {}
@@ -41,8 +42,10 @@ class PackageIndexes:
         self._server.shutdown()
         self._server.server_close()
 
-    def add(self, page: str, version: str, uploaded: str | None = None, requires: tuple[str, ...] = ()) -> None:
-        """Adds a package of one module, which tells its version, to the page of its name."""
+    def add(
+        self, page: str, version: str, uploaded: str | None = None, requires: tuple[str, ...] = (), size: int = 0
+    ) -> None:
+        """Adds a package of one module, which holds its version and size bytes, to the page of its name."""
         name = page.rpartition("/")[2].replace("-", "_")
         record = f"{name}-{version}.dist-info"
         metadata = f"Metadata-Version: 2.1\nName: {name}\nVersion: {version}\n"
@@ -50,6 +53,7 @@ class PackageIndexes:
         wheel = io.BytesIO()
         with zipfile.ZipFile(wheel, "w") as archive:
             archive.writestr(f"{name}/__init__.py", f'__version__ = "{version}"\n')
+            archive.writestr(f"{name}/data", bytes(size))
             archive.writestr(f"{record}/METADATA", metadata)
             archive.writestr(f"{record}/WHEEL", "Wheel-Version: 1.0\nRoot-Is-Purelib: true\nTag: py3-none-any\n")
             archive.writestr(f"{record}/RECORD", "")
@@ -67,8 +71,6 @@ class PackageIndexes:
 
     def answer(self, path: str) -> bytes | None:
         self.requests.append(path)
-        if path.endswith(self.stalled):
-            self.released.wait()
         return None if path.startswith(self.out_of_order) else self._answers.get(path)
 
     def context(self, host: str) -> ssl.SSLContext:
@@ -108,8 +110,18 @@ class _Handler(BaseHTTPRequestHandler):
         kind = "application/vnd.pypi.simple.v1+json" if self.path.endswith("/") else "application/octet-stream"
         self.send_header("Content-Type", kind)
         self.end_headers()
-        if self.command == "GET":
-            self.wfile.write(body or b"")
+        if self.command == "GET" and body:
+            self._send(body)
+
+    def _send(self, body: bytes) -> None:
+        middle = len(body) // 2
+        self.wfile.write(body[:middle])
+        if self.path.endswith(self.indexes.cut):
+            self.close_connection = True
+            return
+        if self.path.endswith(self.indexes.stalled):
+            self.indexes.released.wait()
+        self.wfile.write(body[middle:])
 
     do_HEAD = do_GET  # the name that the base class looks for
 

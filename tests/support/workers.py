@@ -3,7 +3,6 @@
 import os
 import shutil
 import subprocess
-import sys
 from functools import cache
 from pathlib import Path
 
@@ -25,11 +24,7 @@ ENVIRONMENT = os.environ | {"UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", ""
 @cache
 def provide(script: str) -> Path:
     """Installs what a worker needs, and returns the interpreter that has it. Skips the test where it cannot be had."""
-    path = SCRIPTS / script
-    _run_uv(script, "sync", "--script", path)
-    if sys.platform == "linux" and script == "separate.py":
-        return Path(_run_uv(script, "run", SCRIPTS / "environment.py", path).splitlines()[-1])
-    return Path(_run_uv(script, "python", "find", "--script", path).strip())
+    return Path(_run_uv(script, "run", SCRIPTS / "environment.py", SCRIPTS / script).splitlines()[-1])
 
 
 def _run_uv(script: str, *arguments: str | Path) -> str:

@@ -4,6 +4,7 @@ import os
 import re
 import shutil
 import subprocess
+import sys
 import time
 from collections.abc import Iterator
 from pathlib import Path
@@ -24,7 +25,9 @@ import environment
 def main(arguments):
     environment.enter(Path(__file__))
     import numpy, torch
-    print(f"numpy {numpy.__version__}, torch {torch.__version__}, {arguments} in {sys.prefix}")
+    print(f"numpy {numpy.__version__}, torch {torch.__version__}, {arguments} in {sys.prefix}", flush=True)
+    if arguments == ["wait"]:
+        sys.stdin.read()
 
 worker.run(main)
 """
@@ -106,7 +109,7 @@ def test_the_build_that_fits_is_installed_once(
     command = [script, "a b", "é"]
     lines = run_worker(*command, environment=environment | variables, status=0)
     assert result(lines)[0] == build
-    has_fallen_back = any(line.startswith("PyTorch's own index cannot be used") for line in lines)
+    has_fallen_back = any("out of reach: fetching the ordinary one" in line for line in lines)
     assert has_fallen_back == (build == "2.13.0" and "UV_DEFAULT_INDEX" not in variables)
 
     indexes.close()
@@ -130,11 +133,64 @@ def test_what_is_damaged_is_named_or_made_again(environment: dict[str, str], scr
     assert result(run_worker(*command, environment=environment, status=0))[1] == folder
 
 
+def test_a_broken_download_is_not_replaced_by_another_build(
+    indexes: PackageIndexes, environment: dict[str, str], script: Path, tmp_path: Path
+) -> None:
+    torch = "torch-2.13.0%2Bcpu-py3-none-any.whl"
+    indexes.cut = (torch,)
+    broken = environment | {"UV_CONCURRENT_DOWNLOADS": "1"}
+    lines = run_worker(script, "a b", "é", environment=broken, status=1)
+    assert lines[-1].startswith("The packages could not be fetched: check your internet connection")
+    assert not made(tmp_path)
+    assert not any(path.startswith("/simple/torch/torch") for path in indexes.requests)
+
+    before, indexes.cut = set(indexes.requests), ()
+    lines = run_worker(script, "a b", "é", environment=environment, status=0)
+    assert result(lines)[0] == "2.13.0+cpu"
+    wheels = [path for path in indexes.requests if path.endswith(".whl")]
+    kept = [path for path in before if path.endswith(".whl") and not path.endswith(torch)]
+    assert all(wheels.count(path) == 1 for path in kept)
+
+
+@pytest.mark.parametrize("full", ["uv", "cache"])
+def test_a_full_disk(
+    full: str, indexes: PackageIndexes, environment: dict[str, str], script: Path, tmp_path: Path
+) -> None:
+    indexes.add("/whl/cpu/torch", "2.13.1+cpu", size=4_000_000)
+    disk = tmp_path / full
+    disk.mkdir()
+    in_namespace = ["unshare", "--mount", "--map-root-user", "sh", "-c"]
+    mount = f"mount -t tmpfs -o size=2m tmpfs {disk} && "
+    if subprocess.run([*in_namespace, mount + "true"], capture_output=True).returncode != 0:
+        pytest.skip("No disk can be mounted here")
+    command = [*in_namespace, mount + f'exec {UV} run --quiet "$@"', "sh", script, "a b", "é"]
+    done = subprocess.run(command, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    assert done.returncode == 1
+    assert done.stdout.splitlines()[-1].startswith("The disk is full: free some space"), done.stdout
+    assert "ordinary" not in done.stdout
+
+
 def test_no_network(indexes: PackageIndexes, environment: dict[str, str], script: Path, tmp_path: Path) -> None:
     indexes.out_of_order = ("/",)
     lines = run_worker(script, environment=environment, status=1)
-    assert lines[-1].endswith("connect to the internet, or free some space, and try again.")
+    assert lines[-1].startswith("The packages could not be fetched: check your internet connection")
     assert not made(tmp_path)
+
+
+def test_without_uv_nothing_is_installed(script: Path, environment: dict[str, str], tmp_path: Path) -> None:
+    environment = {name: value for name, value in environment.items() if name != "UV"}
+    done = subprocess.run([sys.executable, script], env=environment, capture_output=True, text=True)
+    assert done.returncode == 1
+    assert "torch" in done.stdout
+    assert not (tmp_path / "cache").exists()
+
+
+def test_no_python_is_chosen_that_is_too_new(environment: dict[str, str], tmp_path: Path) -> None:
+    nothing = {"UV_PYTHON_INSTALL_DIR": str(tmp_path), "UV_PYTHON_INSTALL_MIRROR": f"file://{tmp_path}", "PATH": "/"}
+    for script in (path for path in SCRIPTS.glob("*.py") if path.read_text().startswith("# /// script")):
+        command = [UV, "run", script]
+        done = subprocess.run(command, env=environment | nothing, capture_output=True, text=True)
+        assert "cpython-3.14." in done.stderr, script
 
 
 def start(script: Path, environment: dict[str, str]) -> subprocess.Popen[str]:
@@ -146,6 +202,13 @@ def wait_for_the_download(process: subprocess.Popen[str], indexes: PackageIndexe
     while not any(path.endswith(indexes.stalled) for path in indexes.requests):
         assert process.poll() is None, process.stdout.read()
         time.sleep(0.01)
+
+
+def test_shows_how_much_has_arrived(indexes: PackageIndexes, environment: dict[str, str], script: Path) -> None:
+    indexes.add("/whl/cpu/torch", "2.13.1+cpu", size=4_000_000)
+    lines = run_worker(script, "a b", "é", environment=environment, status=0)
+    assert "100%|##########|" in lines
+    assert any(re.fullmatch(r"\[setup\] Fetching packages: ([\d.]+) of \1 MB", line) for line in lines), lines
 
 
 def test_killed_in_the_middle_it_starts_again(
@@ -174,24 +237,33 @@ def test_two_at_once_install_once(
     with start(script, patient) as first:
         wait_for_the_download(first, indexes)
         with start(script, patient) as second:
-            assert second.stdout.readline() == "Waiting for another Kelvane that is installing the same\n"
+            assert second.stdout.readline().startswith("[setup] Waiting for another Kelvane")
             indexes.released.set()
             outputs = [process.communicate()[0].splitlines() for process in (first, second)]
     assert result(outputs[0]) == result(outputs[1])
-    assert not any("Installing" in line for line in outputs[1])
+    assert not any("Fetching" in line for line in outputs[1])
 
 
-def test_other_requirements_leave_the_old_environment_as_it_is(
+def test_an_older_environment_goes_when_nobody_uses_it(
     indexes: PackageIndexes, environment: dict[str, str], script: Path, tmp_path: Path
 ) -> None:
     _, old = result(run_worker(script, "a b", "é", environment=environment, status=0))
-    before = {path: path.stat().st_mtime_ns for path in old.rglob("*")}
     name, version = PINNED[0]
-    indexes.add(f"/simple/{name}", "99.0", BEFORE)
-    shutil.rmtree(tmp_path / "uv")
-    script.write_text(script.read_text().replace(f"{name}=={version}", f"{name}==99.0"))
+    for newer in ("98.0", "99.0"):
+        indexes.add(f"/simple/{name}", newer, BEFORE)
+    text = script.read_text()
 
-    _, new = result(run_worker(script, "a b", "é", environment=environment, status=0))
-    assert list(new.rglob(f"{name}-99.0.dist-info"))
-    assert made(tmp_path) == sorted([old.name, new.name])
-    assert before == {path: path.stat().st_mtime_ns for path in old.rglob("*")}
+    def install(newer: str) -> Path:
+        script.write_text(text.replace(f"{name}=={version}", f"{name}=={newer}"))
+        _, folder = result(run_worker(script, "a b", "é", environment=environment, status=0))
+        assert list(folder.rglob(f"{name}-{newer}.dist-info"))
+        return folder
+
+    command = [UV, "run", "--quiet", script, "wait"]
+    with subprocess.Popen(command, env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE) as user:
+        assert user.stdout.readline()
+        old.with_suffix(".part").mkdir()
+        newer = install("98.0")
+        assert made(tmp_path) == sorted([old.name, f"{old.name}.part", newer.name])
+    newest = install("99.0")
+    assert made(tmp_path) == [newest.name]
