@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -112,9 +113,10 @@ def start(environment: dict[str, str], tmp_path: Path) -> Iterator[Start]:
         ("stalled", ["--full-song"], "waiting for the server", 2),
         ("long", ["--full-song", "--bpm", "auto:100"], "Detecting", 2),
         ("long", ["--stems", "bass"], "Separating stems... 1%", 2),
-        ("installing", ["--stems", "bass"], "Separating", 3),
+        ("installing", ["--stems", "bass"], "Fetching", 3),
+        ("", ["--prepare"], "Looking for", 3),
     ],
-    ids=["download", "detection", "separation", "installation"],
+    ids=["download", "detection", "separation", "installation", "preparation"],
 )
 def test_nothing_outlives_the_program(
     start: Start,
@@ -128,7 +130,7 @@ def test_nothing_outlives_the_program(
     end: Callable[[subprocess.Popen[str]], None],
 ) -> None:
     changed = {}
-    if song == "installing":  # from an index that does not answer
+    if song in ("installing", ""):  # from an index that does not answer
         changed = {
             "UV_CACHE_DIR": str(tmp_path / "cold"),
             "XDG_CACHE_HOME": str(tmp_path / "cold"),
@@ -136,7 +138,7 @@ def test_nothing_outlives_the_program(
             "UV_FIND_LINKS": "",
         }
     source = f"{site.address}/stalled.ogg" if song == "stalled" else long_song
-    program = start(source, "--out", "out", *arguments, **changed)
+    program = start(*([source, "--out", "out"] if song else []), *arguments, **changed)
 
     # The sign that the worker is at work shows too that its lines arrive while it is.
     assert any(sign in line for line in program.stdout)
@@ -147,6 +149,24 @@ def test_nothing_outlives_the_program(
     assert gone(family, 10)
     if end is not kill:
         assert program.stderr.read().endswith("Cancelled.\n")
+
+
+def test_after_a_preparation_no_network_is_needed(
+    render: Run, environment: dict[str, str], model_hub: str, tmp_path: Path
+) -> None:
+    environment |= {"XDG_CACHE_HOME": str(tmp_path / "cache"), "HF_HOME": str(tmp_path / "hub"), "HF_HUB_OFFLINE": "0"}
+    environment["HF_ENDPOINT"] = model_hub
+    result = render("--prepare")
+    assert result.returncode == 0, result.stdout + result.stderr
+    for purpose in ("Links", "Detection", "Stems"):
+        assert re.search(rf"^{purpose}: \d+ MB to fetch$", result.stdout, re.MULTILINE)
+    assert "100%  Fetching the model: 0.2 of 0.2 MB" in result.stdout
+
+    nowhere = "http://127.0.0.1:9"
+    environment |= {"HF_ENDPOINT": nowhere, "HTTPS_PROXY": nowhere, "UV_OFFLINE": "1"}
+    assert "Stems: ready" in render("--prepare").stdout
+    result = render(DEMO_SONG, "--stems", "vocals", "--bpm", "auto:140", "--out", "out")
+    assert result.returncode == 0, result.stdout + result.stderr
 
 
 def test_a_cancel_during_a_workers_start(start: Start, site: Site) -> None:
