@@ -2,12 +2,9 @@
 
 #include <juce_core/juce_core.h>
 
-/** @returns where a job can make a folder of its own, under "Kelvane" in the system's temporary folder; it is not
-    there yet, and no other job is given the same
+/** Names a folder that a job can make for itself in the system's temporary folder. No other job gets the same name.
+
+    Its parent is "Kelvane", which is made here if it is missing, and which no other user can open. If somebody else has
+    taken that name, the parent is "Kelvane-" and the user's number, or, if that is taken too, a new name each time.
 */
-inline juce::File newTemporaryFolder (const juce::String& prefix = {})
-{
-    return juce::File::getSpecialLocation (juce::File::tempDirectory)
-        .getChildFile ("Kelvane")
-        .getChildFile (prefix + juce::Uuid().toString());
-}
+juce::File newTemporaryFolder (const juce::String& prefix = {});

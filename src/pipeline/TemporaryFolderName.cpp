@@ -1,0 +1,58 @@
+#include "pipeline/TemporaryFolderName.h"
+
+#if ! JUCE_WINDOWS
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+static juce::File systemFolder()
+{
+    const auto folder = juce::File::getSpecialLocation (juce::File::tempDirectory);
+
+    // JUCE takes an empty TMPDIR for a folder without a name.
+    return folder != juce::File() ? folder : juce::File ("/tmp");
+}
+
+#if JUCE_WINDOWS
+static juce::File parentFolder()
+{
+    return systemFolder().getChildFile ("Kelvane");
+}
+#else
+/** Makes a folder that only this user can open, or closes one of this user's to all others.
+    @returns false if something else has that name, such as another user's folder or a link
+*/
+static bool makePrivate (const juce::File& folder)
+{
+    const auto path = folder.getFullPathName();
+
+    if (mkdir (path.toRawUTF8(), S_IRWXU) == 0)
+        return true;
+
+    struct stat status = {};
+
+    if (lstat (path.toRawUTF8(), &status) != 0 || ! S_ISDIR (status.st_mode) || status.st_uid != geteuid())
+        return false;
+
+    return (status.st_mode & (S_IRWXG | S_IRWXO)) == 0 || chmod (path.toRawUTF8(), S_IRWXU) == 0;
+}
+
+static juce::File parentFolder()
+{
+    const auto folder = systemFolder();
+    const auto usual = folder.getChildFile ("Kelvane");
+    folder.createDirectory();
+
+    for (const auto& candidate : { usual, folder.getChildFile ("Kelvane-" + juce::String (geteuid())),
+                                   folder.getChildFile ("Kelvane-" + juce::Uuid().toString()) })
+        if (makePrivate (candidate))
+            return candidate;
+
+    return usual;
+}
+#endif
+
+juce::File newTemporaryFolder (const juce::String& prefix)
+{
+    return parentFolder().getChildFile (prefix + juce::Uuid().toString());
+}

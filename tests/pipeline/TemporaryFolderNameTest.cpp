@@ -1,0 +1,61 @@
+#include "pipeline/TemporaryFolderName.h"
+
+#include "support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+class TemporaryFolderNameTest : public testing::Test
+{
+protected:
+    TemporaryFolderNameTest() { setenv ("TMPDIR", folder.get().getFullPathName().toRawUTF8(), 1); }
+    ~TemporaryFolderNameTest() override { unsetenv ("TMPDIR"); }
+
+    juce::String path (const juce::String& name) const { return folder.getChild (name).getFullPathName(); }
+
+    /** Checks that the new folder's parent is closed to others. @returns the parent's name */
+    static juce::String parentOf (const juce::File& newFolder)
+    {
+        struct stat status = {};
+        EXPECT_EQ (lstat (newFolder.getParentDirectory().getFullPathName().toRawUTF8(), &status), 0);
+        EXPECT_EQ (status.st_mode, static_cast<mode_t> (S_IFDIR | S_IRWXU));
+        return newFolder.getParentDirectory().getFileName();
+    }
+
+    TemporaryFolder folder;
+};
+
+TEST_F (TemporaryFolderNameTest, ClosesItsParentToOthers)
+{
+    EXPECT_EQ (parentOf (newTemporaryFolder()), "Kelvane");
+    ASSERT_EQ (chmod (path ("Kelvane").toRawUTF8(), 0777), 0);
+    EXPECT_EQ (parentOf (newTemporaryFolder()), "Kelvane");
+}
+
+TEST_F (TemporaryFolderNameTest, KeepsOutOfWhatIsNotThisUsers)
+{
+    const auto ownName = "Kelvane-" + juce::String (geteuid());
+    ASSERT_EQ (symlink ("/var/tmp", path ("Kelvane").toRawUTF8()), 0);
+    EXPECT_EQ (parentOf (newTemporaryFolder()), ownName);
+
+    if (geteuid() == 0)
+    {
+        constexpr auto somebody = 12345;
+        ASSERT_EQ (chown (path (ownName).toRawUTF8(), somebody, somebody), 0);
+    }
+    else
+    {
+        ASSERT_TRUE (folder.getChild (ownName).deleteRecursively());
+        ASSERT_EQ (symlink ("/var/tmp", path (ownName).toRawUTF8()), 0);
+    }
+
+    const auto fresh = parentOf (newTemporaryFolder());
+    EXPECT_TRUE (fresh.startsWith ("Kelvane-") && fresh != ownName) << fresh;
+}
+
+TEST_F (TemporaryFolderNameTest, AnEmptyVariableNamesNoFolder)
+{
+    setenv ("TMPDIR", "", 1);
+    EXPECT_EQ (newTemporaryFolder().getParentDirectory().getParentDirectory(), juce::File ("/tmp"));
+}
