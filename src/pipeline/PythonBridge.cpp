@@ -5,6 +5,7 @@
 #include "pipeline/WorkerOutput.h"
 
 #include <cstdlib>
+#include <functional>
 #include <vector>
 
 namespace PythonBridge
@@ -122,16 +123,105 @@ juce::StringArray makeCommand (const juce::File& uv, const juce::File& scripts, 
 }
 
 #if ! JUCE_WINDOWS
-/** What the user has named from the old working folder shall mean the same from the new one. */
+/** Variables that hold one path, of something that need not exist yet. */
+static constexpr const char* pathVariables[] {
+    "DENO_DIR",
+    "HF_HOME",
+    "HF_HUB_CACHE",
+    "HUGGINGFACE_HUB_CACHE",
+    "KELVANE_UV",
+    "NETRC",
+    "SSLKEYLOGFILE",
+    "SSL_CERT_FILE",
+    "SSL_CLIENT_CERT",
+    "TEMP",
+    "TMP",
+    "TMPDIR",
+    "UV_CACHE_DIR",
+    "UV_CONFIG_FILE",
+    "UV_CREDENTIALS_DIR",
+    "UV_PROJECT",
+    "UV_PYTHON_BIN_DIR",
+    "UV_PYTHON_CACHE_DIR",
+    "UV_PYTHON_INSTALL_DIR",
+    "UV_WORKING_DIR",
+    "XDG_BIN_HOME",
+    "XDG_CACHE_HOME",
+    "XDG_CONFIG_HOME",
+    "XDG_DATA_HOME",
+};
+
+/** A variable whose entries may be paths, but also URLs, names or versions. */
+struct ListVariable
+{
+    const char* name;
+    const char* separator;
+};
+
+static constexpr auto noSeparator = "";
+
+static constexpr ListVariable listVariables[] {
+    { "PATH", ":" },
+    { "SSL_CERT_DIR", ":" },
+    { "UV_BUILD_CONSTRAINT", " " },
+    { "UV_CONSTRAINT", " " },
+    { "UV_DEFAULT_INDEX", noSeparator },
+    { "UV_ENV_FILE", " " },
+    { "UV_EXCLUDE", " " },
+    { "UV_EXTRA_INDEX_URL", " " },
+    { "UV_FIND_LINKS", "," },
+    { "UV_INDEX", " " },
+    { "UV_INDEX_URL", noSeparator },
+    { "UV_OVERRIDE", " " },
+    { "UV_PYTHON", noSeparator },
+    { "UV_PYTHON_DOWNLOADS_JSON_URL", noSeparator },
+    { "UV_PYTHON_SEARCH_PATH", ":" },
+};
+
+static juce::String makeAbsolute (const juce::String& path)
+{
+    if (path.isEmpty() || juce::File::isAbsolutePath (path))
+        return path;
+
+    return childNamed (juce::File::getCurrentWorkingDirectory(), path).getFullPathName();
+}
+
+/** Leaves alone what names no existing file, as a URL does. An index may have its own name and "=" ahead of its path.
+ */
+static juce::String makeEntryAbsolute (const juce::String& entry)
+{
+    for (const auto& path : { entry, entry.fromFirstOccurrenceOf ("=", false, false) })
+        if (path.isNotEmpty() && juce::File (makeAbsolute (path)).exists())
+            return entry.dropLastCharacters (path.length()) + makeAbsolute (path);
+
+    return entry;
+}
+
+static void changeVariable (const char* name, const std::function<juce::String (const juce::String&)>& change)
+{
+    const auto value = juce::SystemStats::getEnvironmentVariable (name, {});
+
+    if (const auto changed = change (value); changed != value)
+        setenv (name, changed.toRawUTF8(), 1);
+}
+
+/** Keeps the meaning of relative paths in the environment when the working folder changes. */
 static void makePathsAbsolute()
 {
-    for (const auto* name : { "KELVANE_UV", "UV_CACHE_DIR", "HF_HOME", "HF_HUB_CACHE", "XDG_CACHE_HOME", "TMPDIR" })
-    {
-        const auto path = juce::SystemStats::getEnvironmentVariable (name, {});
+    for (const auto* name : pathVariables)
+        changeVariable (name, makeAbsolute);
 
-        if (path.isNotEmpty() && ! juce::File::isAbsolutePath (path))
-            setenv (name, childNamed (juce::File::getCurrentWorkingDirectory(), path).getFullPathName().toRawUTF8(), 1);
-    }
+    for (const auto& variable : listVariables)
+        changeVariable (variable.name,
+                        [&variable] (const juce::String& value)
+                        {
+                            auto entries = juce::StringArray::fromTokens (value, variable.separator, {});
+
+                            for (auto& entry : entries)
+                                entry = makeEntryAbsolute (entry);
+
+                            return entries.joinIntoString (variable.separator);
+                        });
 }
 #endif
 

@@ -244,3 +244,31 @@ def test_ctrl_c_cancels(tmp_path: Path, environment: dict[str, str]) -> None:
     assert len(outputs) < len(songs)
     for path in outputs:
         assert subprocess.run(["soxi", "-s", path], capture_output=True, text=True).stdout.strip() != "0"
+
+
+def test_relative_paths_in_the_environment_keep_their_meaning(environment: dict[str, str], tmp_path: Path) -> None:
+    here = tmp_path / "here"
+    (here / "wheels").mkdir(parents=True)
+    (here / "uv").write_text(f"#!/bin/sh\nenv -0 > {tmp_path}/seen\n")
+    (here / "uv").chmod(0o755)
+    given = {
+        "KELVANE_UV": "uv",
+        "UV_CONFIG_FILE": "missing.toml",
+        "XDG_DATA_HOME": "../data",
+        "SSL_CERT_DIR": "wheels:/etc/ssl/certs",
+        "UV_FIND_LINKS": "wheels,https://index.invalid/wheels,missing",
+        "UV_INDEX": "https://index.invalid mine=./wheels",
+        "UV_PYTHON": "3.11",
+        "TMPDIR": "",
+    }
+    expected = given | {
+        "KELVANE_UV": f"{here}/uv",
+        "UV_CONFIG_FILE": f"{here}/missing.toml",
+        "XDG_DATA_HOME": f"{tmp_path}/data",
+        "SSL_CERT_DIR": f"{here}/wheels:/etc/ssl/certs",
+        "UV_FIND_LINKS": f"{here}/wheels,https://index.invalid/wheels,missing",
+        "UV_INDEX": f"https://index.invalid mine={here}/wheels",
+    }
+    subprocess.run([RENDER, "--analyze", DEMO_SONG], cwd=here, env=environment | given, capture_output=True)
+    seen = dict(line.partition("=")[::2] for line in (tmp_path / "seen").read_text().split("\0"))
+    assert {name: seen[name] for name in given} == expected
