@@ -9,10 +9,7 @@
 Arguments: AUDIO [--bpm] [--key]. Prints RESULT:: and a JSON object with "bpm", "key_index" (0 to 11, from C), or both.
 """
 
-import json
-import os
 import sys
-from pathlib import Path
 
 sys.dont_write_bytecode = True  # nothing is written beside the scripts
 import worker
@@ -20,18 +17,15 @@ import worker
 worker.end_with_uv()
 import environment
 
-environment.enter(Path(__file__))
 sys.dont_write_bytecode = False
 
-os.environ["OPENBLAS_NUM_THREADS"] = "1"  # has to be set ahead of NumPy: its idle threads would cost more than they do
-import numpy as np
+import json
+import os
+from pathlib import Path
+from typing import TYPE_CHECKING
 
-sys.dont_write_bytecode = True
-from key import detect_key
-from spectrum import RATE
-from tempo import detect_tempo
-
-sys.dont_write_bytecode = False
+if TYPE_CHECKING:
+    import numpy as np
 
 # Tempo and key show in the first minutes, and an hour would take a minute to read.
 _MAX_SECONDS = 240
@@ -39,7 +33,17 @@ _SILENCE = 1e-4  # -80 dB of full scale
 
 
 def main(arguments: list[str]) -> None:
+    environment.enter(Path(__file__))
     path, *wanted = arguments
+    os.environ["OPENBLAS_NUM_THREADS"] = "1"  # has to be set before NumPy loads: its idle threads only cost time
+    import numpy  # noqa: F401  # on its own, so that its bytecode is kept
+
+    sys.dont_write_bytecode = True
+    from key import detect_key
+    from tempo import detect_tempo
+
+    sys.dont_write_bytecode = False
+
     samples = _samples(path)
     result: dict[str, float | int] = {}
     if "--bpm" in wanted:
@@ -49,8 +53,11 @@ def main(arguments: list[str]) -> None:
     print("RESULT::" + json.dumps(result))
 
 
-def _samples(path: str) -> np.ndarray:
+def _samples(path: str) -> "np.ndarray":
     """The song in mono, with its peak at 1."""
+    import numpy as np
+    from spectrum import RATE
+
     channels = np.nan_to_num(worker.read_audio(path, RATE, "stereo", _MAX_SECONDS), posinf=0, neginf=0)
     loudest = 100 * float(np.quantile(np.abs(channels[:, ::16]), 0.99)) if channels.size else 0
     left, right = channels.clip(-loudest, loudest) if loudest > 0 else channels  # one damaged sample drowns all others

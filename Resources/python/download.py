@@ -38,10 +38,11 @@ class Downloader:
         os.environ["YTDLP_NO_PLUGINS"] = "1"  # no song may depend on what a user has installed for yt-dlp
         from yt_dlp import YoutubeDL
 
-        has_own_certificates = "SSL_CERT_FILE" in os.environ or "SSL_CERT_DIR" in os.environ
+        # Those of Linux are named by surroundings.py, and those of Windows found by Python.
+        names_certificates = "SSL_CERT_FILE" in os.environ or "SSL_CERT_DIR" in os.environ
         self._yt_dlp = YoutubeDL(
             {
-                "compat_opts": {"no-certifi"} if has_own_certificates else set(),
+                "compat_opts": {"no-certifi"} if names_certificates or sys.platform == "win32" else set(),
                 "external_downloader": {"default": "native"},
                 "extract_flat": "in_playlist",
                 "fixup": "never",

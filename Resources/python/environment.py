@@ -24,12 +24,10 @@ from pathlib import Path
 from typing import Any
 
 import file_lock
+import surroundings
 import uv_tool
 import worker
 from setup_progress import SetupProgress
-
-# Written into an environment. It tells a reader what the folder holds, and a worker that it runs in one.
-_RECEIPT = "installed-by-kelvane.txt"
 
 # Names the environment that a process has been restarted in, so that it is not restarted for ever.
 _ENTERED = "KELVANE_ENTERED_ENVIRONMENT"
@@ -48,17 +46,19 @@ def enter(script: Path, progress: SetupProgress | None = None) -> None:
     """Restarts the process in the script's environment, which is made if it is missing.
 
     Returns if the process runs in it already, and where packages are not Kelvane's to install: on other systems, and
-    if no uv has started the process. Raises WorkerError if the environment could not be made.
+    if the user has chosen the interpreter instead of uv. Raises WorkerError if the environment could not be made.
     """
     if _is_new_python_on_intel_mac() and _Requirements.read(script).include_torch():
         raise worker.WorkerError(
             "PyTorch for Intel Macs ends with Python 3.12: install that version, set UV_PYTHON to 3.12, and try again."
         )
-    if sys.platform != "linux" or Path(sys.prefix, _RECEIPT).exists() or uv_tool.path() is None:
+    if sys.platform != "linux" or Path(sys.prefix, surroundings.RECEIPT).exists():
         return
     entered = os.environ.get(_ENTERED)
     if entered:
         raise worker.WorkerError(worker.damaged(entered))
+    if not surroundings.is_in_own_environment():
+        return
     environment = Environment(script)
     environment.provide(progress or SetupProgress())
     while not environment.hold():
@@ -99,7 +99,7 @@ class Environment:
     def __init__(self, script: Path) -> None:
         self._requirements = _Requirements.read(script)
         self._scripts = script.parent
-        self.folder = _cache_folder() / f"{script.stem}-{self._requirements.key()}"
+        self.folder = worker.cache_folder() / f"{script.stem}-{self._requirements.key()}"
         self.python = self.folder / "bin" / "python"
 
     def is_ready(self) -> bool:
@@ -124,7 +124,6 @@ class Environment:
         Raises WorkerError if it could not be made.
         """
         while not self.is_ready():
-            self.folder.parent.mkdir(parents=True, exist_ok=True)
             lock = file_lock.take(self._lock_file(), wait=False)
             if lock is None:
                 progress.step("Waiting for another Kelvane, which is installing the same packages")
@@ -154,7 +153,7 @@ class Environment:
         try:
             uv.run("venv", "--quiet", "--python", sys.executable, part)
             self._install(uv, part / "bin" / "python", progress)
-            (part / _RECEIPT).write_text("\n".join([*self._requirements.packages, ""]))
+            (part / surroundings.RECEIPT).write_text("\n".join([*self._requirements.packages, ""]))
             os.sync()  # the new name must not survive a power cut without the contents
             shutil.rmtree(self.folder, ignore_errors=True)  # it has lost its interpreter
             part.rename(self.folder)
@@ -228,11 +227,6 @@ def _size(wheel: dict[str, Any]) -> int | None:
 
 def _impatient() -> dict[str, str]:
     return {"UV_HTTP_TIMEOUT": os.environ.get("UV_HTTP_TIMEOUT", "10")}  # seconds
-
-
-def _cache_folder() -> Path:
-    cache = os.environ.get("XDG_CACHE_HOME", "")
-    return (Path(cache) if os.path.isabs(cache) else Path.home() / ".cache") / "kelvane"
 
 
 def _is_new_python_on_intel_mac() -> bool:

@@ -4,6 +4,7 @@ Run by itself, with a model's name, it does no more than that.
 """
 
 import os
+import ssl
 from pathlib import Path
 from typing import TYPE_CHECKING
 
@@ -21,8 +22,10 @@ if TYPE_CHECKING:
 
 def load(name: str) -> "Separator":
     """Loads a model without a look at the network where it is cached. Raises WorkerError if it cannot be had."""
+    from huggingface_hub import constants
     from huggingface_hub.errors import LocalEntryNotFoundError
 
+    constants.HF_HUB_DISABLE_IMPLICIT_TOKEN = True  # the hub refuses what is public to a token that has expired
     try:
         return _load_cached(name)
     except LocalEntryNotFoundError:
@@ -59,9 +62,21 @@ def _fetch(name: str) -> None:
     except Exception as error:
         if getattr(error, "errno", None):  # the disk's failure; the network's have no number
             raise
+        if _is_distrust(error):
+            raise worker.WorkerError(
+                f"The site of the {name} model could not prove who it is: check this computer's date, "
+                "or let SSL_CERT_FILE name your network's certificate."
+            ) from error
         raise worker.WorkerError(
             f"The {name} model, which is needed once, could not be fetched: connect to the internet and try again."
         ) from error
+
+
+def _is_distrust(error: BaseException | None) -> bool:
+    """Whether a certificate was refused, which is the cause of the cause of what the hub's library raises."""
+    while error is not None and not isinstance(error, ssl.SSLCertVerificationError):
+        error = error.__cause__ or error.__context__
+    return error is not None
 
 
 def _words() -> "type[tqdm]":

@@ -4,9 +4,11 @@ import codecs
 import errno
 import os
 import re
+import shutil
 import subprocess
 import sys
 from collections.abc import Callable
+from contextlib import suppress
 from enum import Enum
 from functools import partial
 from pathlib import Path
@@ -41,16 +43,17 @@ class UvError(worker.WorkerError):
         super().__init__(f"{words.strip()}\n{self.cause.value}")
 
 
-def path() -> str | None:
-    """Returns the path of the uv that started this process, or None if none did."""
-    named = os.environ.get("UV")
-    if named or sys.platform != "linux":
+def path() -> str:
+    """Returns the path of the uv that has started this process. Raises WorkerError if it cannot be found."""
+    if named := os.environ.get("UV"):
         return named
-    try:
-        parent = os.readlink(f"/proc/{os.getppid()}/exe")  # versions of uv before 0.6 do not set the variable
-    except OSError:
-        return None
-    return parent if os.path.basename(parent) == "uv" else None
+    with suppress(OSError):  # uv before 0.6 does not set the variable, and no uv does where /proc cannot be read
+        parent = os.readlink(f"/proc/{os.getppid()}/exe")
+        if os.path.basename(parent).startswith("uv"):
+            return parent
+    if found := os.environ.get("KELVANE_UV") or shutil.which("uv"):
+        return found
+    raise worker.WorkerError("uv cannot be found: let the environment variable KELVANE_UV name it.")
 
 
 class Uv:
@@ -60,7 +63,7 @@ class Uv:
     """
 
     def __init__(self, scripts: Path, descriptors: tuple[int, ...] = ()) -> None:
-        self._uv = path() or "uv"
+        self._uv = path()
         self._scripts = scripts
         self._descriptors = descriptors
 

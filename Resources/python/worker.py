@@ -1,4 +1,12 @@
-"""What the workers share: how they start and end, how they print, and how they decode audio."""
+"""What the workers share: how they start and end, how they print, and how they decode audio.
+
+A worker imports this module first, because it keeps other software's packages out of all later imports.
+"""
+
+import surroundings
+
+surroundings.ignore_pythonpath()
+surroundings.trust_the_system()
 
 import contextlib
 import ctypes
@@ -11,6 +19,7 @@ import threading
 from collections.abc import Callable, Iterator
 from fractions import Fraction
 from itertools import groupby
+from pathlib import Path
 from typing import TYPE_CHECKING, NoReturn
 
 if TYPE_CHECKING:
@@ -40,7 +49,7 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
         _end(1, str(error))
     except ImportError as error:
         print(error)
-        _end(1, damaged(sys.prefix))
+        _end(1, _missing((error.name or "What the worker needs").partition(".")[0]))
     except MemoryError:
         _end(1, "There is not enough memory for this song: close other programs and try again.")
     except OSError as error:
@@ -57,6 +66,34 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
 def damaged(environment: str) -> str:
     """What the user reads when a worker's packages are not as they were installed."""
     return f"What the worker needs is damaged: delete the folder {environment} and try again."
+
+
+def _missing(package: str) -> str:
+    """What the user reads when a package cannot be imported."""
+    if surroundings.is_in_own_environment():
+        return damaged(sys.prefix)
+    return f"{package} could not be loaded by {sys.executable}: install it there, or unset KELVANE_UV and try again."
+
+
+def cache_folder() -> Path:
+    """The folder of the user's cache that is Kelvane's own, which is made if it is missing.
+
+    Raises WorkerError if there is no home folder, or if it cannot be written to.
+    """
+    advice = "let HOME, or XDG_CACHE_HOME, name a folder that you can write to."
+    cache = os.environ.get("XDG_CACHE_HOME", "")
+    try:
+        folder = (Path(cache) if os.path.isabs(cache) else Path.home() / ".cache") / "kelvane"
+        folder.mkdir(parents=True, exist_ok=True)
+    except RuntimeError as error:
+        raise WorkerError(f"You have no home folder to keep what the worker needs in: {advice}") from error
+    except OSError as error:
+        if error.errno == errno.ENOSPC:
+            raise
+        raise WorkerError(f"{folder} could not be made ({error.strerror}): {advice}") from error
+    if not os.access(folder, os.W_OK | os.X_OK):
+        raise WorkerError(f"{folder} cannot be written to: make it your own, or {advice}")
+    return folder
 
 
 def _end(status: int, last_line: str = "") -> NoReturn:
@@ -105,13 +142,20 @@ def end_with_uv() -> None:
 
 
 def _has_lost_uv(parent: int) -> bool:
-    """Whether uv, which tells its path to what it starts, was gone before this process could ask to end with it."""
+    """Whether uv, which tells its path to what it starts, was gone before this process could ask to end with it.
+
+    Where /proc cannot be read, nobody knows, and the worker goes on.
+    """
     if sys.platform != "linux" or "UV" not in os.environ:
         return False
+    try:
+        with open(f"/proc/{parent}/comm") as file:
+            name = file.read().strip()
+    except OSError:
+        return False
+    if name == os.path.basename(os.environ["UV"])[:15]:
+        return False
     with contextlib.suppress(OSError):
-        with open(f"/proc/{parent}/comm") as name:
-            if name.read().strip() == os.path.basename(os.environ["UV"])[:15]:
-                return False
         return not os.path.samefile(f"/proc/{parent}/exe", os.environ["UV"])  # as under a link's name
     return True
 

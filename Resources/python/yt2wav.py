@@ -13,14 +13,7 @@
 # ///
 """Downloads the song behind a link as a WAV file. Arguments: URL FOLDER. Prints WAV_PATH:: and the file's path."""
 
-import itertools
-import os
 import sys
-import tempfile
-import threading
-import time
-from pathlib import Path
-from typing import Self
 
 sys.dont_write_bytecode = True  # nothing is written beside the scripts
 import worker
@@ -32,6 +25,14 @@ from filename import safe_name
 from setup_progress import SetupProgress
 
 sys.dont_write_bytecode = False
+
+import itertools
+import os
+import tempfile
+import threading
+import time
+from pathlib import Path
+from typing import Self
 
 CONVERTED = "converted"  # unlike any download, whose names have an extension
 

@@ -14,8 +14,9 @@ from pathlib import Path
 class PackageIndexes:
     """One with upload times under /simple, and PyTorch's own, without them, under /whl/BACKEND.
 
-    requests holds the path of each request. What begins with out_of_order is answered by a 404. What ends with
-    stalled stops in the middle until released is set, and what ends with cut stops there for good.
+    The file authority holds the certificate of the authority that vouches for them. requests holds the path of each
+    request. What begins with out_of_order is answered by a 404. What ends with stalled stops in the middle until
+    released is set, and what ends with cut stops there for good.
     """
 
     def __init__(self, folder: Path) -> None:
@@ -31,10 +32,8 @@ class PackageIndexes:
         self._lock = threading.Lock()
         self._certify("authority", "authority", "-addext", "keyUsage=keyCertSign")
         self._server = ThreadingHTTPServer(("127.0.0.1", 0), type("Handler", (_Handler,), {"indexes": self}))
-        self.environment = {
-            "HTTPS_PROXY": f"http://127.0.0.1:{self._server.server_port}",
-            "SSL_CERT_FILE": str(folder / "authority.pem"),
-        }
+        self.proxy = f"http://127.0.0.1:{self._server.server_port}"
+        self.authority = folder / "authority.pem"
         threading.Thread(target=self._server.serve_forever, daemon=True).start()
 
     def close(self) -> None:

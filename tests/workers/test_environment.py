@@ -55,18 +55,22 @@ def indexes(tmp_path: Path) -> Iterator[PackageIndexes]:
 
 @pytest.fixture
 def environment(indexes: PackageIndexes, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> dict[str, str]:
-    """With empty caches, in a working folder whose configuration would break uv."""
+    """With empty caches, where both uv's configuration and PYTHONPATH would break a worker."""
     (tmp_path / "working").mkdir()
     (tmp_path / "working" / "uv.toml").write_text("no configuration [")
+    (tmp_path / "working" / "numpy.py").write_text('raise ImportError("built for another Python")')
     monkeypatch.chdir(tmp_path / "working")
-    kept = {name: value for name, value in os.environ.items() if not name.startswith("UV_")}
+    kept = {name: value for name, value in os.environ.items() if not name.startswith(("UV_", "SSL_"))}
     caches = {"UV_CACHE_DIR": str(tmp_path / "uv"), "XDG_CACHE_HOME": str(tmp_path / "cache")}
-    return kept | indexes.environment | caches | {"UV_HTTP_RETRIES": "0"}
+    return kept | caches | {"HTTPS_PROXY": indexes.proxy, "UV_HTTP_RETRIES": "0", "PYTHONPATH": os.getcwd()}
 
 
 @pytest.fixture
-def script(tmp_path: Path) -> Path:
+def script(indexes: PackageIndexes, tmp_path: Path) -> Path:
+    """Beside workers that take the authority of the indexes for one of the system's."""
     scripts = shutil.copytree(SCRIPTS, tmp_path / "scripts")
+    module = scripts / "surroundings.py"
+    module.write_text(module.read_text().replace("/etc/ssl/certs/ca-certificates.crt", str(indexes.authority)))
     (scripts / "tiny.py").write_text(SEPARATE.partition('"""')[0] + WORKER)
     return scripts / "tiny.py"
 

@@ -194,7 +194,7 @@ def test_failures_end_with_a_sentence(
 
 def test_fetches_a_missing_model_once(model_hub: str, tmp_path: Path, environment: dict[str, str]) -> None:
     command = arguments(write_song(tmp_path / "song.wav", noise(100)), tmp_path, "bass")
-    online = {**environment, "HF_HOME": str(tmp_path / "hub"), "HF_HUB_OFFLINE": "0"}
+    online = {**environment, "HF_HOME": str(tmp_path / "hub"), "HF_HUB_OFFLINE": "0", "HF_TOKEN": "hf_expired"}
     lines = run_worker(*command, environment={**online, "HF_ENDPOINT": model_hub}, status=0)
     assert percents(lines)[-3:] == [100, 0, 100]  # the model's bar, and then the song's
     assert "[setup] Fetching the model: 0.2 of 0.2 MB" in lines

@@ -1,0 +1,43 @@
+"""worker.py without uv and without packages."""
+
+import os
+import subprocess
+import sys
+
+import pytest
+from workers import SCRIPTS
+
+UNREADABLE_PROC = """
+import builtins
+open = builtins.open
+def refuse(path, *arguments, **options):
+    if str(path).startswith("/proc"):
+        raise PermissionError(13, "Permission denied", path)
+    return open(path, *arguments, **options)
+builtins.open = refuse
+worker.end_with_uv()
+print("It goes on.")
+"""
+
+
+def last_line(code: str, **environment: str) -> str:
+    """What a worker prints last whose work is the code."""
+    script = f"import worker\ndef work(arguments):\n    exec({code!r})\nworker.run(work)"
+    environment = {"HOME": os.environ["HOME"], "PYTHONDONTWRITEBYTECODE": "1"} | environment
+    done = subprocess.run(
+        [sys.executable, "-c", script], cwd=SCRIPTS, env=environment, stdout=subprocess.PIPE, text=True
+    )
+    return done.stdout.splitlines()[-1]
+
+
+@pytest.mark.parametrize(
+    ("code", "environment", "sentence"),
+    [
+        ("import worker; worker.cache_folder()", {"HOME": "/dev/null"}, "let HOME, or XDG_CACHE_HOME, name a folder"),
+        ("import absent.part", {}, f"absent could not be loaded by {sys.executable}: install it there"),
+        ("import worker" + UNREADABLE_PROC, {"UV": "/opt/uv"}, "It goes on."),
+    ],
+    ids=["home", "package", "proc"],
+)
+def test_what_the_system_lacks(code: str, environment: dict[str, str], sentence: str) -> None:
+    assert sentence in last_line(code, **environment)
