@@ -27,8 +27,9 @@ if(KELVANE_HAS_FFMPEG)
         endif()
     endforeach()
 endif()
-# The desktop's own file dialogs, and the interpreter that uv would otherwise fetch.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3 (>= 3.11), zenity | kdialog")
+# The desktop's own file dialogs, the interpreter that uv would otherwise fetch, and the certificates without which a
+# model cannot be.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3 (>= 3.11), ca-certificates, zenity | kdialog")
 
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${CMAKE_SOURCE_DIR}/packaging/debian/postrm")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
