@@ -208,6 +208,10 @@ static void changeVariable (const char* name, const std::function<juce::String (
 /** Keeps the meaning of relative paths in the environment when the working folder changes. */
 static void makePathsAbsolute()
 {
+    // An empty one means none, but uv would write its lock files into the working folder.
+    if (juce::SystemStats::getEnvironmentVariable ("TMPDIR", {}).isEmpty())
+        unsetenv ("TMPDIR");
+
     for (const auto* name : pathVariables)
         changeVariable (name, makeAbsolute);
 

@@ -21,7 +21,8 @@ juce::StringArray makeCommand (const juce::File& uv, const juce::File& scripts, 
                                const juce::StringArray& arguments);
 
 /** Makes that folder the program's working folder, which the workers inherit: uv obeys configuration that it finds
-    in its working folder or above, and a user may start the program in a project that has some.
+    in its working folder or above, and a user may start the program in a project that has some. Relative paths in the
+    environment become absolute beforehand, and an empty TMPDIR is removed.
 */
 void enterScriptsDir();
 

@@ -5,18 +5,10 @@
 #include <unistd.h>
 #endif
 
-static juce::File systemFolder()
-{
-    const auto folder = juce::File::getSpecialLocation (juce::File::tempDirectory);
-
-    // JUCE takes an empty TMPDIR for a folder without a name.
-    return folder != juce::File() ? folder : juce::File ("/tmp");
-}
-
 #if JUCE_WINDOWS
 static juce::File parentFolder()
 {
-    return systemFolder().getChildFile ("Kelvane");
+    return juce::File::getSpecialLocation (juce::File::tempDirectory).getChildFile ("Kelvane");
 }
 #else
 /** Makes a folder that only this user can open, or closes one of this user's to all others.
@@ -39,7 +31,7 @@ static bool makePrivate (const juce::File& folder)
 
 static juce::File parentFolder()
 {
-    const auto folder = systemFolder();
+    const auto folder = juce::File::getSpecialLocation (juce::File::tempDirectory);
     const auto usual = folder.getChildFile ("Kelvane");
     folder.createDirectory();
 

@@ -268,7 +268,8 @@ def test_relative_paths_in_the_environment_keep_their_meaning(environment: dict[
         "SSL_CERT_DIR": f"{here}/wheels:/etc/ssl/certs",
         "UV_FIND_LINKS": f"{here}/wheels,https://index.invalid/wheels,missing",
         "UV_INDEX": f"https://index.invalid mine={here}/wheels",
+        "TMPDIR": None,
     }
     subprocess.run([RENDER, "--analyze", DEMO_SONG], cwd=here, env=environment | given, capture_output=True)
     seen = dict(line.partition("=")[::2] for line in (tmp_path / "seen").read_text().split("\0"))
-    assert {name: seen[name] for name in given} == expected
+    assert {name: seen.get(name) for name in given} == expected

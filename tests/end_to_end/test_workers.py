@@ -16,7 +16,7 @@ import pytest
 from conftest import RENDER, Run, Site, read_wav
 from processes import descendants, gone
 from wav import write_wav
-from workers import DEMO_SONG, UV
+from workers import DEMO_SONG
 
 
 @pytest.fixture
@@ -189,13 +189,10 @@ def test_the_scripts_beside_the_program_are_found_however_it_is_called(
         (tmp_path / folder / "python" / "analyze.py").write_text(script)
     shutil.copy(RENDER, tmp_path / "program" / "kelvane-render")
     environment["PATH"] = f"{tmp_path}/program:{environment['PATH']}"
-    (tmp_path / "here" / "uv").symlink_to(UV)
-    environment |= {"KELVANE_UV": "uv", "UV_CACHE_DIR": "cache"}
 
     for command in ("../program/kelvane-render", "kelvane-render"):
         printed = subprocess.run(
             [command, "--analyze", DEMO_SONG], cwd=tmp_path / "here", env=environment, capture_output=True, text=True
         )
         assert '"bpm": 77' in printed.stdout, printed.stderr
-    assert (tmp_path / "here" / "cache").is_dir()
     assert os.listdir(tmp_path / "program" / "python") == ["analyze.py"]

@@ -53,9 +53,3 @@ TEST_F (TemporaryFolderNameTest, KeepsOutOfWhatIsNotThisUsers)
     const auto fresh = parentOf (newTemporaryFolder());
     EXPECT_TRUE (fresh.startsWith ("Kelvane-") && fresh != ownName) << fresh;
 }
-
-TEST_F (TemporaryFolderNameTest, AnEmptyVariableNamesNoFolder)
-{
-    setenv ("TMPDIR", "", 1);
-    EXPECT_EQ (newTemporaryFolder().getParentDirectory().getParentDirectory(), juce::File ("/tmp"));
-}
