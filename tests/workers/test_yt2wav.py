@@ -73,8 +73,9 @@ worker.run(yt2wav.main)
 
 def write_script(path: Path, code: str) -> Path:
     """A script that has what the worker has: its packages, and the modules beside it."""
+    block = SCRIPT.read_text().partition('"""')[0]
     path.write_text(
-        f"import pathlib, sys\nsys.dont_write_bytecode = True\nsys.path.insert(0, {str(SCRIPTS)!r})\n"
+        f"{block}import pathlib, sys\nsys.dont_write_bytecode = True\nsys.path.insert(0, {str(SCRIPTS)!r})\n"
         f"import environment\nenvironment.enter(pathlib.Path({str(SCRIPT)!r}))\n{code}"
     )
     return path
