@@ -36,7 +36,8 @@ private:
     /** What the stages of a run hand on to each other. */
     struct RunState
     {
-        juce::File uv; /**< this and scripts are default Files in a run without workers */
+        bool downloads = false; /**< decided once: an edit of the link can delete the cached file at any time */
+        juce::File uv;          /**< this and scripts are default Files in a run without workers */
         juce::File scripts;
         juce::File tempDir;
         juce::File sourceFile;
@@ -75,7 +76,6 @@ private:
     bool analyze (const juce::File& uv, const juce::File& scripts, const juce::File& audio, bool wantBpm, bool wantKey,
                   double& bpm, int* key, juce::String& message);
 
-    bool needsDownload() const;
     bool detectsBpm() const;
     bool detectsKey() const;
 

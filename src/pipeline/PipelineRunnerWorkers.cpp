@@ -6,10 +6,6 @@
 #include "pipeline/WorkerProcess.h"
 #include "pipeline/WorkerProgress.h"
 
-bool PipelineRunner::needsDownload() const
-{
-    return config.useUrl && ! config.cachedAudio.existsAsFile();
-}
 
 bool PipelineRunner::detectsBpm() const
 {
@@ -23,7 +19,9 @@ bool PipelineRunner::detectsKey() const
 
 bool PipelineRunner::findTools (RunState& state, juce::String& message)
 {
-    if (! needsDownload() && ! config.wantsStems() && ! detectsBpm() && ! detectsKey())
+    state.downloads = config.useUrl && ! config.cachedAudio.existsAsFile();
+
+    if (! state.downloads && ! config.wantsStems() && ! detectsBpm() && ! detectsKey())
         return true;
 
     state.uv = PythonBridge::findUv();
@@ -47,7 +45,7 @@ bool PipelineRunner::findTools (RunState& state, juce::String& message)
 
 bool PipelineRunner::getUrlSource (RunState& state, juce::String& message)
 {
-    if (! needsDownload())
+    if (! state.downloads)
     {
         report (0.05, "Reusing audio downloaded during analysis...");
         state.sourceFile = config.cachedAudio;

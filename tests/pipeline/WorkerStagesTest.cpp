@@ -113,6 +113,21 @@ TEST_F (WorkerStagesTest, ReusesADownloadWhileItIsThere)
     EXPECT_FALSE (uv.getArguments ("yt2wav.py").isEmpty());
 }
 
+TEST_F (WorkerStagesTest, DecidesOnceWhetherToDownload)
+{
+    // The link leads nowhere until the run has made its own folder, which is after the decision.
+    const auto temporary = folder.getChild ("temporary");
+    temporary.createDirectory();
+    ASSERT_TRUE (config.inputFile.copyFileTo (temporary.getChildFile ("song.wav")));
+    config.cachedAudio = folder.getChild ("cached.wav");
+    ASSERT_TRUE (juce::File::createSymbolicLink (config.cachedAudio,
+                                                 temporary.getFullPathName() + "/Kelvane/../song.wav", false));
+    useUrl();
+    run();
+    EXPECT_TRUE (success) << message;
+    EXPECT_FALSE (uv.getArguments ("yt2wav.py").isEmpty());
+}
+
 TEST_F (WorkerStagesTest, DetectsTheKeyWithinItsRange)
 {
     detect (AdjustMode::Key);
