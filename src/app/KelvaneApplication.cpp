@@ -48,6 +48,21 @@ private:
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (MainWindow)
 };
 
+static bool hasDisplay()
+{
+    return ! juce::Desktop::getInstance().getDisplays().displays.isEmpty();
+}
+
+/** Says here that there is no display, since JUCE calls initialise() only if no other Kelvane is running. */
+KelvaneApplication::KelvaneApplication()
+{
+    if (hasDisplay())
+        return;
+
+    std::cerr << "Kelvane could not open a window, as there is no display. kelvane-render works without one.\n";
+    setApplicationReturnValue (1);
+}
+
 KelvaneApplication::~KelvaneApplication() = default;
 
 const juce::String KelvaneApplication::getApplicationName()
@@ -67,10 +82,9 @@ bool KelvaneApplication::moreThanOneInstanceAllowed()
 
 void KelvaneApplication::initialise (const juce::String&)
 {
-    if (juce::Desktop::getInstance().getDisplays().displays.isEmpty())
+    // JUCE crashes when it opens a window without a display.
+    if (! hasDisplay())
     {
-        std::cerr << "Kelvane could not open a window, as there is no display. kelvane-render works without one.\n";
-        setApplicationReturnValue (1);
         quit();
         return;
     }

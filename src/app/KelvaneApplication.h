@@ -8,7 +8,7 @@
 class KelvaneApplication : public juce::JUCEApplication
 {
 public:
-    KelvaneApplication() = default;
+    KelvaneApplication();
     ~KelvaneApplication() override;
 
     const juce::String getApplicationName() override;

@@ -98,7 +98,7 @@ void MainComponent::setUpExecution()
 void MainComponent::connectPanels()
 {
     tempoPanel.onAnalyze = [this] { analyzeClicked(); };
-    inputPanel.onUrlEdited = [this] { sourceChanged (true); };
+    inputPanel.onUrlEdited = [this] { urlEdited(); };
     inputPanel.onFileChosen = [this] { sourceChanged (false); };
 
     showMessage = [] (juce::MessageBoxIconType icon, const juce::String& title, const juce::String& text)

@@ -33,7 +33,9 @@ public:
     void paint (juce::Graphics& g) override;
     void resized() override;
 
-    /** Shows a message, and comes back before it has been read; by default in an alert window. */
+    /** Shows a message, and comes back before it has been read; by default in an alert window, which needs a display.
+        Tests, which have none, put something else in its place.
+    */
     std::function<void (juce::MessageBoxIconType, const juce::String& title, const juce::String& text)> showMessage;
 
 private:
@@ -64,6 +66,8 @@ private:
     bool prepareFileAnalysis();
     void analysisFinished (const juce::String& url, bool success, double bpm, int key, const juce::File& audio,
                            const juce::String& message);
+
+    void urlEdited();
 
     /** What was learnt about the source is void.
         @param clearDownload   whether what was downloaded is, too
@@ -99,6 +103,8 @@ private:
 
     std::unique_ptr<PipelineRunner> pipelineRunner; /**< the latest, finished or not */
     std::unique_ptr<AnalysisRunner> analysisRunner; /**< the latest, finished or not */
+    int numAnalyses = 0;                            /**< that have been started */
+    int awaitedAnalysis = 0;                        /**< the number of the one whose completion counts; 0 if none's */
     juce::String pendingUrl;                        /**< what a running analysis downloads */
     juce::String cachedUrl;                         /**< what cachedAudio was downloaded from */
     juce::File cachedAudio;

@@ -2,11 +2,14 @@
 
 #include "pipeline/RunChecks.h"
 #include "pipeline/TemporaryFolderName.h"
+#include "pipeline/ThreadFailures.h"
 
 #include <utility>
 
 void MainComponent::analyzeClicked()
 {
+    inputPanel.reportUrlEdit();
+
     if (analysisRunner != nullptr && analysisRunner->isThreadRunning())
         return;
 
@@ -14,16 +17,19 @@ void MainComponent::analyzeClicked()
         return;
 
     tempoPanel.setAnalyzeBusy (true);
+    awaitedAnalysis = ++numAnalyses;
 
     analysisRunner->onFinished =
-        [safeThis = juce::Component::SafePointer<MainComponent> (this),
+        [safeThis = juce::Component::SafePointer<MainComponent> (this), number = awaitedAnalysis,
          url = pendingUrl] (bool success, double bpm, int key, const juce::File& audio, const juce::String& message)
     {
-        if (auto* const self = safeThis.getComponent())
+        // The song, or the analysis, can be another one by the time that this is delivered.
+        if (auto* const self = safeThis.getComponent(); self != nullptr && self->awaitedAnalysis == number)
             self->analysisFinished (url, success, bpm, key, audio, message);
     };
 
-    analysisRunner->startThread();
+    if (! analysisRunner->startThread())
+        analysisFinished ({}, false, 0.0, 0, {}, threadfailures::notStarted);
 }
 
 bool MainComponent::prepareUrlAnalysis()
@@ -67,6 +73,7 @@ bool MainComponent::prepareFileAnalysis()
 void MainComponent::analysisFinished (const juce::String& url, bool success, double bpm, int key,
                                       const juce::File& audio, const juce::String& message)
 {
+    awaitedAnalysis = 0;
     pendingUrl.clear();
     tempoPanel.setAnalyzeBusy (false);
 
@@ -88,9 +95,20 @@ void MainComponent::analysisFinished (const juce::String& url, bool success, dou
     setStatus ("Analysis finished.");
 }
 
+void MainComponent::urlEdited()
+{
+    const auto url = inputPanel.urlBox.getText().trim();
+
+    if (url.isEmpty() || (url != pendingUrl && url != cachedUrl))
+        sourceChanged (true);
+}
+
 void MainComponent::sourceChanged (bool clearDownload)
 {
-    if (analysisRunner != nullptr && analysisRunner->isThreadRunning())
+    const auto isAwaited = std::exchange (awaitedAnalysis, 0) != 0;
+
+    // One whose thread has ended can still have its completion in the queue, which does not count any more.
+    if (isAwaited || (analysisRunner != nullptr && analysisRunner->isThreadRunning()))
     {
         analysisRunner->cancel();
         tempoPanel.setAnalyzeBusy (false);

@@ -1,6 +1,7 @@
 #include "app/MainComponent.h"
 
 #include "pipeline/RunChecks.h"
+#include "pipeline/ThreadFailures.h"
 
 void MainComponent::executeClicked()
 {
@@ -12,6 +13,7 @@ void MainComponent::executeClicked()
         return;
     }
 
+    inputPanel.reportUrlEdit();
     PipelineConfig config;
     juce::String error;
 
@@ -43,7 +45,8 @@ void MainComponent::executeClicked()
             self->pipelineFinished (success, message);
     };
 
-    pipelineRunner->startThread();
+    if (! pipelineRunner->startThread())
+        pipelineFinished (false, threadfailures::notStarted);
 }
 
 void MainComponent::pipelineFinished (bool success, const juce::String& message)

@@ -2,6 +2,7 @@
 
 #include "pipeline/Detection.h"
 #include "pipeline/PythonBridge.h"
+#include "pipeline/ThreadFailures.h"
 #include "pipeline/WorkerOutput.h"
 
 /** The end of a worker's raw output, without the blanks with which it fills the lines that are to be seen at once. */
@@ -31,8 +32,16 @@ void AnalysisRunner::cancel()
 
 void AnalysisRunner::run()
 {
-    const auto outcome = findOutcome();
+    Outcome outcome;
+    outcome.error = threadfailures::endedEarly;
 
+    // By the guard even if an exception ends the thread: whoever waits for the outcome would wait forever.
+    const juce::ScopeGuard delivery { [&] { deliver (outcome); } };
+    outcome = findOutcome();
+}
+
+void AnalysisRunner::deliver (const Outcome& outcome)
+{
     if (threadShouldExit())
         return;
 

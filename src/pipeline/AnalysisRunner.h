@@ -44,6 +44,7 @@ private:
     };
 
     Outcome findOutcome();
+    void deliver (const Outcome& outcome);
     bool download (const juce::File& uv, const juce::File& scripts, Outcome& outcome);
     void analyze (const juce::File& uv, const juce::File& scripts, const juce::File& audio, Outcome& outcome);
 

@@ -3,6 +3,7 @@
 #include "pipeline/ChildNamed.h"
 #include "pipeline/SpeedRatio.h"
 #include "pipeline/TemporaryFolderName.h"
+#include "pipeline/ThreadFailures.h"
 
 PipelineRunner::PipelineRunner (PipelineConfig configToUse) : juce::Thread ("Kelvane"), config (std::move (configToUse))
 {
@@ -16,19 +17,26 @@ void PipelineRunner::cancel()
 
 void PipelineRunner::run()
 {
-    juce::String message;
     auto success = false;
+    juce::String message = threadfailures::endedEarly;
+
+    // By the guard even if an exception ends the thread: whoever waits for the completion would wait forever.
+    const juce::ScopeGuard completion { [&] { finish (success, message); } };
 
     try
     {
-        success = runPipeline (message);
+        juce::String text;
+        success = runPipeline (text);
+        message = text;
     }
     catch (const std::exception& e)
     {
         message = juce::String ("Unexpected error: ") + e.what();
-        success = false;
     }
+}
 
+void PipelineRunner::finish (bool success, juce::String message)
+{
     // Last of all, so that a cancel that comes after the last file still counts.
     if (threadShouldExit())
     {

@@ -48,6 +48,7 @@ private:
         juce::File outDir;
     };
 
+    void finish (bool success, juce::String message);
     void report (double fraction, const juce::String& text);
 
     /** Each stage returns false when the run ends there, with the text for the user in message, or

@@ -6,7 +6,6 @@
 #include "pipeline/WorkerProcess.h"
 #include "pipeline/WorkerProgress.h"
 
-
 bool PipelineRunner::detectsBpm() const
 {
     return config.adjustMode == AdjustMode::Bpm && config.autoBpm;

@@ -28,6 +28,7 @@ juce::String readAllOutput (juce::ChildProcess& child)
     {
         const auto numBytes = child.readProcessOutput (buffer.data(), static_cast<int> (buffer.size()));
 
+        // Only now, as a block can end in the middle of a character.
         if (numBytes < 1)
             return decodeUtf8 (bytes);
 

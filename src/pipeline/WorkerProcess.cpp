@@ -15,7 +15,7 @@ ScriptResult runWorker (ChildSlot& slot, const juce::StringArray& args, const Li
         return result;
 
     result.started = true;
-    std::string pending, lines;
+    std::string pending, lines; // bytes: a block can end in the middle of a character
     std::array<char, 8192> buffer;
 
     const auto readOnce = [&]

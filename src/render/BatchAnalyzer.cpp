@@ -2,6 +2,7 @@
 
 #include "pipeline/PipelineConfig.h"
 #include "pipeline/TemporaryFolderName.h"
+#include "pipeline/ThreadFailures.h"
 
 #include <iostream>
 
@@ -45,7 +46,7 @@ void BatchAnalyzer::startSong (const Song& song)
     if (! song.isUrl() && ! song.file.existsAsFile())
         analysisFinished ("Input file does not exist:\n" + song.file.getFullPathName());
     else if (! runner->startThread())
-        analysisFinished ("Could not start a thread. Close other programs and try again.");
+        analysisFinished (threadfailures::notStarted);
 }
 
 void BatchAnalyzer::cancelSong()

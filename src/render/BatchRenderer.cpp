@@ -1,5 +1,7 @@
 #include "render/BatchRenderer.h"
 
+#include "pipeline/ThreadFailures.h"
+
 BatchRenderer::BatchRenderer (const CommandLine& commandLine)
     : Batch (commandLine.songs), settings (commandLine.settings)
 {
@@ -21,7 +23,7 @@ void BatchRenderer::startSong (const Song& song)
     runner->onFinished = [this] (bool success, const juce::String& message) { runFinished (success, message); };
 
     if (! runner->startThread())
-        runFinished (false, "Could not start a thread. Close other programs and try again.");
+        runFinished (false, threadfailures::notStarted);
 }
 
 void BatchRenderer::cancelSong()

@@ -27,7 +27,7 @@ InputPanel::InputPanel() : PanelBase (juce::CharPointer_UTF8 ("1 \xc2\xb7 Input"
     urlBox.setTextToShowWhenEmpty ("https://youtube.com/watch?v=...", theme::textDim);
     urlBox.setFont (juce::Font (juce::FontOptions (13.0f)));
     urlBox.setTitle ("YouTube URL");
-    urlBox.onTextChange = [this] { juce::NullCheckedInvocation::invoke (onUrlEdited); };
+    urlBox.onTextChange = [this] { reportUrlEdit(); };
 
     addAndMakeVisible (localToggle);
     addAndMakeVisible (urlToggle);
@@ -66,6 +66,15 @@ void InputPanel::browse()
     openFileDialog (chooser, "Choose an audio file", juce::File::getSpecialLocation (juce::File::userMusicDirectory),
                     "*.wav;*.aiff;*.aif;*.mp3;*.flac;*.m4a;*.ogg", juce::FileBrowserComponent::canSelectFiles,
                     [this] (const juce::File& file) { fileChosen (file); });
+}
+
+void InputPanel::reportUrlEdit()
+{
+    if (urlBox.getText() == reportedUrl)
+        return;
+
+    reportedUrl = urlBox.getText();
+    juce::NullCheckedInvocation::invoke (onUrlEdited);
 }
 
 void InputPanel::fileChosen (const juce::File& file)

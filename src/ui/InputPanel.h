@@ -7,7 +7,7 @@
 
 /** Where the song comes from: a local file or a link. The controls of the other one are dimmed.
 
-    What was entered is not judged here. The members are public for the owner to read and to wire.
+    What is entered is not judged here. The members are public for the owner to read and to wire.
 */
 class InputPanel : public PanelBase
 {
@@ -22,6 +22,11 @@ public:
     /** Opens the file dialog. */
     void browse();
 
+    /** Calls onUrlEdited if an edit has not been reported yet. JUCE posts its notice of one, and while the message
+        thread is busy the user can click on something else before that notice arrives.
+    */
+    void reportUrlEdit();
+
     std::function<void()> onUrlEdited;  /**< on every change of the link's text */
     std::function<void()> onFileChosen; /**< when another file than before has been chosen */
 
@@ -35,6 +40,8 @@ public:
 
 private:
     void fileChosen (const juce::File& file);
+
+    juce::String reportedUrl; /**< the link's text when onUrlEdited was last called */
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (InputPanel)
 };

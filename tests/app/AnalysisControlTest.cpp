@@ -1,14 +1,19 @@
 #include "ControllerFixture.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 class AnalysisControlTest : public ControllerFixture
 {
 protected:
     juce::String detectedBpm() { return child<TempoPanel>().detectedBpmLabel.getText(); }
 
+    static bool analysisIsRunning() { return numThreadsNamed ("KelvaneAnalysis") > 0; }
+
     /** With its thread, as a click means nothing before. */
     bool analysisEnds()
     {
-        return eventually ([this] { return analyze().isEnabled() && numThreadsNamed ("KelvaneAnalysis") == 0; });
+        return eventually ([this] { return analyze().isEnabled() && ! analysisIsRunning(); });
     }
 
     const juce::String url { "HTTPS://127.0.0.1/a" };
@@ -155,6 +160,91 @@ TEST_F (AnalysisControlTest, AnotherSourceCancelsIt)
     EXPECT_TRUE (dialogs.empty());
 }
 
+TEST_F (AnalysisControlTest, AClickCountsBeforeTheNoticeOfAnEdit)
+{
+    clickAnalyze();
+    ASSERT_TRUE (analysisEnds());
+    holdWorker ("yt2wav.py", "", "cp song.wav \"$4/a.wav\"; echo \"WAV_PATH::$4/a.wav\"");
+    onMessageThread (
+        [this]
+        {
+            turn (child<InputPanel>().urlToggle, true);
+            child<InputPanel>().urlBox.setText (url, true);
+            click (analyze());
+            EXPECT_EQ (detectedBpm(), "--");
+        });
+    useUrl (url + "\n");
+    letGo();
+    ASSERT_TRUE (analysisEnds());
+    onMessageThread ([this] { EXPECT_EQ (status(), "Analysis finished."); });
+
+    // The download has come, and is that of this link still.
+    useUrl (" " + url);
+    onMessageThread ([this] { EXPECT_EQ (detectedBpm(), "112.0"); });
+    EXPECT_EQ (numCacheFolders(), 1);
+}
+
+TEST_F (AnalysisControlTest, ALateCompletionIsDropped)
+{
+    {
+        // The message thread stands still until the thread is gone, and finds its completion afterwards.
+        const juce::MessageManagerLock lock;
+        click (analyze());
+        for (auto waited = 0; waited < 60000 && (uv.getArguments ("analyze.py").isEmpty() || analysisIsRunning());
+             waited += 10)
+            juce::Thread::sleep (10);
+
+        child<InputPanel>().selectedFile = uv.getFile ("song.wav");
+        child<InputPanel>().onFileChosen();
+        EXPECT_EQ (status(), "Ready.");
+        holdWorker ("analyze.py", "", StandInUv::detecting (99));
+        click (analyze());
+    }
+
+    deliverMessages();
+    onMessageThread (
+        [this]
+        {
+            EXPECT_FALSE (analyze().isEnabled());
+            EXPECT_EQ (detectedBpm(), "--");
+        });
+    letGo();
+    ASSERT_TRUE (analysisEnds());
+    onMessageThread ([this] { EXPECT_EQ (detectedBpm(), "99.0"); });
+}
+
+TEST_F (AnalysisControlTest, AJobWhoseThreadFailsIsOver)
+{
+    {
+        const NoMoreThreads noMoreThreads;
+        clickAnalyze();
+        clickExecute();
+    }
+
+    ASSERT_EQ (dialogs.size(), 2u);
+    EXPECT_EQ (dialogs[0].title, "Analysis failed");
+    EXPECT_EQ (dialogs[1].title, "Pipeline failed");
+    for (const auto& dialog : dialogs)
+        EXPECT_EQ (dialog.text, "Could not start a thread. Close other programs and try again.");
+    onMessageThread ([this] { EXPECT_TRUE (analyze().isEnabled() && isIdle()); });
+
+    // No exception of an analysis is caught, and this one comes where memory is limited. A sanitizer's own maps take
+    // terabytes, and cannot be limited.
+    const auto size = juce::File ("/proc/self/statm").loadFileAsString().getLargeIntValue() * sysconf (_SC_PAGESIZE);
+    if (size > juce::int64 { 1 } << 40)
+        return;
+
+    uv.setWorker ("analyze.py", "head -c 300000000 /dev/zero");
+    rlimit old {};
+    getrlimit (RLIMIT_AS, &old);
+    const rlimit low { static_cast<rlim_t> (size) + (100 << 20), old.rlim_max };
+    setrlimit (RLIMIT_AS, &low);
+    clickAnalyze();
+    EXPECT_TRUE (analysisEnds());
+    setrlimit (RLIMIT_AS, &old);
+    EXPECT_EQ (dialogs.back().text, "Unexpected error: the job ended early.\nClose other programs and try again.");
+}
+
 TEST_F (AnalysisControlTest, GoesOnBesideARun)
 {
     holdWorker ("analyze.py", "", StandInUv::detecting (99));
@@ -215,7 +305,8 @@ TEST_F (AnalysisControlTest, AnEarlyCancelLeavesNoFolder)
             {
                 if (analyze().isEnabled())
                     click (analyze());
-                child<InputPanel>().onUrlEdited();
+                child<InputPanel>().urlBox.setText (url + juce::String (round));
+                child<InputPanel>().reportUrlEdit();
             });
     }
 

@@ -8,6 +8,32 @@
 #include "support/TemporaryFolder.h"
 
 #include <optional>
+#include <pthread.h>
+
+/** While it lives no thread can be started: each would get a stack that no address space has room for. */
+class NoMoreThreads
+{
+public:
+    NoMoreThreads()
+    {
+        pthread_getattr_default_np (&before);
+        auto attributes = before;
+        pthread_attr_setstacksize (&attributes, size_t { 1 } << 60);
+        EXPECT_EQ (pthread_setattr_default_np (&attributes), 0);
+    }
+
+    ~NoMoreThreads()
+    {
+        pthread_setattr_default_np (&before);
+        pthread_attr_destroy (&before);
+    }
+
+    NoMoreThreads (const NoMoreThreads&) = delete;
+    NoMoreThreads& operator= (const NoMoreThreads&) = delete;
+
+private:
+    pthread_attr_t before {};
+};
 
 /** The program's window without a screen, on stand-in workers, driven from another thread than its own. */
 class ControllerFixture : public testing::Test
@@ -35,9 +61,8 @@ protected:
             [this]
             {
                 window.emplace();
-                window->showMessage = [this] (auto icon, const auto& title, const auto& text) {
-                    dialogs.push_back ({ icon, title, text });
-                };
+                window->showMessage = [this] (auto icon, const auto& title, const auto& text)
+                { dialogs.push_back ({ icon, title, text }); };
                 child<InputPanel>().selectedFile = song;
                 child<OutputPanel>().outputFolder = folder.getChild ("out");
             });

@@ -4,6 +4,30 @@
 
 using PipelineRunnerTest = PipelineRunnerFixture;
 
+/** Copied by each report of a run. */
+struct ThrowsWhenCopied
+{
+    ThrowsWhenCopied() = default;
+    ThrowsWhenCopied (ThrowsWhenCopied&&) = default;
+    ThrowsWhenCopied (const ThrowsWhenCopied&) { throw 1; }
+    void operator() (double, const juce::String&) const {}
+};
+
+TEST_F (PipelineRunnerTest, AnExceptionOfAnyTypeEndsInACompletion)
+{
+    runner = std::make_unique<PipelineRunner> (config);
+    runner->onProgress = ThrowsWhenCopied();
+    runner->onFinished = [this] (bool, const juce::String& text)
+    {
+        ++numCompletions;
+        message = text;
+    };
+    EXPECT_THROW (runner->run(), int);
+    deliverMessages();
+    EXPECT_EQ (numCompletions, 1);
+    EXPECT_TRUE (message.startsWith ("Unexpected error: ")) << message;
+}
+
 TEST_F (PipelineRunnerTest, RendersTheFullSongAndTidiesUp)
 {
     for (int repetition = 0; repetition < 2; ++repetition)
