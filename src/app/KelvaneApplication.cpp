@@ -1,7 +1,7 @@
 #include "app/KelvaneApplication.h"
 
-#include "JuceCompatibility.h"
 #include "app/DisplayPoll.h"
+#include "app/DropWindow.h"
 #include "app/MainComponent.h"
 #include "pipeline/PythonBridge.h"
 #include "ui/Theme.h"
@@ -10,14 +10,17 @@
 
 #include <iostream>
 
-class KelvaneApplication::MainWindow : public compat::DocumentWindow
+class KelvaneApplication::MainWindow : public DropWindow
 {
 public:
     explicit MainWindow (const juce::String& name)
-        : compat::DocumentWindow (name, theme::bg, juce::DocumentWindow::allButtons, true)
+        : DropWindow (name, theme::bg, juce::DocumentWindow::allButtons, true)
     {
         setUsingNativeTitleBar (true);
-        setContentOwned (new MainComponent, true);
+        auto* const content = new MainComponent;
+        setContentOwned (content, true);
+        onFilesDropped = [content] (const juce::StringArray& paths) { content->takeDroppedFiles (paths); };
+        onTextDropped = [content] (const juce::String& text) { content->takeDroppedText (text); };
         setResizable (true, false);
         setResizeLimits (1120, 500, 10000, 10000);
         centreWithSize (getWidth(), getHeight());

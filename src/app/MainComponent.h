@@ -33,6 +33,16 @@ public:
     void paint (juce::Graphics& g) override;
     void resized() override;
 
+    /** Makes the one audio file that was dropped on the window the song. Anything else is refused with a message.
+        @param paths   of the files, or a link where the browser has offered that as a list of one location
+    */
+    void takeDroppedFiles (const juce::StringArray& paths);
+
+    /** Makes the link that was dropped on the window the song. Anything but one link is refused with a message.
+        @param text   a link or the location of a file, perhaps with a title in another line
+    */
+    void takeDroppedText (const juce::String& text);
+
     /** Shows a message, and comes back before it has been read; by default in an alert window, which needs a display.
         Tests, which have none, put something else in its place.
     */

@@ -4,6 +4,8 @@
 #include "ui/FileDialog.h"
 #include "ui/Theme.h"
 
+static constexpr auto filePatterns = "*.wav;*.aiff;*.aif;*.mp3;*.flac;*.m4a;*.ogg";
+
 InputPanel::InputPanel() : PanelBase (juce::CharPointer_UTF8 ("1 \xc2\xb7 Input"))
 {
     constexpr auto sourceGroup = 100;
@@ -64,8 +66,22 @@ void InputPanel::updateEnablement()
 void InputPanel::browse()
 {
     openFileDialog (chooser, "Choose an audio file", juce::File::getSpecialLocation (juce::File::userMusicDirectory),
-                    "*.wav;*.aiff;*.aif;*.mp3;*.flac;*.m4a;*.ogg", juce::FileBrowserComponent::canSelectFiles,
+                    filePatterns, juce::FileBrowserComponent::canSelectFiles,
                     [this] (const juce::File& file) { fileChosen (file); });
+}
+
+void InputPanel::useFile (const juce::File& file)
+{
+    localToggle.setToggleState (true, juce::dontSendNotification);
+    updateEnablement();
+    fileChosen (file);
+}
+
+void InputPanel::useUrl (const juce::String& url)
+{
+    urlToggle.setToggleState (true, juce::dontSendNotification);
+    updateEnablement();
+    urlBox.setText (url);
 }
 
 void InputPanel::reportUrlEdit()
@@ -75,6 +91,11 @@ void InputPanel::reportUrlEdit()
 
     reportedUrl = urlBox.getText();
     juce::NullCheckedInvocation::invoke (onUrlEdited);
+}
+
+bool InputPanel::offers (const juce::File& file)
+{
+    return juce::WildcardFileFilter (filePatterns, {}, {}).isFileSuitable (file);
 }
 
 void InputPanel::fileChosen (const juce::File& file)

@@ -22,10 +22,19 @@ public:
     /** Opens the file dialog. */
     void browse();
 
+    /** Selects the local source, and chooses a file there as the dialog would. */
+    void useFile (const juce::File& file);
+
+    /** Selects the link as the source and fills its box, which counts as an edit if that changes it. */
+    void useUrl (const juce::String& url);
+
     /** Calls onUrlEdited if an edit has not been reported yet. JUCE posts its notice of one, and while the message
         thread is busy the user can click on something else before that notice arrives.
     */
     void reportUrlEdit();
+
+    /** Whether the file dialog offers files with such a name. */
+    static bool offers (const juce::File& file);
 
     std::function<void()> onUrlEdited;  /**< on every change of the link's text */
     std::function<void()> onFileChosen; /**< when another file than before has been chosen */

@@ -8,45 +8,24 @@ import pytest
 from conftest import PROGRAM, Start
 from screen import Screen, wait_for
 from window import (
-    BPM,
-    BPM_FROM,
-    BPM_TO,
     CHOOSE_FILE,
     CHOOSE_FOLDER,
+    DRUMS,
     FILE_NAME,
     FOLDER_NAME,
-    KEY,
-    KEY_AUTO,
     LOCAL_TOGGLE,
-    PERCENT,
+    NOWHERE,
     Region,
     Window,
     same,
 )
 
-TEMPO_CONTROLS = {
-    "percent": (608, 246, 313, 34),
-    "BPM from caption": (594, 316, 36, 28),
-    "BPM from": (634, 318, 56, 24),
-    "BPM to caption": (690, 316, 28, 28),
-    "BPM to": (722, 318, 56, 24),
-    "BPM auto": (788, 316, 64, 28),
-    "key from caption": (594, 380, 36, 28),
-    "key from": (634, 382, 60, 24),
-    "key to caption": (694, 380, 28, 28),
-    "key to": (726, 382, 60, 24),
-    "key auto": (796, 380, 61, 28),
-}
+BPM_FROM_BOX, BPM_AUTO_TOGGLE = (634, 318, 56, 24), (788, 316, 64, 28)
 
 
-def enabled_in(window: Window) -> set[str]:
-    """Which controls of the tempo panel are not dimmed: nothing in a dimmed one is as bright as this."""
-    luma = window.picture() @ np.array((0.299, 0.587, 0.114))
-    return {
-        name
-        for name, (left, top, width, height) in TEMPO_CONTROLS.items()
-        if luma[top : top + height, left : left + width].max() > 125
-    }
+def is_enabled(window: Window, control: Region) -> bool:
+    """Whether a control is not dimmed: nothing in a dimmed one is as bright as this."""
+    return float((window.part(control) @ np.array((0.299, 0.587, 0.114))).max()) > 125
 
 
 def says_that_there_is_no_display(environment: dict[str, str]) -> None:
@@ -81,34 +60,30 @@ def test_one_window_that_can_be_resized_and_closed(screen: Screen, start: Start,
     assert program.wait(60) == 0
 
 
-def test_the_mouse_reaches_what_applies_and_nothing_else(screen: Screen, start: Start) -> None:
+def test_a_file_or_a_link_dropped_anywhere(screen: Screen, start: Start, tmp_path: Path) -> None:
+    songs = [tmp_path / "A Song é+.wav", tmp_path / "other.ogg"]
+    for song in songs:
+        song.touch()
     start()
     window = Window(screen)
+    link = "text/plain;charset=utf-8", "https://127.0.0.1/song\r\n"
+    files = "text/uri-list", "\r\n".join(song.as_uri() for song in songs)
 
-    def becomes(expected: set[str]) -> bool:
-        return bool(wait_for(lambda: enabled_in(window) == expected, 20))
+    def shows(region: Region, *drop: str) -> bool:
+        before = window.part(region)
+        screen.drop(window.id, *NOWHERE, *drop)
+        return window.changes(region, before)
 
-    bpm = {"BPM from caption", "BPM from", "BPM to caption", "BPM to", "BPM auto"}
-    key = {"key from caption", "key from", "key to caption", "key to", "key auto"}
+    assert shows(FILE_NAME, "text/uri-list", songs[0].as_uri())
+    around_url = (62, 300, 182, 52)
+    assert shows(around_url, *link)
 
-    assert becomes({"percent"})
-    window.click(BPM, BPM_FROM)
-    window.type("120")
-    window.click(BPM_TO)
-    window.type("90")
-    assert becomes(bpm)
-
-    window.click(KEY)
-    assert becomes(key)
-    before = window.part(TEMPO_CONTROLS["BPM from"])
-    window.click(BPM_FROM)
-    window.type("7")
-    window.click(KEY_AUTO)
-    assert becomes(key - {"key from"})
-    assert same(window.part(TEMPO_CONTROLS["BPM from"]), before), "a dimmed box took a digit"
-
-    window.click(PERCENT)
-    assert becomes({"percent"})
+    input_panel = (22, 114, 238, 368)
+    before = window.part(input_panel)
+    screen.drop(window.id, *DRUMS, *files)
+    window.dismiss("Cannot use what was dropped")
+    assert wait_for(lambda: same(window.part(input_panel), before), 20)
+    assert shows(FILE_NAME, "text/uri-list", songs[1].as_uri())
 
 
 def test_the_keyboard_reaches_everything(screen: Screen, start: Start) -> None:
@@ -132,12 +107,12 @@ def test_the_keyboard_reaches_everything(screen: Screen, start: Start) -> None:
     slider_value = (857, 253, 64, 20)
     assert changes(slider_value, *["Tab"] * 11, "Right", "Right")
     screen.press("Tab", "Tab", "Return")
-    assert wait_for(lambda: "BPM auto" in enabled_in(window), 20)
+    assert wait_for(lambda: is_enabled(window, BPM_AUTO_TOGGLE), 20)
     screen.press("Tab")
     window.type("128")
-    assert wait_for(lambda: "BPM from" in enabled_in(window), 20)
+    assert wait_for(lambda: is_enabled(window, BPM_FROM_BOX), 20)
     screen.press("shift+Tab", "Tab", "Tab", "Tab", "space")
-    assert wait_for(lambda: "BPM from" not in enabled_in(window), 20)
+    assert wait_for(lambda: not is_enabled(window, BPM_FROM_BOX), 20)
 
 
 @pytest.fixture

@@ -3,6 +3,7 @@
 import os
 import struct
 import subprocess
+import sys
 import time
 import zlib
 from collections.abc import Callable
@@ -109,6 +110,13 @@ class Screen:
 
     def click(self, window: str, x: int, y: int) -> None:
         self.xdotool("mousemove", "--window", window, str(x), str(y), "click", "1")
+
+    def drop(self, window: str, x: int, y: int, kind: str, data: str) -> None:
+        """Drops data of a MIME type at a point of a window."""
+        place = dict(line.split("=") for line in self.xdotool("getwindowgeometry", "--shell", window).split())
+        point = str(int(place["X"]) + x), str(int(place["Y"]) + y)
+        command = [sys.executable, str(Path(__file__).with_name("drag.py")), window, *point, kind, data]
+        subprocess.run(command, env=self.environment, check=True, timeout=60)
 
     def press(self, *keys: str) -> None:
         self.xdotool("key", "--clearmodifiers", *keys)

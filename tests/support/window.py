@@ -12,8 +12,7 @@ Region = tuple[int, int, int, int]  # left, top, width, height
 # Points to click at.
 LOCAL_TOGGLE, CHOOSE_FILE, URL_TOGGLE, URL_BOX = (50, 172), (153, 205), (50, 282), (153, 326)
 DRUMS, BASS, VOCALS, OTHER, FULL_SONG = (328, 173), (328, 199), (328, 225), (328, 251), (328, 285)
-ANALYZE, PERCENT, BPM, KEY = (880, 132), (596, 234), (596, 304), (596, 368)
-BPM_FROM, BPM_TO, BPM_AUTO, KEY_AUTO = (662, 330), (750, 330), (800, 330), (806, 394)
+ANALYZE, BPM, BPM_TO, BPM_AUTO = (880, 132), (596, 304), (750, 330), (800, 330)
 CHOOSE_FOLDER, EXECUTE = (1100, 197), (1153, 539)
 NOWHERE = (700, 30)
 

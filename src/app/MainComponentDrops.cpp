@@ -1,0 +1,71 @@
+#include "app/MainComponent.h"
+
+#include "pipeline/RunChecks.h"
+
+namespace
+{
+
+/** @returns what the user has to know if this cannot be the song, or an empty text */
+juce::String reasonToRefuse (const juce::StringArray& paths)
+{
+    if (paths.size() != 1)
+        return "Only one song can be chosen at a time.\nDrop a single audio file.";
+
+    const auto& path = paths[0];
+
+    if (! juce::File::isAbsolutePath (path) || ! juce::File (path).exists())
+        return "This is not a file on this computer:\n" + path + "\nDrop an audio file from one of its folders.";
+
+    if (juce::File (path).isDirectory())
+        return "This is a folder:\n" + path + "\nDrop a single audio file.";
+
+    if (! InputPanel::offers (juce::File (path)))
+        return "This is not one of the types of audio file that can be chosen:\n" + path
+               + "\nDrop a WAV, AIFF, MP3, FLAC, M4A or OGG file.";
+
+    return {};
+}
+
+bool isLink (const juce::String& text)
+{
+    return runchecks::looksLikeUrl (text) && ! text.containsAnyOf (" \t");
+}
+
+} // namespace
+
+void MainComponent::takeDroppedFiles (const juce::StringArray& paths)
+{
+    // A browser can offer a link as a list of locations. JUCE takes that for files and decodes it: a link has no
+    // blanks.
+    if (const auto link = paths[0].replace (" ", "%20"); paths.size() == 1 && isLink (link))
+    {
+        inputPanel.useUrl (link);
+        return;
+    }
+
+    if (const auto reason = reasonToRefuse (paths); reason.isNotEmpty())
+        refuse ("Cannot use what was dropped", reason);
+    else
+        inputPanel.useFile (juce::File (paths[0]));
+}
+
+void MainComponent::takeDroppedText (const juce::String& text)
+{
+    juce::StringArray links, paths;
+
+    // A browser may add the title of the page in a line of its own, and a file manager gives files as links, too.
+    for (const auto& line : juce::StringArray::fromLines (text))
+    {
+        if (isLink (line.trim()))
+            links.add (line.trim());
+        else if (const juce::URL url (line.trim()); url.isLocalFile())
+            paths.add (url.getLocalFile().getFullPathName());
+    }
+
+    if (! paths.isEmpty())
+        takeDroppedFiles (paths);
+    else if (links.size() == 1)
+        inputPanel.useUrl (links[0]);
+    else
+        refuse ("Cannot use what was dropped", "This is not one link.\nDrop a link that begins with http, or a file.");
+}
