@@ -45,7 +45,7 @@ private:
     }
 
 #if JUCE_LINUX
-    DisplayPoll displayPoll;
+    DisplayPoll displayPoll { *this };
 #endif
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (MainWindow)
