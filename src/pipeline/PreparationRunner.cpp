@@ -1,6 +1,7 @@
 #include "pipeline/PreparationRunner.h"
 
 #include "pipeline/PythonBridge.h"
+#include "pipeline/ThreadFailures.h"
 #include "pipeline/WorkerProcess.h"
 #include "pipeline/WorkerProgress.h"
 
@@ -14,9 +15,16 @@ void PreparationRunner::cancel()
 
 void PreparationRunner::run()
 {
-    juce::String message;
-    const auto success = prepare (message) && ! threadShouldExit();
+    auto success = false;
+    juce::String message = threadfailures::endedEarly;
 
+    // By the guard even if an exception ends the thread: whoever waits for the outcome would wait forever.
+    const juce::ScopeGuard delivery { [&] { finish (success, message); } };
+    success = prepare (message);
+}
+
+void PreparationRunner::finish (bool success, const juce::String& message)
+{
     juce::MessageManager::callAsync ([callback = onFinished, success, message]
                                      { juce::NullCheckedInvocation::invoke (callback, success, message); });
 }

@@ -37,6 +37,7 @@ public:
 
 private:
     bool prepare (juce::String& message);
+    void finish (bool success, const juce::String& message);
     void readLine (const juce::String& line);
 
     double fraction = 0.0;

@@ -1,5 +1,7 @@
 #include "render/BatchPreparer.h"
 
+#include "pipeline/ThreadFailures.h"
+
 /** A preparation is a batch of one, without a song. */
 static const std::vector<Song>& onePreparation()
 {
@@ -16,7 +18,7 @@ void BatchPreparer::startSong (const Song&)
     runner.onFinished = [this] (bool success, const juce::String& message) { finished (success, message); };
 
     if (! runner.startThread())
-        finished (false, "Could not start a thread. Close other programs and try again.");
+        finished (false, threadfailures::notStarted);
 }
 
 void BatchPreparer::cancelSong()
