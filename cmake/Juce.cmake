@@ -3,7 +3,7 @@
 
 include(FetchContent)
 
-set(KELVANE_JUCE_TAG 8.0.14)
+set(KELVANE_JUCE_TAG 8.0.12)
 
 set(cache_home "$ENV{XDG_CACHE_HOME}")
 if(NOT cache_home)

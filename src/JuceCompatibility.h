@@ -1,6 +1,6 @@
 #pragma once
 
-// The program is written for the interface of JUCE 8.0.14. What an older 8.0.x lacks of it is
+// The program is written for the interface of JUCE 8.0.12. What an older 8.0.x lacks of it is
 // supplied here, under the same names in the namespace compat.
 
 #include <juce_audio_formats/juce_audio_formats.h>
