@@ -30,6 +30,7 @@ FetchContent_Declare(JUCE
     UPDATE_DISCONNECTED TRUE
     SOURCE_SUBDIR docs)
 FetchContent_MakeAvailable(JUCE)
+set(JUCE_MODULES_ONLY ${KELVANE_AUDIO_ONLY})
 add_subdirectory("${juce_SOURCE_DIR}" "${juce_BINARY_DIR}" EXCLUDE_FROM_ALL)
 
 if(FETCHCONTENT_SOURCE_DIR_JUCE STREQUAL debian_tree)
@@ -39,7 +40,9 @@ endif()
 
 # Debian strips the bundled codecs from its copy: the system's take their place.
 add_library(kelvane_juce_codecs INTERFACE)
-if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND EXISTS "${juce_SOURCE_DIR}/debian")
+if(KELVANE_AUDIO_ONLY)
+    include(JuceWithoutCodecs)
+elseif(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND EXISTS "${juce_SOURCE_DIR}/debian")
     find_package(PkgConfig REQUIRED)
     pkg_check_modules(KELVANE_CODECS REQUIRED IMPORTED_TARGET
         flac vorbis vorbisenc vorbisfile ogg libpng libjpeg zlib)
@@ -79,10 +82,12 @@ function(kelvane_add_juce_library target)
 endfunction()
 
 kelvane_add_juce_library(kelvane_juce_audio MODULES juce_core juce_audio_basics juce_audio_formats)
-kelvane_add_juce_library(kelvane_juce_events MODULES juce_events USES kelvane_juce_audio)
-kelvane_add_juce_library(kelvane_juce_gui
-    MODULES juce_data_structures juce_graphics juce_gui_basics
-    USES kelvane_juce_events)
+if(NOT KELVANE_AUDIO_ONLY)
+    kelvane_add_juce_library(kelvane_juce_events MODULES juce_events USES kelvane_juce_audio)
+    kelvane_add_juce_library(kelvane_juce_gui
+        MODULES juce_data_structures juce_graphics juce_gui_basics
+        USES kelvane_juce_events)
+endif()
 
 target_compile_definitions(kelvane_juce_audio PUBLIC
     JUCE_USE_CURL=0

@@ -15,6 +15,9 @@ std::vector<SearchBackend> availableSearchBackends()
     if (const auto avx2 = avx2SearchBackend(); avx2.findBest != nullptr && juce::SystemStats::hasAVX2())
         backends.push_back (avx2);
 
+    if (const auto neon = neonSearchBackend(); neon.findBest != nullptr)
+        backends.push_back (neon);
+
     return backends;
 }
 

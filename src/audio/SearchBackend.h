@@ -25,7 +25,7 @@ struct SearchBackend
     int (*findBest) (const SearchTask& task, SearchScratch& scratch);
 };
 
-/** Runs everywhere, and is what arm64 uses. */
+/** Runs everywhere. */
 SearchBackend plainSearchBackend();
 
 /** For every x86-64 processor. Its function is null on others. */
@@ -33,6 +33,9 @@ SearchBackend sse2SearchBackend();
 
 /** For processors with AVX2. Its function is null where the compiler was not told to use that. */
 SearchBackend avx2SearchBackend();
+
+/** For every arm64 processor. Its function is null on others. */
+SearchBackend neonSearchBackend();
 
 /** Those that this processor can run, the slowest first. */
 std::vector<SearchBackend> availableSearchBackends();

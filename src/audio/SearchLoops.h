@@ -13,7 +13,10 @@
 //     numLanes                 lanes of 32 bits, a divisor of tileSize
 //     Floats                   a register of floats, with broadcast, load, store and
 //                              addProduct (sum, a, b), which rounds twice, not once
-//     multipliesPairs          whether there is the like for integers:
+//     scoresRoughly            whether it multiplies integers of 16 bits faster than floats. If so:
+//     scoreRoughly (scratch, numTiles, numGuidePoints)
+//                              turns the scratch's integers into its rough scores;
+//                              scoreByPairs<Vector> does so with
 //     Integers                 a register of 32-bit integers, with broadcast, load, store and
 //                              addProducts (sum, a, b), which multiplies 16-bit halves and adds both
 
@@ -170,7 +173,7 @@ void scoreTile (const float* reference, const float* guide, float* scores)
     themselves in this arrangement.
 */
 template <typename Vector>
-void scoreRoughly (const int32_t* reference, const int32_t* guide, int numTiles, int32_t* scores)
+void scorePairs (const int32_t* reference, const int32_t* guide, int numTiles, int32_t* scores)
 {
     constexpr int numVectors = tileSize / Vector::numLanes;
     static_assert (numVectors * Vector::numLanes == tileSize);
@@ -199,6 +202,20 @@ void scoreRoughly (const int32_t* reference, const int32_t* guide, int numTiles,
     }
 }
 
+/** Makes pairs of the scratch's integers, and rough scores of those. */
+template <typename Vector>
+void scoreByPairs (SearchScratch& scratch, int numTiles, int numGuidePoints)
+{
+    for (int pair = 0; pair < matchPoints / 2; ++pair)
+        scratch.referencePairs[pair] =
+            makePair (scratch.referenceIntegers[2 * pair], scratch.referenceIntegers[2 * pair + 1]);
+
+    for (int i = 0; i < numGuidePoints; ++i)
+        scratch.guidePairs[i] = makePair (scratch.guideIntegers[i], scratch.guideIntegers[i + candidateStride]);
+
+    scorePairs<Vector> (scratch.referencePairs, scratch.guidePairs, numTiles, scratch.roughScores);
+}
+
 /** Works out the rough scores.
     @returns the lowest of them at which a candidate may still be the best
 */
@@ -207,7 +224,7 @@ int64_t roughThreshold (SearchScratch& scratch, int numCandidates, int numGuideP
 {
     constexpr auto admitsAll = INT64_MIN;
 
-    if constexpr (! Vector::multipliesPairs)
+    if constexpr (! Vector::scoresRoughly)
         return admitsAll;
     else
     {
@@ -220,15 +237,8 @@ int64_t roughThreshold (SearchScratch& scratch, int numCandidates, int numGuideP
         scaleAndRound (scratch.reference, referenceNorm, scratch.referenceIntegers, matchPoints);
         scaleAndRound (scratch.guide, guideNorm, scratch.guideIntegers, numGuidePoints);
 
-        for (int pair = 0; pair < matchPoints / 2; ++pair)
-            scratch.referencePairs[pair] =
-                makePair (scratch.referenceIntegers[2 * pair], scratch.referenceIntegers[2 * pair + 1]);
-
-        for (int i = 0; i < numGuidePoints; ++i)
-            scratch.guidePairs[i] = makePair (scratch.guideIntegers[i], scratch.guideIntegers[i + candidateStride]);
-
         const int numTiles = (numCandidates + tileSize - 1) / tileSize;
-        scoreRoughly<Vector> (scratch.referencePairs, scratch.guidePairs, numTiles, scratch.roughScores);
+        Vector::scoreRoughly (scratch, numTiles, numGuidePoints);
         return maximum (scratch.roughScores, numCandidates) - roughMargin;
     }
 }

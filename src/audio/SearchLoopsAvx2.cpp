@@ -11,7 +11,7 @@ struct Avx2
     using Floats = __m256;
     using Integers = __m256i;
     static constexpr int numLanes = 8;
-    static constexpr bool multipliesPairs = true;
+    static constexpr bool scoresRoughly = true;
 
     static Integers broadcast (int32_t value) { return _mm256_set1_epi32 (value); }
     static Integers load (const int32_t* from) { return _mm256_loadu_si256 (reinterpret_cast<const Integers*> (from)); }
@@ -19,6 +19,10 @@ struct Avx2
     static Integers addProducts (Integers sum, Integers a, Integers b)
     {
         return _mm256_add_epi32 (sum, _mm256_madd_epi16 (a, b));
+    }
+    static void scoreRoughly (SearchScratch& scratch, int numTiles, int numGuidePoints)
+    {
+        scoreByPairs<Avx2> (scratch, numTiles, numGuidePoints);
     }
 
     static Floats broadcast (float value) { return _mm256_set1_ps (value); }

@@ -12,7 +12,7 @@ struct Plain
     };
 
     static constexpr int numLanes = 4;
-    static constexpr bool multipliesPairs = false;
+    static constexpr bool scoresRoughly = false;
 
     static Floats broadcast (float value) { return { { value, value, value, value } }; }
     static Floats load (const float* from) { return { { from[0], from[1], from[2], from[3] } }; }

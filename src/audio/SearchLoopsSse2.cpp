@@ -11,7 +11,7 @@ struct Sse2
     using Floats = __m128;
     using Integers = __m128i;
     static constexpr int numLanes = 4;
-    static constexpr bool multipliesPairs = true;
+    static constexpr bool scoresRoughly = true;
 
     static Integers broadcast (int32_t value) { return _mm_set1_epi32 (value); }
     static Integers load (const int32_t* from) { return _mm_loadu_si128 (reinterpret_cast<const Integers*> (from)); }
@@ -19,6 +19,10 @@ struct Sse2
     static Integers addProducts (Integers sum, Integers a, Integers b)
     {
         return _mm_add_epi32 (sum, _mm_madd_epi16 (a, b));
+    }
+    static void scoreRoughly (SearchScratch& scratch, int numTiles, int numGuidePoints)
+    {
+        scoreByPairs<Sse2> (scratch, numTiles, numGuidePoints);
     }
 
     static Floats broadcast (float value) { return _mm_set1_ps (value); }

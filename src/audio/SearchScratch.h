@@ -29,6 +29,8 @@ struct SearchScratch
     int32_t guideIntegers[paddedGuidePoints + candidateStride] = {};
     int32_t referencePairs[matchPoints / 2] = {};
     int32_t guidePairs[paddedGuidePoints] = {};
+    int16_t referenceShorts[matchPoints] = {};
+    int16_t guideShorts[paddedGuidePoints] = {};
     int32_t roughScores[paddedCandidates] = {};
 };
 
