@@ -24,13 +24,14 @@ ENVIRONMENT = os.environ | {"UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", ""
 @cache
 def provide(script: str) -> Path:
     """Installs what a worker needs, and returns the interpreter that has it. Skips the test where it cannot be had."""
-    return Path(_run_uv(script, "run", SCRIPTS / "environment.py", SCRIPTS / script).splitlines()[-1])
+    return Path(run_uv(script, "run", SCRIPTS / "environment.py", SCRIPTS / script).splitlines()[-1])
 
 
-def _run_uv(script: str, *arguments: str | Path) -> str:
+def run_uv(what: str, *arguments: str | Path) -> str:
+    """Installs, and returns the output. Skips the test where what is wanted cannot be had, but not in CI."""
     done = subprocess.run([UV, *arguments], env=ENVIRONMENT, capture_output=True, text=True)
     if done.returncode != 0 and not os.environ.get("CI"):
-        pytest.skip(f"What {script} needs could not be installed: {done.stderr.strip()}")
+        pytest.skip(f"What {what} needs could not be installed: {done.stderr.strip()}")
     assert done.returncode == 0, done.stderr
     return done.stdout
 
