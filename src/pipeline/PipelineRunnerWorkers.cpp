@@ -125,22 +125,24 @@ bool PipelineRunner::separate (RunState& state, juce::String& message)
 
     report (0.16, "Separating stems with " + config.modelName + " (first run downloads the model)...");
 
+    const auto showLine = [this, fraction = 0.16] (const juce::String& line) mutable
+    {
+        if (const auto percentage = workerprogress::readBarLine (line))
+        {
+            fraction = *percentage * 0.5 / 100.0 + 0.16;
+            report (fraction, "Separating stems... " + juce::String (*percentage) + "%");
+        }
+        else if (const auto status = workerprogress::readSetupLine (line))
+        {
+            report (fraction, *status);
+        }
+    };
+
     const auto result = runScript (
         PythonBridge::makeCommand (state.uv, state.scripts, "separate.py",
                                    { state.sourceFile.getFullPathName(), folder.getFullPathName(), "--model",
                                      config.modelName, "--stems", names.joinIntoString (",") }),
-        [this, fraction = 0.16] (const juce::String& line) mutable
-        {
-            if (const auto percentage = workerprogress::readBarLine (line))
-            {
-                fraction = *percentage * 0.5 / 100.0 + 0.16;
-                report (fraction, "Separating stems... " + juce::String (*percentage) + "%");
-            }
-            else if (const auto status = workerprogress::readSetupLine (line))
-            {
-                report (fraction, *status);
-            }
-        });
+        showLine);
 
     if (threadShouldExit())
         return false;
