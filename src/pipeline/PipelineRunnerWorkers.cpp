@@ -138,11 +138,11 @@ bool PipelineRunner::separate (RunState& state, juce::String& message)
         }
     };
 
-    const auto result = runScript (
-        PythonBridge::makeCommand (state.uv, state.scripts, "separate.py",
-                                   { state.sourceFile.getFullPathName(), folder.getFullPathName(), "--model",
-                                     config.modelName, "--stems", names.joinIntoString (",") }),
-        showLine);
+    const auto result =
+        runScript (PythonBridge::makeCommand (state.uv, state.scripts, "separate.py",
+                                              { state.sourceFile.getFullPathName(), folder.getFullPathName(), "--model",
+                                                config.modelName, "--stems", names.joinIntoString (",") }),
+                   showLine);
 
     if (threadShouldExit())
         return false;
