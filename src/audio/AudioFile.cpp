@@ -99,40 +99,119 @@ juce::AudioBuffer<float> readWhole (juce::AudioFormatReader& reader)
     return buffer;
 }
 
-bool writeWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, double sampleRate, int bitDepth,
-               juce::String& error)
+static juce::String notOpened (const juce::File& file)
 {
-    constexpr auto streamBufferSize = 32768;
+    return "Could not open output file for writing:\n" + file.getFullPathName();
+}
 
-    file.deleteFile();
-    std::unique_ptr<juce::OutputStream> stream = file.createOutputStream (streamBufferSize);
-
-    if (stream == nullptr)
+/** @param named  the file that an error names
+    @returns null if the stream could not be opened, or if there is no WAV of that depth or channel count
+*/
+static std::unique_ptr<juce::AudioFormatWriter> createWriter (std::unique_ptr<juce::FileOutputStream> fileStream,
+                                                              int numChannels, double sampleRate, int bitDepth,
+                                                              const juce::File& named, juce::String& error)
+{
+    if (fileStream == nullptr)
     {
-        error = "Could not open output file for writing:\n" + file.getFullPathName();
-        return false;
+        error = notOpened (named);
+        return nullptr;
     }
 
     using Options = compat::AudioFormatWriterOptions;
     const auto options =
         Options {}
             .withSampleRate (sampleRate)
-            .withNumChannels (buffer.getNumChannels())
+            .withNumChannels (numChannels)
             .withBitsPerSample (bitDepth)
             .withSampleFormat (bitDepth == 32 ? Options::SampleFormat::floatingPoint : Options::SampleFormat::integral);
 
     compat::WavAudioFormat wav;
-    const auto writer = wav.createWriterFor (stream, options);
+    std::unique_ptr<juce::OutputStream> stream = std::move (fileStream);
+    auto writer = wav.createWriterFor (stream, options);
 
     if (writer == nullptr)
-    {
         error = "Could not create a " + juce::String (bitDepth) + "-bit WAV writer.";
+
+    return writer;
+}
+
+constexpr auto streamBufferSize = 32768;
+
+bool writeWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, double sampleRate, int bitDepth,
+               juce::String& error)
+{
+    file.deleteFile();
+    const auto writer = createWriter (file.createOutputStream (streamBufferSize), buffer.getNumChannels(), sampleRate,
+                                      bitDepth, file, error);
+
+    if (writer == nullptr)
         return false;
-    }
 
     writer->writeFromAudioSampleBuffer (buffer, 0, buffer.getNumSamples());
     writer->flush();
     return true;
+}
+
+/** @returns whether the file's header states these samples and the file is long enough to have them */
+static bool holds (const juce::File& file, const juce::AudioBuffer<float>& buffer, int bitDepth)
+{
+    const std::unique_ptr<juce::AudioFormatReader> reader (
+        juce::WavAudioFormat().createReaderFor (file.createInputStream().release(), true));
+    const auto numBytes = static_cast<juce::int64> (buffer.getNumSamples()) * buffer.getNumChannels() * bitDepth / 8;
+    return reader != nullptr && reader->lengthInSamples == buffer.getNumSamples() && file.getSize() > numBytes;
+}
+
+/** @param reason  receives the system's reason for a failure, if it gives one */
+static bool writeAll (const juce::File& file, const juce::File& named, const juce::AudioBuffer<float>& buffer,
+                      double sampleRate, int bitDepth, juce::String& error, juce::String& reason)
+{
+    auto stream = file.createOutputStream (streamBufferSize);
+    auto* const opened = stream.get();
+    const auto writer = createWriter (std::move (stream), buffer.getNumChannels(), sampleRate, bitDepth, named, error);
+
+    if (writer == nullptr)
+        return false;
+
+    const auto written = writer->writeFromAudioSampleBuffer (buffer, 0, buffer.getNumSamples()) && writer->flush();
+
+    // The system writes what still fits and gives no reason for that. It gives one when nothing fits.
+    if (! written && opened->getStatus().wasOk())
+    {
+        opened->setPosition (file.getSize());
+        opened->writeRepeatedByte (0, 2 * streamBufferSize);
+    }
+
+    reason = opened->getStatus().getErrorMessage();
+    return written && reason.isEmpty();
+}
+
+bool replaceWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, double sampleRate, int bitDepth,
+                 juce::String& error)
+{
+    const auto name = ".kelvane-" + juce::String::toHexString (file.getFileName().hashCode64()) + ".part";
+    const auto unfinished = file.getSiblingFile (name);
+    unfinished.deleteFile();
+
+    if (file.isDirectory())
+    {
+        error = notOpened (file);
+        return false;
+    }
+
+    juce::String reason;
+
+    if (writeAll (unfinished, file, buffer, sampleRate, bitDepth, error, reason) && holds (unfinished, buffer, bitDepth)
+        && unfinished.replaceFileIn (file))
+        return true;
+
+    unfinished.deleteFile();
+
+    if (error.isEmpty())
+        error = "Could not write the output file:\n" + file.getFullPathName() + "\n"
+                + (reason.isEmpty() ? juce::String ("The disk may be full or gone") : reason)
+                + ". A file of that name from before is unchanged. Free some space or choose another folder.";
+
+    return false;
 }
 
 } // namespace audiofile

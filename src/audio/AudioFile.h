@@ -28,7 +28,7 @@ std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats
 */
 juce::AudioBuffer<float> readWhole (juce::AudioFormatReader& reader);
 
-/** Writes a WAV file, in place of an older one of that name.
+/** Writes a WAV file, in place of an older one of that name, which is deleted first.
 
     What cannot be written, because the disk is full, say, is lost without an error.
 
@@ -38,5 +38,15 @@ juce::AudioBuffer<float> readWhole (juce::AudioFormatReader& reader);
 */
 bool writeWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, double sampleRate, int bitDepth,
                juce::String& error);
+
+/** Writes a WAV file as writeWav() does, but loses nothing: an older file of that name is replaced, at once, only when
+    the new one is complete, on the disk and as long as its header says. Until then it lies beside it, under a hidden
+    name that depends only on the file's, so that the next attempt replaces what a killed one has left.
+
+    @param error  receives the message for the user, with the reason that the system gives
+    @returns false if the file could not be written; the older one is then there as it was
+*/
+bool replaceWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, double sampleRate, int bitDepth,
+                 juce::String& error);
 
 } // namespace audiofile

@@ -189,6 +189,7 @@ bool PipelineRunner::render (const RunState& state, int& filesWritten, juce::Str
 {
     StemRenderer renderer (config, { state.stemFiles, state.ratio, state.baseName, state.statusSuffix, state.outDir });
     renderer.onProgress = [this] (double fraction, const juce::String& text) { report (fraction, text); };
+    renderer.checksWrites = checksWrites;
     renderer.shouldCancel = [this] { return threadShouldExit(); };
 
     const auto success = renderer.render (message);

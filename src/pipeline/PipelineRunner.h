@@ -27,6 +27,8 @@ public:
     */
     std::function<void (bool, juce::String)> onFinished;
 
+    bool checksWrites = false; /**< for the StemRenderer */
+
     /** Asks the run to end and kills its worker. Returns at once, on any thread. */
     void cancel();
 

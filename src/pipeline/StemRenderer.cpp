@@ -55,7 +55,9 @@ bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const NamedFil
 
     const auto outputFile = childNamed (job.outDir, job.baseName + " - " + name + ".wav");
 
-    if (! audiofile::writeWav (outputFile, buffer, targetRate, config.bitDepth, message))
+    const auto write = checksWrites ? audiofile::replaceWav : audiofile::writeWav;
+
+    if (! write (outputFile, buffer, targetRate, config.bitDepth, message))
         return false;
 
     ++filesWritten;

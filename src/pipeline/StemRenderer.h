@@ -31,6 +31,11 @@ public:
     std::function<void (double fraction, const juce::String& text)> onProgress;
     std::function<bool()> shouldCancel; /**< asked before each file; a file once begun is finished */
 
+    /** Loses no older file of the user's: one is replaced only by a complete one, and a write that fails is an error.
+        Otherwise older files are deleted first and such a write goes unnoticed.
+    */
+    bool checksWrites = false;
+
     /** @param config  read for adjustMode, stretchMode, sampleRate and bitDepth alone */
     StemRenderer (const PipelineConfig& config, Job job);
 

@@ -15,6 +15,7 @@ void BatchRenderer::startSong (const Song& song)
     config.inputFile = song.file;
 
     runner = std::make_unique<PipelineRunner> (config);
+    runner->checksWrites = true;
     runner->onProgress = [this] (double fraction, const juce::String& text)
     {
         lastFraction = fraction;

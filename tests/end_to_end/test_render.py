@@ -11,6 +11,7 @@ from pathlib import Path
 import numpy as np
 import pytest
 from conftest import RENDER, Run, read_wav, rendered
+from namespaces import with_disk
 from wav import write_wav
 from workers import DEMO_SONG
 
@@ -273,3 +274,23 @@ def test_relative_paths_in_the_environment_keep_their_meaning(environment: dict[
     subprocess.run([RENDER, "--analyze", DEMO_SONG], cwd=here, env=environment | given, capture_output=True)
     seen = dict(line.partition("=")[::2] for line in (tmp_path / "seen").read_text().split("\0"))
     assert {name: seen.get(name) for name in given} == expected
+
+
+@pytest.mark.parametrize(
+    ("state", "reason"),
+    [("size=64k", "No space left on device"), ("ro", "Could not open output file for writing:")],
+    ids=["full", "read-only"],
+)
+def test_a_disk_that_cannot_be_written_costs_no_older_file(
+    state: str, reason: str, tmp_path: Path, song: Path, environment: dict[str, str]
+) -> None:
+    folder = tmp_path / "out" / "song - Stems"
+    folder.mkdir(parents=True)
+    older = folder / "song - full mix.wav"
+    look = f'ls -A "{folder}"; cat "{older}"'
+    script = f'echo older >"{older}"; mount -o remount,{state} "{folder}"; "$@"; echo $?; {look}'
+    command = ["sh", "-c", script, "sh", RENDER, song, "--out", tmp_path / "out", "--full-song", "--bits", "32"]
+    done = subprocess.run(with_disk(folder, "size=64k", *command), env=environment, capture_output=True, text=True)
+    assert done.stdout.splitlines()[-3:] == ["1", older.name, "older"], done
+    assert reason in done.stderr
+    assert str(older) in done.stderr

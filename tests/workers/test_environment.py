@@ -10,6 +10,7 @@ from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
+from namespaces import with_disk
 from package_indexes import PackageIndexes
 from processes import descendants, gone
 from workers import SCRIPTS, UV, run_worker
@@ -163,11 +164,7 @@ def test_a_full_disk(
     indexes.add("/whl/cpu/torch", "2.13.1+cpu", size=4_000_000)
     disk = tmp_path / full
     disk.mkdir()
-    in_namespace = ["unshare", "--mount", "--map-root-user", "sh", "-c"]
-    mount = f"mount -t tmpfs -o size=2m tmpfs {disk} && "
-    if subprocess.run([*in_namespace, mount + "true"], capture_output=True).returncode != 0:
-        pytest.skip("No disk can be mounted here")
-    command = [*in_namespace, mount + f'exec {UV} run --quiet "$@"', "sh", script, "a b", "é"]
+    command = with_disk(disk, "size=2m", UV, "run", "--quiet", script, "a b", "é")
     done = subprocess.run(command, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     assert done.returncode == 1
     assert done.stdout.splitlines()[-1].startswith("The disk is full: free some space"), done.stdout
