@@ -18,7 +18,7 @@ import sys
 import threading
 from collections.abc import Callable, Iterator
 from fractions import Fraction
-from itertools import groupby
+from itertools import chain, groupby
 from pathlib import Path
 from typing import TYPE_CHECKING, NoReturn
 
@@ -309,23 +309,29 @@ def read_audio(path: str, rate: int, layout: str, max_seconds: float | None = No
     blocks, num_samples = [], 0
     max_samples = sys.maxsize if max_seconds is None else round(max_seconds * rate)
 
-    for block in _resampled(path, rate, layout):
-        blocks.append(block)
-        num_samples += block.shape[1]
+    for frame in resampled_frames(path, rate, layout, "fltp"):
+        blocks.append(frame.to_ndarray())
+        num_samples += frame.samples
         if num_samples >= max_samples:
             break
-    if not blocks:
-        raise WorkerError(f"{os.path.basename(path)} is too short to be of use: choose another file.")
     return np.concatenate(blocks, axis=1)[:, :max_samples]
 
 
-def _resampled(path: str, rate: int, layout: str) -> "Iterator[np.ndarray]":
-    """Blocks of shape (channels, samples). The file's own rate and channels may change on the way."""
+def resampled_frames(path: str, rate: int, layout: str, sample_format: str) -> Iterator["av.AudioFrame"]:
+    """Decodes a file, frame by frame, to one rate, layout and format, which may change within the file.
+
+    Raises WorkerError if nothing can be decoded.
+    """
     import av
 
+    anything = False
     for _, frames in groupby(audio_frames(path), lambda frame: (frame.format.name, frame.layout.name, frame.rate)):
-        resampler = av.AudioResampler(format="fltp", layout=layout, rate=rate)
-        for frame in frames:
-            frame.pts = None
-            yield from (part.to_ndarray() for part in resampler.resample(frame))
-        yield from (part.to_ndarray() for part in resampler.resample(None))
+        resampler = av.AudioResampler(format=sample_format, layout=layout, rate=rate)
+        for frame in chain(frames, [None]):  # the last one asks for what the resampler holds back
+            if frame is not None:
+                frame.pts = None
+            for resampled in resampler.resample(frame):
+                anything = True
+                yield resampled
+    if not anything:
+        raise WorkerError(f"{os.path.basename(path)} is too short to be of use: choose another file.")

@@ -12,9 +12,15 @@ from wav import read_float_wav, write_float_wav, write_wav
 from workers import ENVIRONMENT, SCRIPTS, UV, provide, run_worker
 
 SCRIPT = SCRIPTS / "separate.py"
+SUPPORT = Path(__file__).parents[1] / "support"
 ENCODED = Path(__file__).parents[1] / "audio" / "encoded"
 RATE = 44100
 NO_SERVER = "http://127.0.0.1:9"
+
+# The small model's chunks.
+CHUNK = 2 * RATE
+STRIDE = CHUNK * 3 // 4
+LOUD_SONG_PERCENTS = [int(100 * chunk * STRIDE / (20 * RATE)) for chunk in range(14)] + [100]
 
 # Demucs' own way from samples to stems.
 REFERENCE = """
@@ -28,6 +34,26 @@ stems = apply_model(model, (mix[None] - mean) / deviation, shifts=0)[0] * deviat
 numpy.savez(sys.argv[2], **dict(zip(model.sources, stems)))
 """
 
+# Prints how far the chunks' way lies from Demucs' own interface, relative to the stems, for songs of the given lengths.
+COMPARISON = """
+import sys
+from pathlib import Path
+sys.path[:0] = sys.argv[1:3]
+import numpy, torch
+from decoded_song import DecodedSong
+from demucs.api import Separator
+from separation import separate
+from wav import write_float_wav
+demucs = Separator("hf://htdemucs", shifts=0)
+random = numpy.random.default_rng(1)
+for num_samples in map(int, sys.argv[4:]):
+    mix = (3000 * random.standard_normal((2, num_samples)) + 500).astype("f4")
+    path = write_float_wav(Path(sys.argv[3], "song.wav"), mix.T, 44100)
+    expected = torch.stack(list(demucs.separate_tensor(torch.from_numpy(mix))[1].values()))
+    stems = torch.cat(list(separate(demucs.model, DecodedSong(str(path), path.parent))), -1)
+    print("distance", float((stems - expected).norm() / expected.norm()))
+"""
+
 # Stands in for a GPU whose memory runs out in the second chunk.
 FAILING_GPU = """
 import os, sys
@@ -35,7 +61,7 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(sys.argv[1]))
 import environment, pathlib
 environment.enter(pathlib.Path(sys.argv[1]))
-import separate, torch, worker
+import separate, separation, torch, worker
 from demucs.htdemucs import HTDemucs
 forward, calls = HTDemucs.forward, []
 def fail_once(model, mix):
@@ -43,7 +69,7 @@ def fail_once(model, mix):
     if len(calls) == 2:
         raise torch.OutOfMemoryError("CUDA out of memory.\\nMore.")
     return forward(model, mix)
-HTDemucs.forward, separate._gpu = fail_once, lambda: "cpu"
+HTDemucs.forward, separation._gpu = fail_once, lambda: "cpu:0"
 sys.argv[:2] = sys.argv[1:2]
 worker.run(separate.main)
 """
@@ -102,11 +128,22 @@ def test_writes_the_wanted_stems_unscaled(
     stems: str, loud_song: Path, reference: dict[str, np.ndarray], tmp_path: Path, environment: dict[str, str]
 ) -> None:
     shown = percents(run_worker(*arguments(loud_song, tmp_path, stems), environment=environment, status=0))
-    assert shown == [int(100 * 1.5 * chunk / 20) for chunk in range(14)] + [100]
+    assert shown == LOUD_SONG_PERCENTS
     assert {path.name for path in tmp_path.iterdir()} == {f"{stem}.wav" for stem in stems.split(",")}
     for stem in stems.split(","):
         assert np.abs(reference[stem]).max() > 2
         assert_same(read_stem(tmp_path / f"{stem}.wav"), reference[stem])
+
+
+def test_is_as_demucs_own_at_every_length(tmp_path: Path, environment: dict[str, str]) -> None:
+    around = [edge + by for edge in (STRIDE, CHUNK, 2 * STRIDE, STRIDE + CHUNK) for by in (-1, 0, 1)]
+    anywhere = np.random.default_rng(2).integers(2, 4 * CHUNK, 8).tolist()
+    lengths = [2, 3, CHUNK - STRIDE, *around, *anywhere]
+    command = [provide("separate.py"), "-c", COMPARISON, SCRIPTS, SUPPORT, tmp_path, *map(str, lengths)]
+    output = subprocess.run(command, env=environment, check=True, capture_output=True, text=True).stdout
+    distances = re.findall("^distance (.*)", output, re.MULTILINE)
+    assert len(distances) == len(lengths)
+    assert max(map(float, distances)) < 1e-6
 
 
 def test_a_gpu_without_memory_gives_way_to_the_cpu(
@@ -115,14 +152,15 @@ def test_a_gpu_without_memory_gives_way_to_the_cpu(
     script = tmp_path / "failing_gpu.py"
     script.write_text(SCRIPT.read_text().partition('"""')[0] + FAILING_GPU)
     lines = run_worker(script, *arguments(loud_song, tmp_path, "bass"), environment=environment, status=0)
-    given_up = lines.index("The GPU has given up, so the CPU starts again (CUDA out of memory.)")
-    assert lines[given_up + 1].startswith("Separating on the CPU")
+    failure = lines.index("The GPU failed, so the CPU continues (CUDA out of memory.)")
+    assert lines[failure + 1].startswith("Separating on the CPU")
+    assert percents(lines) == LOUD_SONG_PERCENTS
     assert_same(read_stem(tmp_path / "bass.wav"), reference["bass"])
 
 
 @pytest.mark.parametrize(
     ("num_samples", "rate", "channels"),
-    [(1, RATE, 2), (2, RATE, 1), (66150, RATE, 2), (66151, RATE, 1), (88200, RATE, 2), (9600, 96000, 1)],
+    [(1, RATE, 2), (STRIDE + 1, RATE, 1), (9600, 96000, 1)],
 )
 def test_keeps_the_length(
     num_samples: int, rate: int, channels: int, tmp_path: Path, environment: dict[str, str]
@@ -219,4 +257,4 @@ def test_ends_with_uv_in_the_middle_of_a_chunk(tmp_path: Path, environment: dict
         assert any(b"1%|" in line for line in process.stdout)
         process.kill()
         assert b"100%|" not in process.stdout.read()  # it ends when nobody holds the pipe any more
-    assert not list((tmp_path / "stems").iterdir())
+    assert not list((tmp_path / "stems").glob("*.wav"))

@@ -1,0 +1,110 @@
+"""Runs Demucs over a song of any length, in memory that does not grow with it."""
+
+from collections.abc import Iterator
+from typing import TYPE_CHECKING
+
+import worker
+from decoded_song import DecodedSong
+
+if TYPE_CHECKING:
+    import torch
+    from demucs.apply import BagOfModels, TensorChunk
+
+_OVERLAP = 0.25  # of a chunk, as in Demucs' own command
+
+
+def separate(model: "BagOfModels", song: DecodedSong) -> "Iterator[torch.Tensor]":
+    """Yields the stems from start to end, in tensors of shape (stems, 2, samples), one for each chunk of the song.
+
+    They are those of Demucs' own command without random shifts. Runs on a GPU where there is one.
+    """
+    import torch
+
+    network = _Network(model)
+    mean, deviation = song.normalization()
+    chunk_size = int(model.samplerate * model.models[0].segment)
+    stride = int((1 - _OVERLAP) * chunk_size)
+    fading = _fading_weights(chunk_size)
+    tail, tail_weights = torch.zeros(0), torch.zeros(0)  # of the chunk before, beyond its stride
+
+    for start in range(0, song.num_samples, stride):
+        length = min(chunk_size, song.num_samples - start)
+        weights = fading[:length].clone()
+        stems = network.run(_chunk(song, start, length, chunk_size, mean, deviation)).mul_(weights)
+        overlap = len(tail_weights)
+        stems[..., :overlap] += tail
+        weights[:overlap] += tail_weights
+        tail, tail_weights = stems[..., stride:].clone(), weights[stride:]
+        yield stems[..., :stride].div_(weights[:stride]).mul_(deviation).add_(mean)
+
+
+def _fading_weights(size: int) -> "torch.Tensor":
+    """A triangle, whose maximum is 1."""
+    import torch
+
+    rising = torch.arange(1, size // 2 + 1)
+    falling = torch.arange(size - size // 2, 0, -1)
+    return torch.cat([rising, falling]) / falling[0]
+
+
+def _chunk(
+    song: DecodedSong, start: int, length: int, padded_length: int, mean: float, deviation: float
+) -> "TensorChunk":
+    """A normalized chunk, with as much of the song around it as Demucs pads it with."""
+    import torch
+    from demucs.apply import TensorChunk
+
+    padding = padded_length - length
+    first = max(0, start - padding // 2)
+    end = min(song.num_samples, start - padding // 2 + padded_length)
+    around = torch.from_numpy(song.read(first, end)).sub_(mean).div_(deviation)
+    return TensorChunk(around[None], start - first, length)
+
+
+class _Network:
+    """Runs the model chunk by chunk, on a GPU until that fails."""
+
+    def __init__(self, model: "BagOfModels") -> None:
+        import torch
+
+        if hasattr(torch.backends, "mha"):  # not in the last torch for Intel Macs
+            torch.backends.mha.set_fastpath_enabled(False)  # slower than the fused attention behind it
+        self._model = model
+        self._use(_gpu() or "cpu")
+
+    def run(self, chunk: "TensorChunk") -> "torch.Tensor":
+        """The chunk's stems, of shape (stems, 2, samples), on the CPU."""
+        if self._device != "cpu":
+            try:
+                return self._run(chunk)
+            except RuntimeError as error:  # out of memory above all, or a GPU that this torch does not know
+                reason = str(error).partition("\n")[0]
+                worker.say(f"The GPU failed, so the CPU continues ({reason})")
+            self._use("cpu")
+        try:
+            return self._run(chunk)
+        except RuntimeError as error:
+            if "you tried to allocate" in str(error):  # torch has no type for it
+                raise MemoryError from error
+            raise
+
+    def _use(self, device: str) -> None:
+        import torch
+
+        threads = f" ({torch.get_num_threads()} threads)" if device == "cpu" else ""
+        worker.say(f"Separating on the {device.upper()}{threads}")
+        self._device = device
+
+    def _run(self, chunk: "TensorChunk") -> "torch.Tensor":
+        from demucs.apply import apply_model
+
+        self._model.to(self._device)  # once: Demucs would move it there and back for each chunk
+        return apply_model(self._model, chunk, shifts=0, split=False, device=self._device)[0].cpu()
+
+
+def _gpu() -> str | None:
+    import torch
+
+    if torch.cuda.is_available():
+        return "cuda"
+    return "mps" if torch.backends.mps.is_available() else None

@@ -1,0 +1,67 @@
+"""Writes stems as WAV."""
+
+import os
+import struct
+import zlib
+from pathlib import Path
+from typing import TYPE_CHECKING
+
+from decoded_song import RATE
+
+if TYPE_CHECKING:
+    import numpy as np
+
+_FLOAT = 3  # WAV's code for the samples' type
+_CHANNELS = 2
+_FRAME_SIZE = 4 * _CHANNELS  # bytes
+_UNKNOWN = 0xFFFFFFFF  # in 32 bits, where RF64 has the size in 64
+
+
+class StemFile:
+    """A stereo WAV file of 32-bit floats, written from start to end, which its owner alone may read.
+
+    size, in bytes, and checksum, a CRC-32, are those of what has been written.
+    """
+
+    def __init__(self, path: Path, num_samples: int) -> None:
+        """The header states the length: what follows has to be as long."""
+        self.path = path
+        self.size = self.checksum = 0
+        self._file = open(path, "wb", opener=_open_private)  # noqa: SIM115  # close() does
+        self._put(_header(num_samples))
+
+    def write(self, samples: "np.ndarray") -> None:
+        """Appends floats of shape (2, samples)."""
+        self._put(samples.T.tobytes())
+
+    def close(self) -> None:
+        self._file.close()
+
+    def rename(self, path: Path) -> None:
+        self.path = self.path.replace(path)
+
+    def _put(self, data: bytes) -> None:
+        self._file.write(data)
+        self.size += len(data)
+        self.checksum = zlib.crc32(data, self.checksum)
+
+
+def file_size(num_samples: int) -> int:
+    """In bytes."""
+    return len(_header(num_samples)) + num_samples * _FRAME_SIZE
+
+
+def _open_private(path: str, flags: int) -> int:
+    return os.open(path, flags, 0o600)
+
+
+def _header(num_samples: int) -> bytes:
+    """Of RF64, WAV with sizes of 64 bits, where 32 do not suffice."""
+    data_size = num_samples * _FRAME_SIZE
+    form = struct.pack("<4sIHHIIHH", b"fmt ", 16, _FLOAT, _CHANNELS, RATE, RATE * _FRAME_SIZE, _FRAME_SIZE, 32)
+    riff_size = 4 + len(form) + 8 + data_size
+    if riff_size < _UNKNOWN:
+        return struct.pack("<4sI4s", b"RIFF", riff_size, b"WAVE") + form + struct.pack("<4sI", b"data", data_size)
+    sizes = struct.pack("<4sIQQQI", b"ds64", 28, riff_size + 36, data_size, num_samples, 0)
+    start = struct.pack("<4sI4s", b"RF64", _UNKNOWN, b"WAVE")
+    return start + sizes + form + struct.pack("<4sI", b"data", _UNKNOWN)
