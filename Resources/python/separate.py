@@ -14,7 +14,7 @@
 """Splits a song into stems by Demucs. Arguments: the song, a folder, --model NAME, --stems A,B,…
 
 Writes each wanted stem into the folder as 32-bit float WAV, as loud as Demucs gives it, and prints
-the progress as " 12%|###       |".
+the progress as " 12%|#         |". All stems are kept in the user's cache, where the next run finds them.
 """
 
 import argparse
@@ -34,7 +34,9 @@ import model_cache
 import separation
 from background import Background
 from decoded_song import DecodedSong
-from stem_file import StemFile
+from stem_cache import NewEntry, StemCache
+from stem_file import StemFile, file_size
+from stem_key import stem_key
 
 sys.dont_write_bytecode = False
 
@@ -53,9 +55,17 @@ def main(arguments: list[str]) -> None:
     options.folder.mkdir(parents=True, exist_ok=True)
 
     _tune()
+    cache = StemCache()
     worker.say("Reading the song")
-    song = DecodedSong(options.song, options.folder)
+    song = DecodedSong(options.song, cache.scratch_folder(options.folder))
+    key = stem_key(song.digest, options.model)
+    if cache.place(key, options.stems, options.folder):
+        _show(1)
+    else:
+        _separate(song, options, key, cache)
 
+
+def _separate(song: DecodedSong, options: argparse.Namespace, key: str | None, cache: StemCache) -> None:
     worker.say(f"Loading the {options.model} model")
     model = model_cache.load(options.model).model
     for stem in options.stems:
@@ -63,8 +73,10 @@ def main(arguments: list[str]) -> None:
             known = ", ".join(model.sources)
             raise worker.WorkerError(f'The {options.model} model has no stem "{stem}": choose among {known}.')
 
+    key = key or stem_key(song.digest, options.model)  # the model may have been missing
     blocks = separation.separate(model, song)
-    _write(blocks, model.sources, song.num_samples, options.stems, options.folder)
+    with cache.new_entry(key, len(model.sources) * file_size(song.num_samples)) as entry:
+        _write(blocks, model.sources, song.num_samples, options.stems, options.folder, entry)
 
 
 def _tune() -> None:
@@ -81,15 +93,22 @@ def _tune() -> None:
 
 
 def _write(
-    blocks: "Iterable[torch.Tensor]", sources: list[str], num_samples: int, wanted: list[str], folder: Path
+    blocks: "Iterable[torch.Tensor]",
+    sources: list[str],
+    num_samples: int,
+    wanted: list[str],
+    folder: Path,
+    entry: NewEntry,
 ) -> None:
-    """Writes the wanted stems beside the separation. Their names appear when all are complete."""
+    """Writes the wanted stems into the folder and the others into the entry, beside the separation."""
     files = {stem: StemFile(folder / f"{stem}.part", num_samples) for stem in wanted}
 
     def write(block: "torch.Tensor") -> None:
         for stem, samples in zip(sources, block.numpy(), strict=True):
             if stem in files:
                 files[stem].write(samples)
+            else:
+                entry.write(stem, samples, num_samples)
 
     num_done = 0
     _show(0)
@@ -101,6 +120,7 @@ def _write(
     for stem, file in files.items():
         file.close()
         file.rename(folder / f"{stem}.wav")
+    entry.finish(files)
 
 
 def _show(progress: float) -> None:

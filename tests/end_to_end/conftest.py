@@ -12,7 +12,7 @@ import numpy as np
 import pytest
 from screen import Screen, save
 from wav import write_wav
-from workers import DEMO_SONG, ENVIRONMENT, UV, provide
+from workers import DEMO_SONG, ENVIRONMENT, UV, cache_without_stems, provide
 
 RENDER = os.environ["KELVANE_RENDER"]
 PROGRAM = os.environ["KELVANE_PROGRAM"]
@@ -65,11 +65,12 @@ def rendered(out: Path, song: str) -> Path:
 
 
 @pytest.fixture
-def environment_with_workers(environment: dict[str, str], hub: Path) -> dict[str, str]:
+def environment_with_workers(environment: dict[str, str], hub: Path, tmp_path: Path) -> dict[str, str]:
     """With what the workers need, offline but for the loopback interface."""
     for script in ("analyze.py", "yt2wav.py"):
         provide(script)
-    return {**ENVIRONMENT, **environment, "KELVANE_UV": UV, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1"}
+    cache = cache_without_stems(tmp_path / "cache")
+    return {**ENVIRONMENT, **environment, **cache, "KELVANE_UV": UV, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1"}
 
 
 class Site:

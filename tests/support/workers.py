@@ -36,6 +36,17 @@ def run_uv(what: str, *arguments: str | Path) -> str:
     return done.stdout
 
 
+def cache_without_stems(folder: Path) -> dict[str, str]:
+    """Variables for a cache of the test's own that shares nothing with the user's but the workers' packages."""
+    cache = folder / "kelvane"
+    cache.mkdir(parents=True)
+    if sys.platform == "linux":
+        for item in provide("separate.py").parents[2].iterdir():
+            if item.name != "stems":
+                (cache / item.name).symlink_to(item)
+    return {"XDG_CACHE_HOME": str(folder), "UV_CACHE_DIR": _run_uv("separate.py", "cache", "dir").strip()}
+
+
 def run_worker(*command: str | Path, status: int, environment: dict[str, str] = ENVIRONMENT) -> list[str]:
     """Runs a script, which has to end with the status. Returns its lines as the program sees them."""
     done = subprocess.run(

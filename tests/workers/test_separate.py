@@ -9,7 +9,7 @@ from pathlib import Path
 import numpy as np
 import pytest
 from wav import read_float_wav, write_float_wav, write_wav
-from workers import ENVIRONMENT, SCRIPTS, UV, provide, run_worker
+from workers import ENVIRONMENT, SCRIPTS, UV, cache_without_stems, provide, run_worker
 
 SCRIPT = SCRIPTS / "separate.py"
 SUPPORT = Path(__file__).parents[1] / "support"
@@ -76,8 +76,16 @@ worker.run(separate.main)
 
 
 @pytest.fixture(scope="session")
-def environment(hub: Path) -> dict[str, str]:
-    return {**ENVIRONMENT, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1", "OMP_WAIT_POLICY": "PASSIVE"}
+def environment(hub: Path, tmp_path_factory: pytest.TempPathFactory) -> dict[str, str]:
+    """Nothing is kept."""
+    cache = {**cache_without_stems(tmp_path_factory.mktemp("cache")), "KELVANE_STEM_CACHE": "0"}
+    return {**ENVIRONMENT, **cache, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1", "OMP_WAIT_POLICY": "PASSIVE"}
+
+
+@pytest.fixture
+def keeping(environment: dict[str, str], tmp_path: Path) -> dict[str, str]:
+    """Stems are kept in the test's folder "cache/kelvane/stems"."""
+    return {**environment, **cache_without_stems(tmp_path / "cache"), "KELVANE_STEM_CACHE": ""}
 
 
 def arguments(song: Path, folder: Path, stems: str) -> list[str | Path]:
@@ -248,13 +256,49 @@ def test_no_model_and_no_network(offline: str, tmp_path: Path, environment: dict
     assert last_line.endswith("connect to the internet and try again.")
 
 
-def test_ends_with_uv_in_the_middle_of_a_chunk(tmp_path: Path, environment: dict[str, str]) -> None:
+def test_kept_stems_are_found_whatever_the_songs_file(tmp_path: Path, keeping: dict[str, str]) -> None:
+    """Another name, container and choice of stems; and torch cannot be loaded."""
+    song = write_wav(tmp_path / "song.wav", noise(3 * RATE).T, RATE)
+    command = arguments(song, tmp_path / "first", "drums,vocals")
+    assert percents(run_worker(*command, environment=keeping, status=0)) == [0, 50, 100]
+    first = (tmp_path / "first" / "vocals.wav").read_bytes()
+
+    same_song = tmp_path / "elsewhere" / "Same Song.flac"
+    same_song.parent.mkdir()
+    subprocess.run(["flac", "--silent", song, "-o", same_song], check=True)
+    (tmp_path / "broken" / "torch").mkdir(parents=True)
+    (tmp_path / "broken" / "torch" / "__init__.py").write_text("raise ImportError")
+    command = arguments(same_song, tmp_path / "second", "bass,vocals")
+    lines = run_worker(*command, environment={**keeping, "PYTHONPATH": str(tmp_path / "broken")}, status=0)
+    assert percents(lines) == [100]
+    assert (tmp_path / "second" / "vocals.wav").read_bytes() == first
+    assert read_stem(tmp_path / "second" / "bass.wav").shape == (2, 3 * RATE)
+
+    (entry,) = (tmp_path / "cache" / "kelvane" / "stems").iterdir()
+    assert (entry / "vocals.wav").samefile(tmp_path / "second" / "vocals.wav")
+    assert len(list(entry.glob("*.wav"))) == 4
+    assert all(path.stat().st_mode & 0o777 == 0o400 for path in entry.iterdir())
+
+    weights = next(Path(keeping["HF_HOME"]).rglob("*.safetensors"))
+    other_model = {**keeping, "HF_HOME": str(shutil.copytree(keeping["HF_HOME"], tmp_path / "hub"))}
+    other_weights = tmp_path / "hub" / weights.relative_to(keeping["HF_HOME"])
+    other_weights.write_bytes(weights.read_bytes()[:-1] + b"\1")
+    assert len(percents(run_worker(*command, environment=other_model, status=0))) == 3
+
+
+def test_ends_with_uv_in_the_middle_of_a_chunk(tmp_path: Path, keeping: dict[str, str]) -> None:
     song = write_song(tmp_path / "long.wav", np.zeros((1, 8000 * 600), "<f4"), 8000)
     command = arguments(song, tmp_path / "stems", "bass")
     with subprocess.Popen(
-        [UV, "run", *command], env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT
+        [UV, "run", *command], env=keeping, stdout=subprocess.PIPE, stderr=subprocess.STDOUT
     ) as process:
         assert any(b"1%|" in line for line in process.stdout)
         process.kill()
         assert b"100%|" not in process.stdout.read()  # it ends when nobody holds the pipe any more
     assert not list((tmp_path / "stems").glob("*.wav"))
+    kept = tmp_path / "cache" / "kelvane" / "stems"
+    assert [path.suffix for path in kept.iterdir()] == [".part"]
+
+    short = write_song(tmp_path / "short.wav", noise(100))
+    run_worker(*arguments(short, tmp_path / "stems", "bass"), environment=keeping, status=0)
+    assert [path.suffix for path in kept.iterdir()] == [""]

@@ -1,0 +1,303 @@
+"""Keeps the stems of separated songs in the user's cache.
+
+Each entry is a folder of its own, with all stems of a song and a receipt. It is made under another name, so it is
+complete or not there. What goes wrong here makes no separation fail.
+"""
+
+import contextlib
+import json
+import os
+import re
+import secrets
+import shutil
+import sys
+import zlib
+from collections.abc import Iterator
+from concurrent.futures import ThreadPoolExecutor
+from contextlib import contextmanager
+from dataclasses import dataclass
+from pathlib import Path
+from typing import IO, TYPE_CHECKING
+
+import worker
+from stem_file import StemFile
+
+if TYPE_CHECKING:
+    import numpy as np
+
+_GIGABYTE = 10**9
+_LEFT_FREE = 2 * _GIGABYTE  # on the disk, for everything else
+
+_RECEIPT = "stems.json"  # each stem's size and checksum
+_UNFINISHED = ".part"
+
+# A stem that is linked from an entry is the entry's own file, so nobody may change it. Windows deletes no such file.
+_MODE = 0o600 if sys.platform == "win32" else 0o400
+
+
+class StemCache:
+    """Holds the entries that fit KELVANE_STEM_CACHE. With a limit of 0 or an unusable folder it stays empty.
+
+    Raises WorkerError if the limit is not a number.
+    """
+
+    def __init__(self) -> None:
+        self._limit = _limit()
+        self._folder = _users_cache() / "stems"
+        try:
+            if self._limit > 0:
+                self._folder.mkdir(mode=0o700, parents=True, exist_ok=True)
+            self._remove_unfinished()
+            self._make_room(0)
+        except OSError as error:
+            worker.say(f"Stems cannot be kept in {self._folder} ({error.strerror})")
+            self._limit = 0
+
+    def scratch_folder(self, other: Path) -> Path:
+        """Whichever of the cache and the other folder has more space."""
+        folders = [other] if self._limit == 0 else [self._folder, other]
+        return max(folders, key=lambda folder: shutil.disk_usage(folder).free)
+
+    def place(self, key: str | None, stems: list[str], folder: Path) -> bool:
+        """Puts an entry's stems into the folder, as links where it can. Returns whether they are there now.
+
+        A damaged entry is removed.
+        """
+        if key is None or not (self._folder / key).is_dir():
+            return False
+        entry = self._folder / key
+        try:
+            records = _read_receipt(entry)
+            if not records.keys() >= set(stems):
+                return False
+            _place(entry, {stem: records[stem] for stem in stems}, folder)
+            os.utime(entry)
+        except _DamagedError:
+            worker.say("The kept stems are damaged, so the song is separated again")
+            self._remove(entry)
+            return False
+        except OSError as error:
+            worker.say(f"The kept stems cannot be used ({error.strerror})")
+            return False
+        return True
+
+    @contextmanager
+    def new_entry(self, key: str | None, size: int) -> "Iterator[NewEntry]":
+        """An entry of so many bytes, which is removed if it is not finished. Where it has no room it takes nothing."""
+        has_room = False
+        with contextlib.suppress(OSError):
+            has_room = key is not None and self._make_room(size)
+        entry = NewEntry(self._folder / key if key and has_room else None)
+        try:
+            yield entry
+        finally:
+            entry.abandon()
+        with contextlib.suppress(OSError):
+            self._make_room(0)  # another separation may have made an entry meanwhile
+
+    def _make_room(self, size: int) -> bool:
+        """Removes what was not used for longest until so many bytes fit. Returns False if they never will."""
+        if not self._folder.is_dir():
+            return False
+        entries = sorted(self._entries(), key=lambda entry: entry.last_use)
+        kept = sum(entry.size for entry in entries)
+        free = shutil.disk_usage(self._folder).free
+        fits = size <= self._limit and size + _LEFT_FREE <= free + kept
+        wanted = size if fits else 0
+        for entry in entries:
+            if kept + wanted <= self._limit and wanted + _LEFT_FREE <= free:
+                break
+            self._remove(entry.folder)
+            kept -= entry.size
+            free += entry.size
+        return fits
+
+    def _entries(self) -> "Iterator[_Entry]":
+        for folder in self._folder.iterdir():
+            if folder.suffix != _UNFINISHED:
+                with contextlib.suppress(OSError):  # another process is removing it
+                    size = sum(file.stat().st_size for file in folder.iterdir())
+                    yield _Entry(folder, size, folder.stat().st_mtime)
+
+    def _remove(self, folder: Path) -> None:
+        """Its name goes first, so that no part of it is taken for an entry."""
+        with contextlib.suppress(OSError):
+            shutil.rmtree(folder.rename(_unfinished(folder)), ignore_errors=True)
+
+    def _remove_unfinished(self) -> None:
+        """What processes have left that were killed: the others hold their receipts locked."""
+        for folder in self._folder.glob(f"*{_UNFINISHED}"):
+            is_in_use = False
+            with contextlib.suppress(OSError), (folder / _RECEIPT).open("r+b") as receipt:
+                is_in_use = not _lock(receipt)
+            if not is_in_use:
+                self._remove(folder)
+
+
+@dataclass
+class _Entry:
+    folder: Path
+    size: int  # bytes
+    last_use: float  # seconds since the epoch
+
+
+class NewEntry:
+    """Takes the stems of one song, and is an entry when it is finished. Its own failures end it and nothing else."""
+
+    def __init__(self, target: Path | None) -> None:
+        """Without a target it takes nothing."""
+        self._target = target
+        self._folder: Path | None = None
+        self._files: dict[str, StemFile] = {}
+        if target is not None:
+            with self._or_abandon():
+                folder = _unfinished(target)
+                folder.mkdir(mode=0o700)
+                self._folder = folder
+                self._receipt = (folder / _RECEIPT).open("xb")
+                _lock(self._receipt)
+
+    def write(self, stem: str, samples: "np.ndarray", num_samples: int) -> None:
+        """Appends floats of shape (2, samples) to a stem, whose whole length is num_samples."""
+        if self._folder is None:
+            return
+        with self._or_abandon():
+            if stem not in self._files:
+                self._files[stem] = StemFile(self._folder / f"{stem}.wav", num_samples)
+            self._files[stem].write(samples)
+
+    def finish(self, others: dict[str, StemFile]) -> None:
+        """Adds the stems that are complete elsewhere, as links where it can."""
+        if self._folder is None:
+            return
+        with self._or_abandon():
+            for stem, file in others.items():
+                _link_or_copy(file.path, self._folder / f"{stem}.wav")
+            for file in self._files.values():
+                file.close()
+            files = self._files | others
+            records = {stem: {"size": file.size, "checksum": file.checksum} for stem, file in files.items()}
+            self._receipt.write(json.dumps(records).encode())
+            self._receipt.close()
+            for path in self._folder.iterdir():
+                path.chmod(_MODE)
+            self._folder.rename(self._target)
+            self._folder = None
+
+    def abandon(self) -> None:
+        folder, self._folder = self._folder, None
+        if folder is not None:
+            for file in (self._receipt, *self._files.values()):
+                with contextlib.suppress(OSError):  # of what could not be written
+                    file.close()
+            shutil.rmtree(folder, ignore_errors=True)
+
+    @contextmanager
+    def _or_abandon(self) -> Iterator[None]:
+        try:
+            yield
+        except OSError as error:
+            if not self._target.is_dir():  # else another process has been faster
+                worker.say(f"The stems will not be kept ({error.strerror})")
+            self.abandon()
+
+
+class _DamagedError(Exception):
+    pass
+
+
+@dataclass
+class _Record:
+    size: int
+    checksum: int
+
+
+def _read_receipt(entry: Path) -> dict[str, _Record]:
+    try:
+        return {stem: _Record(**record) for stem, record in json.loads((entry / _RECEIPT).read_bytes()).items()}
+    except (OSError, ValueError, TypeError, AttributeError) as error:
+        raise _DamagedError from error
+
+
+def _place(entry: Path, records: dict[str, _Record], folder: Path) -> None:
+    """All stems or, where one is damaged, none."""
+    placed = {stem: folder / f"{stem}.kept" for stem in records}
+    try:
+        with ThreadPoolExecutor() as pool:
+            checks = [
+                pool.submit(_place_intact, entry / f"{stem}.wav", placed[stem], records[stem]) for stem in records
+            ]
+        for check in checks:
+            check.result()
+        for stem, path in placed.items():
+            path.replace(folder / f"{stem}.wav")
+    finally:
+        for path in placed.values():
+            path.unlink(missing_ok=True)
+
+
+def _place_intact(source: Path, target: Path, record: _Record) -> None:
+    """Links first and looks then, as another process may remove the entry."""
+    try:
+        target.unlink(missing_ok=True)
+        _link_or_copy(source, target)
+    except FileNotFoundError as error:
+        raise _DamagedError from error
+    if target.stat().st_size != record.size or _checksum(target) != record.checksum:
+        raise _DamagedError
+
+
+def _checksum(file: Path) -> int:
+    checksum = 0
+    with file.open("rb") as opened:
+        while block := opened.read(1 << 20):
+            checksum = zlib.crc32(block, checksum)
+    return checksum
+
+
+def _link_or_copy(source: Path, target: Path) -> None:
+    """Copies across file systems, and where there are no links."""
+    try:
+        target.hardlink_to(source)
+    except OSError:
+        shutil.copy(source, target)
+
+
+def _unfinished(folder: Path) -> Path:
+    return folder.with_name(f"{folder.stem}-{secrets.token_hex(4)}{_UNFINISHED}")
+
+
+def _lock(file: IO[bytes]) -> bool:
+    """Locks a file until it is closed or the process ends. Returns whether no other process has locked it."""
+    try:
+        if sys.platform == "win32":
+            import msvcrt
+
+            msvcrt.locking(file.fileno(), msvcrt.LK_NBLCK, 1)
+        else:
+            import fcntl
+
+            fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except OSError:
+        return False
+    return True
+
+
+def _limit() -> int:
+    """In bytes."""
+    text = os.environ.get("KELVANE_STEM_CACHE", "").strip()
+    if not text:
+        return 4 * _GIGABYTE
+    gigabytes = re.fullmatch(r"(\d+(?:\.\d+)?) ?G?B?", text, re.IGNORECASE)
+    if gigabytes is None:
+        raise worker.WorkerError(
+            f'KELVANE_STEM_CACHE is "{text}": let it be a number of gigabytes, or 0 to keep no stems.'
+        )
+    return round(float(gigabytes[1]) * _GIGABYTE)
+
+
+def _users_cache() -> Path:
+    if sys.platform == "win32":
+        return Path(os.environ["LOCALAPPDATA"], "Kelvane")
+    cache = os.environ.get("XDG_CACHE_HOME", "")
+    return (Path(cache) if os.path.isabs(cache) else Path.home() / ".cache") / "kelvane"

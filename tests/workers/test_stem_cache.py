@@ -1,0 +1,153 @@
+"""The cache of stems, with entries of a few samples."""
+
+import os
+import shutil
+import sys
+import tempfile
+from collections.abc import Callable
+from pathlib import Path
+from types import SimpleNamespace
+
+import numpy as np
+import pytest
+from workers import SCRIPTS
+
+sys.path.insert(0, str(SCRIPTS))
+from stem_cache import NewEntry, StemCache
+from stem_file import StemFile, file_size
+from worker import WorkerError
+
+NUM_SAMPLES = 5000
+SAMPLES = np.arange(2 * NUM_SAMPLES, dtype=np.float32).reshape(2, -1)
+STEMS = ["bass", "drums"]
+ENTRY_SIZE = 2 * file_size(NUM_SAMPLES)
+
+
+@pytest.fixture
+def kept(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
+    """Where the entries are."""
+    monkeypatch.setenv("XDG_CACHE_HOME", str(tmp_path))
+    return tmp_path / "kelvane" / "stems"
+
+
+def write(entry: NewEntry, folder: Path) -> None:
+    """One stem goes into the folder, as one that is wanted, and one into the entry."""
+    folder.mkdir(exist_ok=True)
+    drums = StemFile(folder / "drums.part", NUM_SAMPLES)
+    drums.write(SAMPLES)
+    entry.write("bass", SAMPLES, NUM_SAMPLES)
+    drums.close()
+    drums.rename(folder / "drums.wav")
+    entry.finish({"drums": drums})
+
+
+def keep(key: str, folder: Path) -> None:
+    with StemCache().new_entry(key, ENTRY_SIZE) as entry:
+        write(entry, folder)
+
+
+def place(key: str, folder: Path) -> bool:
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir()
+    placed = StemCache().place(key, STEMS, folder)
+    assert {path.name for path in folder.iterdir()} == ({"bass.wav", "drums.wav"} if placed else set())
+    return placed
+
+
+def rewrite(path: Path, content: bytes) -> None:
+    path.unlink()
+    path.write_bytes(content)
+
+
+@pytest.mark.parametrize(
+    "damage",
+    [
+        lambda entry: rewrite(entry / "bass.wav", (entry / "bass.wav").read_bytes()[:-1] + b"\1"),
+        lambda entry: rewrite(entry / "drums.wav", (entry / "drums.wav").read_bytes()[:-1]),
+        lambda entry: (entry / "bass.wav").unlink(),
+        lambda entry: rewrite(entry / "stems.json", b'{"bass": 1, "drums": 2}'),
+        lambda entry: (entry / "stems.json").unlink(),
+    ],
+    ids=["a byte", "the end", "a stem", "the receipt", "no receipt"],
+)
+def test_a_damaged_entry_is_reported_and_removed(
+    damage: Callable[[Path], None], kept: Path, tmp_path: Path, capsys: pytest.CaptureFixture[str]
+) -> None:
+    keep("song", tmp_path / "out")
+    assert place("song", tmp_path / "out")
+    damage(kept / "song")
+    assert not place("song", tmp_path / "out")
+    assert "damaged" in capsys.readouterr().out
+    assert not list(kept.iterdir())
+
+
+def test_what_was_not_used_for_longest_makes_room(kept: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    def names() -> set[str]:
+        return {path.name for path in kept.iterdir()}
+
+    monkeypatch.setenv("KELVANE_STEM_CACHE", str(3.5 * (ENTRY_SIZE + 200) / 1e9))
+    for day, key in enumerate(["one", "two", "three"]):
+        keep(key, tmp_path / "out")
+        os.utime(kept / key, (day, day))
+    assert place("one", tmp_path / "out")
+    keep("four", tmp_path / "out")
+    assert names() == {"one", "three", "four"}
+
+    with StemCache().new_entry("too big for the limit", 4 * ENTRY_SIZE) as entry:
+        write(entry, tmp_path / "out")
+    assert names() == {"one", "three", "four"}
+
+    def disk_usage(_: Path) -> SimpleNamespace:
+        return SimpleNamespace(
+            free=2 * 10**9 + capacity * ENTRY_SIZE - sum(p.stat().st_size for p in kept.rglob("*.wav"))
+        )
+
+    monkeypatch.setattr(shutil, "disk_usage", disk_usage)
+    capacity = 2.5
+    keep("five", tmp_path / "out")
+    assert names() == {"four", "five"}
+    capacity = 0.9
+    keep("six", tmp_path / "out")
+    assert not names()
+    capacity = 9
+    keep("seven", tmp_path / "out")
+    assert names() == {"seven"}
+
+    monkeypatch.setenv("KELVANE_STEM_CACHE", "0")
+    keep("eight", tmp_path / "out")
+    assert not names()
+
+
+def test_of_two_at_once_the_first_is_kept(kept: Path, tmp_path: Path) -> None:
+    with StemCache().new_entry("song", ENTRY_SIZE) as slow:
+        keep("song", tmp_path / "fast")
+        assert list(kept.glob("*.part"))
+        write(slow, tmp_path / "slow")
+    (entry,) = kept.iterdir()
+    assert (entry / "drums.wav").samefile(tmp_path / "fast" / "drums.wav")
+    assert place("song", tmp_path / "out")
+
+
+def test_a_full_disk_costs_the_entry_alone(kept: Path, tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:
+    with StemCache().new_entry("song", ENTRY_SIZE) as entry:
+        (next(kept.glob("*.part")) / "bass.wav").symlink_to("/dev/full")
+        write(entry, tmp_path / "out")
+    assert not list(kept.iterdir())
+    assert (tmp_path / "out" / "drums.wav").exists()
+    assert "The stems will not be kept (No space left on device)" in capsys.readouterr().out
+
+
+def test_stems_are_copied_to_another_file_system(kept: Path, tmp_path: Path) -> None:
+    memory = Path("/dev/shm")
+    if not memory.is_dir() or memory.stat().st_dev == tmp_path.stat().st_dev:
+        pytest.skip("there is no other file system")
+    keep("song", tmp_path / "out")
+    with tempfile.TemporaryDirectory(dir=memory) as folder:
+        assert place("song", Path(folder, "out"))
+        assert Path(folder, "out", "bass.wav").read_bytes() == (kept / "song" / "bass.wav").read_bytes()
+
+
+def test_the_limit_has_to_be_a_number(kept: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setenv("KELVANE_STEM_CACHE", "lots")
+    with pytest.raises(WorkerError, match="number of gigabytes"):
+        StemCache()
