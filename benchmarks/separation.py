@@ -1,8 +1,10 @@
 """Compares separate.py with Demucs' own command: the same WAV, weights, device and options, in turns.
 
-Arguments: the WAV, as long as one likes, and how many turns. The weights are untrained, but of full size.
+Then measures how long the song takes the second time, and how much memory other lengths take. The weights are
+untrained, but of full size.
 """
 
+import argparse
 import os
 import re
 import shutil
@@ -10,6 +12,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import wave
 from contextlib import ExitStack
 from dataclasses import dataclass
 from pathlib import Path
@@ -31,31 +34,76 @@ class _Run:
 
 
 def main() -> None:
-    song, num_turns = Path(sys.argv[1]).absolute(), int(sys.argv[2])
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("song", type=Path, help="16-bit PCM, of any length")
+    parser.add_argument("turns", type=int)
+    parser.add_argument("--minutes", type=int, nargs="*", default=[], help="lengths to measure the memory at")
+    options = parser.parse_args()
+    song = options.song.absolute()
     environment = {**os.environ, "HF_HUB_OFFLINE": "1", "UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", "")}
     python = _interpreter(environment)
 
     with tempfile.TemporaryDirectory() as folder:
-        environment["HF_HOME"] = folder
+        environment |= {"HF_HOME": folder, **_empty_cache(Path(folder, "cache"), Path(python))}
         make = _ROOT / "tests" / "support" / "make_checkpoint.py"
         subprocess.run([python, make, folder, "--full"], env=environment, check=True)
-        out = Path(folder, "stems")
-        out.mkdir()
-        ours = [_UV, "run", _SCRIPT, song, out, "--model", "htdemucs", "--stems", ",".join(_STEMS)]
-        as_they_are = ["--shifts", "0", "--float32", "--clip-mode", "none"]  # neither shifted by chance nor scaled
-        theirs = [python, "-m", "demucs.separate", "-n", "htdemucs", *as_they_are, "-o", folder, song]
+        if options.turns:
+            _compare(song, options.turns, Path(folder), python, {**environment, "KELVANE_STEM_CACHE": "0"})
+            _print_second_run(song, Path(folder), environment)
+        for minutes in options.minutes:
+            _print_peak(song, minutes, Path(folder), environment)
 
-        for load in ("idle", "busy"):
-            with ExitStack() as stack:
-                for _ in range(os.cpu_count() or 1 if load == "busy" else 0):
-                    spinner = stack.enter_context(subprocess.Popen([sys.executable, "-c", "while True: pass"]))
-                    stack.callback(spinner.kill)
-                turns = [(_run(ours, environment), _run(theirs, environment)) for _ in range(num_turns)]
-            _print_turns(load, turns)
-        for stem in _STEMS:
-            print(
-                f"{stem}: {_distance(out / f'{stem}.wav', Path(folder, 'htdemucs', song.stem, f'{stem}.wav')):.0f} dB"
-            )
+
+def _empty_cache(cache: Path, python: Path) -> dict[str, str]:
+    """Variables for a cache with the workers' packages and no stems."""
+    (cache / "kelvane").mkdir(parents=True)
+    if sys.platform == "linux":
+        for item in python.parents[2].iterdir():
+            if item.name != "stems":
+                (cache / "kelvane" / item.name).symlink_to(item)
+    uv_cache = subprocess.run([_UV, "cache", "dir"], check=True, capture_output=True, text=True).stdout.strip()
+    return {"XDG_CACHE_HOME": str(cache), "UV_CACHE_DIR": uv_cache}
+
+
+def _ours(song: Path, out: Path) -> list[str | Path]:
+    return [_UV, "run", _SCRIPT, song, out, "--model", "htdemucs", "--stems", ",".join(_STEMS)]
+
+
+def _compare(song: Path, num_turns: int, folder: Path, python: str, environment: dict[str, str]) -> None:
+    ours = _ours(song, folder / "stems")
+    as_they_are = ["--shifts", "0", "--float32", "--clip-mode", "none"]  # neither shifted by chance nor scaled
+    theirs = [python, "-m", "demucs.separate", "-n", "htdemucs", *as_they_are, "-o", folder, song]
+
+    for load in ("idle", "busy"):
+        with ExitStack() as stack:
+            for _ in range(os.cpu_count() or 1 if load == "busy" else 0):
+                spinner = stack.enter_context(subprocess.Popen([sys.executable, "-c", "while True: pass"]))
+                stack.callback(spinner.kill)
+            turns = [(_run(ours, environment), _run(theirs, environment)) for _ in range(num_turns)]
+        _print_turns(load, turns)
+    for stem in _STEMS:
+        distance = _distance(folder / "stems" / f"{stem}.wav", folder / "htdemucs" / song.stem / f"{stem}.wav")
+        print(f"{stem}: {distance:.0f} dB")
+
+
+def _print_second_run(song: Path, folder: Path, environment: dict[str, str]) -> None:
+    first, *later = [_run(_ours(song, folder / "again"), environment) for _ in range(4)]
+    second = min(later, key=lambda run: run.wall)
+    print(f"first run {first.wall:.1f} s, second {second.wall:.2f} s ({second.cpu:.2f} s of CPU time)")
+
+
+def _print_peak(song: Path, minutes: int, folder: Path, environment: dict[str, str]) -> None:
+    """Of the song again and again until it is so long."""
+    long_song = folder / "long.wav"
+    with wave.open(str(song)) as source, wave.open(str(long_song), "wb") as target:
+        target.setparams(source.getparams())
+        samples = source.readframes(source.getnframes())
+        num_bytes = minutes * 60 * source.getframerate() * source.getnchannels() * source.getsampwidth()
+        while num_bytes > 0:
+            target.writeframes(samples[:num_bytes])
+            num_bytes -= len(samples)
+    run = _run(_ours(long_song, folder / "long"), environment)
+    print(f"{minutes} minutes: {run.peak:.0f} MB, {run.wall:.0f} s")
 
 
 def _interpreter(environment: dict[str, str]) -> str:

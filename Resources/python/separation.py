@@ -90,8 +90,12 @@ class _Network:
 
     def _use(self, device: str) -> None:
         import torch
+        from network_tuning import tune
 
-        threads = f" ({torch.get_num_threads()} threads)" if device == "cpu" else ""
+        threads = ""
+        if device == "cpu":
+            threads = f" ({torch.get_num_threads()} threads)"
+            tune(self._model.cpu())
         worker.say(f"Separating on the {device.upper()}{threads}")
         self._device = device
 

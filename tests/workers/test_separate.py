@@ -44,13 +44,13 @@ from decoded_song import DecodedSong
 from demucs.api import Separator
 from separation import separate
 from wav import write_float_wav
-demucs = Separator("hf://htdemucs", shifts=0)
+demucs, model = Separator("hf://htdemucs", shifts=0), Separator("hf://htdemucs").model
 random = numpy.random.default_rng(1)
 for num_samples in map(int, sys.argv[4:]):
     mix = (3000 * random.standard_normal((2, num_samples)) + 500).astype("f4")
     path = write_float_wav(Path(sys.argv[3], "song.wav"), mix.T, 44100)
     expected = torch.stack(list(demucs.separate_tensor(torch.from_numpy(mix))[1].values()))
-    stems = torch.cat(list(separate(demucs.model, DecodedSong(str(path), path.parent))), -1)
+    stems = torch.cat(list(separate(model, DecodedSong(str(path), path.parent))), -1)
     print("distance", float((stems - expected).norm() / expected.norm()))
 """
 
