@@ -63,7 +63,7 @@ class StemCache:
 
         A damaged entry is removed.
         """
-        if key is None or not (self._folder / key).is_dir():
+        if key is None or self._limit == 0 or not (self._folder / key).is_dir():
             return False
         entry = self._folder / key
         try:
@@ -288,7 +288,7 @@ def _limit() -> int:
     text = os.environ.get("KELVANE_STEM_CACHE", "").strip()
     if not text:
         return 4 * _GIGABYTE
-    gigabytes = re.fullmatch(r"(\d+(?:\.\d+)?) ?G?B?", text, re.IGNORECASE)
+    gigabytes = re.fullmatch(r"(\d+(?:\.\d+)?) ?(?:GB?)?", text, re.IGNORECASE)
     if gigabytes is None:
         raise worker.WorkerError(
             f'KELVANE_STEM_CACHE is "{text}": let it be a number of gigabytes, or 0 to keep no stems.'

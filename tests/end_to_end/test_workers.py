@@ -42,6 +42,11 @@ def test_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
         assert rate == 44100
         assert len(samples) / rate == pytest.approx(27.2 * 112 / 140, rel=0.01)
 
+    result = render(DEMO_SONG, "--stems", "bass", "--percent", "10", "--out", "out")
+    assert re.findall(r"Separating stems\.\.\. (\d+)%", result.stdout) == ["100"]
+    assert (folder / "kelvane-demo - bass.wav").exists()
+    assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
+
 
 def test_a_link_becomes_a_folder_named_after_its_title(render: Run, tmp_path: Path, site: Site) -> None:
     result = render(f"{site.address}/A%20Title%20%C3%A9%E6%97%A5.ogg", "--full-song", "--key", "auto:E", "--out", "out")
