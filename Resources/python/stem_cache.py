@@ -28,7 +28,7 @@ if TYPE_CHECKING:
 _GIGABYTE = 10**9
 _LEFT_FREE = 2 * _GIGABYTE  # on the disk, for everything else
 
-_RECEIPT = "stems.json"  # each stem's size and checksum
+_RECEIPT = "stems.json"  # each stem's checksum
 _UNFINISHED = ".part"
 
 # A stem that is linked from an entry is the entry's own file, so nobody may change it. Windows deletes no such file.
@@ -67,10 +67,10 @@ class StemCache:
             return False
         entry = self._folder / key
         try:
-            records = _read_receipt(entry)
-            if not records.keys() >= set(stems):
+            checksums = _read_receipt(entry)
+            if not checksums.keys() >= set(stems):
                 return False
-            _place(entry, {stem: records[stem] for stem in stems}, folder)
+            _place(entry, {stem: checksums[stem] for stem in stems}, folder)
             os.utime(entry)
         except _DamagedError:
             worker.say("The kept stems are damaged, so the song is separated again")
@@ -176,8 +176,7 @@ class NewEntry:
             for file in self._files.values():
                 file.close()
             files = self._files | others
-            records = {stem: {"size": file.size, "checksum": file.checksum} for stem, file in files.items()}
-            self._receipt.write(json.dumps(records).encode())
+            self._receipt.write(json.dumps({stem: file.checksum for stem, file in files.items()}).encode())
             self._receipt.close()
             for path in self._folder.iterdir():
                 path.chmod(_MODE)
@@ -206,26 +205,24 @@ class _DamagedError(Exception):
     pass
 
 
-@dataclass
-class _Record:
-    size: int
-    checksum: int
-
-
-def _read_receipt(entry: Path) -> dict[str, _Record]:
+def _read_receipt(entry: Path) -> dict[str, int]:
     try:
-        return {stem: _Record(**record) for stem, record in json.loads((entry / _RECEIPT).read_bytes()).items()}
-    except (OSError, ValueError, TypeError, AttributeError) as error:
+        checksums = json.loads((entry / _RECEIPT).read_bytes())
+    except (OSError, ValueError) as error:
         raise _DamagedError from error
+    if not isinstance(checksums, dict):
+        raise _DamagedError
+    return checksums
 
 
-def _place(entry: Path, records: dict[str, _Record], folder: Path) -> None:
+def _place(entry: Path, checksums: dict[str, int], folder: Path) -> None:
     """All stems or, where one is damaged, none."""
-    placed = {stem: folder / f"{stem}.kept" for stem in records}
+    placed = {stem: folder / f"{stem}.kept" for stem in checksums}
     try:
         with ThreadPoolExecutor() as pool:
             checks = [
-                pool.submit(_place_intact, entry / f"{stem}.wav", placed[stem], records[stem]) for stem in records
+                pool.submit(_place_intact, entry / f"{stem}.wav", path, checksums[stem])
+                for stem, path in placed.items()
             ]
         for check in checks:
             check.result()
@@ -236,14 +233,14 @@ def _place(entry: Path, records: dict[str, _Record], folder: Path) -> None:
             path.unlink(missing_ok=True)
 
 
-def _place_intact(source: Path, target: Path, record: _Record) -> None:
+def _place_intact(source: Path, target: Path, checksum: int) -> None:
     """Links first and looks then, as another process may remove the entry."""
     try:
         target.unlink(missing_ok=True)
         _link_or_copy(source, target)
     except FileNotFoundError as error:
         raise _DamagedError from error
-    if target.stat().st_size != record.size or _checksum(target) != record.checksum:
+    if _checksum(target) != checksum:
         raise _DamagedError
 
 

@@ -20,13 +20,13 @@ _UNKNOWN = 0xFFFFFFFF  # in 32 bits, where RF64 has the size in 64
 class StemFile:
     """A stereo WAV file of 32-bit floats, written from start to end, which its owner alone may read.
 
-    size, in bytes, and checksum, a CRC-32, are those of what has been written.
+    checksum is the CRC-32 of what has been written.
     """
 
     def __init__(self, path: Path, num_samples: int) -> None:
         """The header states the length: what follows has to be as long."""
         self.path = path
-        self.size = self.checksum = 0
+        self.checksum = 0
         self._file = open(path, "wb", opener=_open_private)  # noqa: SIM115  # close() does
         self._put(_header(num_samples))
 
@@ -42,7 +42,6 @@ class StemFile:
 
     def _put(self, data: bytes) -> None:
         self._file.write(data)
-        self.size += len(data)
         self.checksum = zlib.crc32(data, self.checksum)
 
 
