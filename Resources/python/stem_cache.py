@@ -38,12 +38,12 @@ _MODE = 0o600 if sys.platform == "win32" else 0o400
 class StemCache:
     """Holds the entries that fit KELVANE_STEM_CACHE. With a limit of 0 or an unusable folder it stays empty.
 
-    Raises WorkerError if the limit is not a number.
+    Raises WorkerError if the limit is not a number, or if the user has no cache.
     """
 
     def __init__(self) -> None:
         self._limit = _limit()
-        self._folder = _users_cache() / "stems"
+        self._folder = worker.cache_folder() / "stems"
         try:
             if self._limit > 0:
                 self._folder.mkdir(mode=0o700, parents=True, exist_ok=True)
@@ -291,10 +291,3 @@ def _limit() -> int:
             f'KELVANE_STEM_CACHE is "{text}": let it be a number of gigabytes, or 0 to keep no stems.'
         )
     return round(float(gigabytes[1]) * _GIGABYTE)
-
-
-def _users_cache() -> Path:
-    if sys.platform == "win32":
-        return Path(os.environ["LOCALAPPDATA"], "Kelvane")
-    cache = os.environ.get("XDG_CACHE_HOME", "")
-    return (Path(cache) if os.path.isabs(cache) else Path.home() / ".cache") / "kelvane"

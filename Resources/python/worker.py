@@ -81,9 +81,8 @@ def cache_folder() -> Path:
     Raises WorkerError if there is no home folder, or if it cannot be written to.
     """
     advice = "let HOME, or XDG_CACHE_HOME, name a folder that you can write to."
-    cache = os.environ.get("XDG_CACHE_HOME", "")
     try:
-        folder = (Path(cache) if os.path.isabs(cache) else Path.home() / ".cache") / "kelvane"
+        folder = _users_cache() / "kelvane"
         folder.mkdir(parents=True, exist_ok=True)
     except RuntimeError as error:
         raise WorkerError(f"You have no home folder to keep what the worker needs in: {advice}") from error
@@ -94,6 +93,12 @@ def cache_folder() -> Path:
     if not os.access(folder, os.W_OK | os.X_OK):
         raise WorkerError(f"{folder} cannot be written to: make it your own, or {advice}")
     return folder
+
+
+def _users_cache() -> Path:
+    """Raises RuntimeError if there is no home folder."""
+    cache = os.environ.get("LOCALAPPDATA" if sys.platform == "win32" else "XDG_CACHE_HOME", "")
+    return Path(cache) if os.path.isabs(cache) else Path.home() / ".cache"
 
 
 def _end(status: int, last_line: str = "") -> NoReturn:

@@ -69,7 +69,7 @@ def environment_with_workers(environment: dict[str, str], hub: Path, tmp_path: P
     """With what the workers need, offline but for the loopback interface."""
     for script in ("analyze.py", "yt2wav.py"):
         provide(script)
-    cache = cache_without_stems(tmp_path / "cache")
+    cache = cache_without_stems(tmp_path / "own cache")
     return {**ENVIRONMENT, **environment, **cache, "KELVANE_UV": UV, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1"}
 
 

@@ -40,11 +40,10 @@ def cache_without_stems(folder: Path) -> dict[str, str]:
     """Variables for a cache of the test's own that shares nothing with the user's but the workers' packages."""
     cache = folder / "kelvane"
     cache.mkdir(parents=True)
-    if sys.platform == "linux":
-        for item in provide("separate.py").parents[2].iterdir():
-            if item.name != "stems":
-                (cache / item.name).symlink_to(item)
-    return {"XDG_CACHE_HOME": str(folder), "UV_CACHE_DIR": _run_uv("separate.py", "cache", "dir").strip()}
+    for item in provide("separate.py").parents[2].iterdir():
+        if item.name != "stems":
+            (cache / item.name).symlink_to(item)
+    return {"XDG_CACHE_HOME": str(folder), "UV_CACHE_DIR": run_uv("separate.py", "cache", "dir").strip()}
 
 
 def run_worker(*command: str | Path, status: int, environment: dict[str, str] = ENVIRONMENT) -> list[str]:
