@@ -144,6 +144,7 @@ class _Screen:
     _BAR = re.compile(r"(\S+)\s+-+\s+([\d.]+) (\w+)/([\d.]+) (\w+)")
     _SEQUENCE = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]")
     _DRAWING = re.compile(r"[\u2800-\u28ff]|[█░]{4}|-{8}")
+    _SPINNER_BEFORE_ERROR = re.compile(r"^[\u2800-\u28ff].*?(?=error: )")  # uv does not always begin a line
 
     def __init__(self, on_progress: OnProgress) -> None:
         self._decoder = codecs.getincrementaldecoder("utf-8")(errors="replace")
@@ -172,14 +173,16 @@ class _Screen:
     def words(self) -> str:
         """Returns what uv has said since the last frame, without what it has drawn."""
         lines = re.split(r"[\r\n]+", self._SEQUENCE.sub("\n", self._text))
-        said = (line.rstrip() for line in lines if line.strip() and not self._DRAWING.search(line))
-        return "\n".join(line for line in said if line != self._HEADING)
+        said = (self._SPINNER_BEFORE_ERROR.sub("", line).rstrip() for line in lines)
+        kept = (line for line in said if line and not self._DRAWING.search(line))
+        return "\n".join(line for line in kept if not line.startswith(self._HEADING))
 
     def _bytes(self, amount: str, unit: str) -> int:
         return int(float(amount) * _UNITS.get(unit, 0))
 
 
 def _cause(words: str) -> Cause:
+    words = " ".join(words.split())  # uv wraps them to fit its terminal
     codes = {int(code) for code in re.findall(r"os error (\d+)", words)}
     if codes & {errno.ENOSPC, errno.EDQUOT}:
         return Cause.DISK_FULL

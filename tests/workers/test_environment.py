@@ -157,23 +157,23 @@ def test_a_broken_download_is_not_replaced_by_another_build(
     assert all(wheels.count(path) == 1 for path in kept)
 
 
-@pytest.mark.parametrize("full", ["uv", "cache"])
-def test_a_full_disk(
-    full: str, indexes: PackageIndexes, environment: dict[str, str], script: Path, tmp_path: Path
-) -> None:
+# uv's cache has a path of such a length that uv breaks the line in the middle of the error's number.
+@pytest.mark.parametrize(
+    "full", [{"UV_CACHE_DIR": f"/mnt/{'u' * 26}"}, {"XDG_CACHE_HOME": "/mnt"}], ids=["uv", "cache"]
+)
+def test_a_full_disk(full: dict[str, str], indexes: PackageIndexes, environment: dict[str, str], script: Path) -> None:
     indexes.add("/whl/cpu/torch", "2.13.1+cpu", size=4_000_000)
-    disk = tmp_path / full
-    disk.mkdir()
-    command = with_disk(disk, "size=2m", UV, "run", "--quiet", script, "a b", "é")
-    done = subprocess.run(command, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    command = with_disk(Path("/mnt"), "size=2m", UV, "run", "--quiet", script, "a b", "é")
+    done = subprocess.run(command, env=environment | full, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     assert done.returncode == 1
     assert done.stdout.splitlines()[-1].startswith("The disk is full: free some space"), done.stdout
     assert "ordinary" not in done.stdout
 
 
 def test_no_network(indexes: PackageIndexes, environment: dict[str, str], script: Path, tmp_path: Path) -> None:
-    indexes.out_of_order = ("/",)
-    lines = run_worker(script, environment=environment, status=1)
+    indexes.close()
+    lines = run_worker(script, environment=environment | {"UV_HTTP_RETRIES": "1"}, status=1)
+    assert any(line.startswith("error: ") for line in lines), lines
     assert lines[-1].startswith("The packages could not be fetched: check your internet connection")
     assert not made(tmp_path)
 
