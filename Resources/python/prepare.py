@@ -49,7 +49,7 @@ def _print_plan() -> None:
 
 def _size(environment: Environment) -> str:
     num_bytes = environment.num_bytes_to_fetch()
-    return "a size that the package index does not say" if num_bytes is None else f"{num_bytes / 1e6:.0f} MB to fetch"
+    return "to fetch (size unknown)" if num_bytes is None else f"{num_bytes / 1e6:.0f} MB to fetch"
 
 
 def _provide_on_linux(script: Path, progress: SetupProgress) -> Path:
