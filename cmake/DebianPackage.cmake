@@ -27,9 +27,10 @@ if(KELVANE_HAS_FFMPEG)
         endif()
     endforeach()
 endif()
-# The desktop's own file dialogs, the interpreter that uv would otherwise fetch, and the certificates without which a
-# model cannot be.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3 (>= 3.11), ca-certificates, zenity | kdialog")
+# Without an interpreter uv would fetch one, which not every network lets through.
+string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS ", python3 (>= 3.11)")
+# The desktop's own file dialogs, and the certificates without which a model cannot be fetched.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates, zenity | kdialog")
 
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${CMAKE_SOURCE_DIR}/packaging/debian/postrm")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
