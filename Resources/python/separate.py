@@ -82,7 +82,7 @@ def _separate(song: DecodedSong, options: argparse.Namespace, key: str | None, c
 def _tune() -> None:
     """Sets up what libraries read when they are loaded."""
     os.environ.setdefault("OMP_WAIT_POLICY", "PASSIVE")  # spinning threads fight with the machine's other work,
-    os.environ.setdefault("GOMP_SPINCOUNT", "1000")  # but GNU's wake up late from less than a moment of it
+    os.environ.setdefault("GOMP_SPINCOUNT", "10000")  # but GNU's wake up late from less than a moment of it
 
     mallopt = getattr(ctypes.CDLL(None), "mallopt", None) if sys.platform == "linux" else None
     if mallopt is not None:  # glibc: memory that torch frees is kept, as each page fetched anew has to be cleared
