@@ -124,11 +124,7 @@ class Environment:
         Raises WorkerError if it could not be made.
         """
         while not self.is_ready():
-            lock = file_lock.take(self._lock_file(), wait=False)
-            if lock is None:
-                progress.step("Waiting for another Kelvane, which is installing the same packages")
-                lock = file_lock.take(self._lock_file())
-            with lock:
+            with file_lock.take(self._lock_file(), on_wait=progress.wait) as lock:
                 if not self.is_ready():
                     self._make(lock.fileno(), progress)
                     self._sweep()
@@ -147,9 +143,11 @@ class Environment:
 
     def _make(self, lock: int, progress: SetupProgress) -> None:
         part = self.folder.with_suffix(".part")
-        shutil.rmtree(part, ignore_errors=True)  # left by a start that was cut off
         uv = uv_tool.Uv(self._scripts, (lock,))
         progress.step("Preparing what is needed, which happens once")
+        if part.exists():  # left by an installation that was cut off
+            shutil.rmtree(part)
+            uv.remove_leftovers()
         try:
             uv.run("venv", "--quiet", "--python", sys.executable, part)
             self._install(uv, part / "bin" / "python", progress)
@@ -168,11 +166,11 @@ class Environment:
             progress.step("Looking for the build of PyTorch that fits this machine")
         options = next((options for options in fitting if _resolves(uv, *command, *options)), ordinary)
         if fitting and options is ordinary:
-            progress.step("The build of PyTorch that fits this machine is out of reach: fetching the ordinary one")
-            print(f"To choose again later, delete {self.folder}")
-
+            progress.notice("The build of PyTorch that fits this machine is out of reach: fetching the ordinary one")
         progress.step("Fetching packages")
         uv.fetch(*command, *options, on_progress=partial(progress.amount, "Fetching packages"))
+        if fitting and options is ordinary:
+            progress.notice(f"To look for the fitting build again later, delete {self.folder}")
 
     def _alternatives(self) -> list[list[str]]:
         """Returns uv's options for the builds to try, best first. The last is to be taken without a trial."""
@@ -191,7 +189,7 @@ class Environment:
         for lock_file in self.folder.parent.glob(f"{name}-*.lock"):
             if lock_file == self._lock_file():
                 continue
-            lock = file_lock.take(lock_file, wait=False)
+            lock = file_lock.try_to_take(lock_file)
             if lock is None:
                 continue
             with lock:

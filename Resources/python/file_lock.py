@@ -1,30 +1,32 @@
-"""Locks between processes, by files. For POSIX systems."""
+"""Locks between processes, by files. A lock ends with the process that holds it, however that ends."""
 
 import os
+import sys
+import time
+from collections.abc import Callable
 from pathlib import Path
-from typing import BinaryIO, Literal, overload
+from typing import IO
 
 
-@overload
-def take(path: Path, *, shared: bool = False, wait: Literal[True] = True) -> BinaryIO: ...
-@overload
-def take(path: Path, *, shared: bool = False, wait: bool) -> BinaryIO | None: ...
-
-
-def take(path: Path, *, shared: bool = False, wait: bool = True) -> BinaryIO | None:
+def take(path: Path, *, shared: bool = False, on_wait: Callable[[], None] = lambda: None) -> IO[bytes]:
     """Locks a file, which is made if it is missing, and returns it; closing it gives up the lock.
 
-    Returns None if another process holds the lock and there is to be no wait. Whoever holds the lock alone may delete
-    the file. Raises OSError if the file cannot be opened.
+    Calls on_wait if there is a wait for another process. Whoever holds the lock alone may delete the file. Raises
+    OSError if the file cannot be opened.
     """
-    import fcntl  # not on Windows, which imports this file as well
+    if file := try_to_take(path, shared=shared):
+        return file
+    on_wait()
+    while (file := try_to_take(path, shared=shared)) is None:
+        time.sleep(0.1)
+    return file
 
-    kind = (fcntl.LOCK_SH if shared else fcntl.LOCK_EX) | (0 if wait else fcntl.LOCK_NB)
+
+def try_to_take(path: Path, *, shared: bool = False) -> IO[bytes] | None:
+    """Does the same, but returns None if another process holds the lock."""
     while True:
         file = path.open("ab")
-        try:
-            fcntl.flock(file, kind)
-        except BlockingIOError:
+        if not lock(file, shared=shared):
             file.close()
             return None
         if _is_at(path, file):
@@ -32,7 +34,26 @@ def take(path: Path, *, shared: bool = False, wait: bool = True) -> BinaryIO | N
         file.close()  # the last holder has deleted it
 
 
-def _is_at(path: Path, file: BinaryIO) -> bool:
+def lock(file: IO[bytes], *, shared: bool = False) -> bool:
+    """Locks a file until it is closed. Returns False if another process has locked it.
+
+    Windows knows no shared locks here: all are exclusive.
+    """
+    try:
+        if sys.platform == "win32":
+            import msvcrt
+
+            msvcrt.locking(file.fileno(), msvcrt.LK_NBLCK, 1)
+        else:
+            import fcntl
+
+            fcntl.flock(file, (fcntl.LOCK_SH if shared else fcntl.LOCK_EX) | fcntl.LOCK_NB)
+    except OSError:
+        return False
+    return True
+
+
+def _is_at(path: Path, file: IO[bytes]) -> bool:
     try:
         return os.path.samestat(os.fstat(file.fileno()), path.stat())
     except FileNotFoundError:

@@ -5,15 +5,19 @@ Run by itself, with a model's name, it does no more than that.
 
 import os
 import ssl
+from contextlib import suppress
 from pathlib import Path
 from typing import TYPE_CHECKING
 
+import file_lock
 import worker
 from setup_progress import SetupProgress
 
 # The hub's client reads these when it is imported. Plain HTTP gives up soon where there is no network.
 os.environ.setdefault("HF_HUB_DISABLE_TELEMETRY", "1")
 os.environ.setdefault("HF_HUB_DISABLE_XET", "1")
+
+_MIN_SHOWN_SIZE = 100_000  # bytes: a file that is there at once needs no bar
 
 if TYPE_CHECKING:
     from demucs.api import Separator
@@ -26,11 +30,13 @@ def load(name: str) -> "Separator":
     from huggingface_hub.errors import LocalEntryNotFoundError
 
     constants.HF_HUB_DISABLE_IMPLICIT_TOKEN = True  # the hub refuses what is public to a token that has expired
-    try:
+    with suppress(LocalEntryNotFoundError):
         return _load_cached(name)
-    except LocalEntryNotFoundError:
+    with file_lock.take(worker.cache_folder() / f"{name}.lock", on_wait=SetupProgress().wait):
+        with suppress(LocalEntryNotFoundError):  # another process may have fetched it
+            return _load_cached(name)
         _fetch(name)
-        return _load_cached(name)
+    return _load_cached(name)
 
 
 def _load_cached(name: str) -> "Separator":
@@ -53,6 +59,8 @@ def _fetch(name: str) -> None:
     from huggingface_hub.errors import RepositoryNotFoundError
 
     SetupProgress().step(f"Fetching the {name} model, which is needed once")
+    for part in Path(_folder(name), "blobs").glob("*.incomplete"):
+        part.unlink()  # the hub's client never goes on with what a killed one has left
     try:
         for file in HfApi().model_info(_repository(name), timeout=10).siblings:
             if Path(file.rfilename).suffix in (".yaml", ".safetensors"):
@@ -91,7 +99,8 @@ def _words() -> "type[tqdm]":
             super().__init__(*arguments, mininterval=1, **options)
 
         def display(self, *_: object, **__: object) -> None:
-            progress.amount("Fetching the model", self.n, self.total or 0)
+            if (self.total or 0) > _MIN_SHOWN_SIZE:
+                progress.amount("Fetching the model", self.n, self.total)
 
     return Words
 

@@ -33,10 +33,9 @@ def main(_: list[str]) -> None:
     provide = _provide_on_linux if sys.platform == "linux" else _provide_elsewhere
     if sys.platform == "linux":
         _print_plan()
-    for purpose, script in _PURPOSES.items():
-        progress.step(f"{purpose}: installing")
+    for script in _PURPOSES.values():
         python = provide(_SCRIPTS / script, progress)
-    progress.step(f"Stems: looking for the {_MODEL} model")
+    progress.step(f"Looking for the {_MODEL} model")
     _fetch_model(python)
 
 

@@ -20,6 +20,14 @@ class SetupProgress:
     def step(self, text: str) -> None:
         worker.say(f"{self._tag} {text}")
 
+    def wait(self) -> None:
+        self.step("Waiting for another Kelvane, which is fetching the same")
+
+    def notice(self, text: str) -> None:
+        """Prints a line that a preparation keeps on the screen."""
+        worker.say(f"[plan] {text}")
+        self.step(text)
+
     def amount(self, text: str, num_arrived: int, num_needed: int) -> None:
         """Prints how many bytes have arrived of how many, but at most a few times a second until they are complete."""
         if time.monotonic() < self._next_time and num_arrived < num_needed:

@@ -17,8 +17,9 @@ from concurrent.futures import ThreadPoolExecutor
 from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
-from typing import IO, TYPE_CHECKING
+from typing import TYPE_CHECKING
 
+import file_lock
 import worker
 from stem_file import StemFile
 
@@ -129,7 +130,7 @@ class StemCache:
         for folder in self._folder.glob(f"*{_UNFINISHED}"):
             is_in_use = False
             with contextlib.suppress(OSError), (folder / _RECEIPT).open("r+b") as receipt:
-                is_in_use = not _lock(receipt)
+                is_in_use = not file_lock.lock(receipt)
             if not is_in_use:
                 self._remove(folder)
 
@@ -155,7 +156,7 @@ class NewEntry:
                 folder.mkdir(mode=0o700)
                 self._folder = folder
                 self._receipt = (folder / _RECEIPT).open("xb")
-                _lock(self._receipt)
+                file_lock.lock(self._receipt)
 
     def write(self, stem: str, samples: "np.ndarray", num_samples: int) -> None:
         """Appends floats of shape (2, samples) to a stem, whose whole length is num_samples."""
@@ -262,22 +263,6 @@ def _link_or_copy(source: Path, target: Path) -> None:
 
 def _unfinished(folder: Path) -> Path:
     return folder.with_name(f"{folder.stem}-{secrets.token_hex(4)}{_UNFINISHED}")
-
-
-def _lock(file: IO[bytes]) -> bool:
-    """Locks a file until it is closed or the process ends. Returns whether no other process has locked it."""
-    try:
-        if sys.platform == "win32":
-            import msvcrt
-
-            msvcrt.locking(file.fileno(), msvcrt.LK_NBLCK, 1)
-        else:
-            import fcntl
-
-            fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
-    except OSError:
-        return False
-    return True
 
 
 def _limit() -> int:

@@ -44,13 +44,25 @@ bool PreparationRunner::prepare (juce::String& message)
         child, PythonBridge::makeCommand (uv, scripts, "prepare.py", {}),
         [this] (const juce::String& line) { readLine (line); }, [this] { return threadShouldExit(); });
 
-    message = result.succeeded() ? "Links, detection and stems are ready. All but links work without a network."
-                                 : "The preparation failed.\n\n" + tailOf (words, maxQuotedChars);
-    return result.succeeded();
+    if (result.succeeded())
+    {
+        message = "Links, detection and stems are ready. All but links work without a network.";
+        return true;
+    }
+
+    message = "The preparation failed.\n\n" + tailOf (words, maxQuotedChars);
+
+    if (! hasBegun)
+        message << "\n\nuv could not start. Install Python 3.11 to 3.14, and make sure that you can write to your "
+                   "home folder.";
+
+    return false;
 }
 
 void PreparationRunner::readLine (const juce::String& line)
 {
+    hasBegun = hasBegun || workerprogress::readSetupLine (line);
+
     if (const auto percentage = workerprogress::readBarLine (line))
         fraction = *percentage / 100.0;
     else if (const auto plan = workerprogress::readPlanLine (line))

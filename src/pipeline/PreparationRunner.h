@@ -41,6 +41,7 @@ private:
     void readLine (const juce::String& line);
 
     double fraction = 0.0;
-    juce::String words; /**< what the worker has said beside its plan and its progress */
+    bool hasBegun = false; /**< has the worker itself said anything, and not only uv? */
+    juce::String words;    /**< what the worker has said beside its plan and its progress */
     ChildSlot child;
 };
