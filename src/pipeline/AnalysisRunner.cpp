@@ -55,15 +55,13 @@ void AnalysisRunner::deliver (const Outcome& outcome)
 
 AnalysisRunner::Outcome AnalysisRunner::findOutcome()
 {
-    const auto uv = PythonBridge::findUv();
-    const auto scripts = PythonBridge::scriptsDir();
+    juce::File uv, scripts;
     Outcome outcome;
 
-    if (uv == juce::File())
-        outcome.error = PythonBridge::uvNotFound;
-    else if (scripts == juce::File())
-        outcome.error = PythonBridge::scriptsNotFound;
-    else if (url.isEmpty())
+    if (! PythonBridge::findTools (uv, scripts, outcome.error))
+        return outcome;
+
+    if (url.isEmpty())
         analyze (uv, scripts, audioFile, outcome);
     else if (download (uv, scripts, outcome))
         analyze (uv, scripts, outcome.download, outcome);

@@ -23,23 +23,7 @@ bool PipelineRunner::findTools (RunState& state, juce::String& message)
     if (! state.downloads && ! config.wantsStems() && ! detectsBpm() && ! detectsKey())
         return true;
 
-    state.uv = PythonBridge::findUv();
-
-    if (state.uv == juce::File())
-    {
-        message = PythonBridge::uvNotFound;
-        return false;
-    }
-
-    state.scripts = PythonBridge::scriptsDir();
-
-    if (state.scripts == juce::File())
-    {
-        message = PythonBridge::scriptsNotFound;
-        return false;
-    }
-
-    return true;
+    return PythonBridge::findTools (state.uv, state.scripts, message);
 }
 
 bool PipelineRunner::getUrlSource (RunState& state, juce::String& message)

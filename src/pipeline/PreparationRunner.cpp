@@ -31,14 +31,10 @@ void PreparationRunner::finish (bool success, const juce::String& message)
 
 bool PreparationRunner::prepare (juce::String& message)
 {
-    const auto uv = PythonBridge::findUv();
-    const auto scripts = PythonBridge::scriptsDir();
+    juce::File uv, scripts;
 
-    if (uv == juce::File() || scripts == juce::File())
-    {
-        message = uv == juce::File() ? PythonBridge::uvNotFound : PythonBridge::scriptsNotFound;
+    if (! PythonBridge::findTools (uv, scripts, message))
         return false;
-    }
 
     const auto result = runWorker (
         child, PythonBridge::makeCommand (uv, scripts, "prepare.py", {}),

@@ -11,11 +11,11 @@
 namespace PythonBridge
 {
 
-const char* const uvNotFound = "Could not find 'uv', which is needed to run the Python workers.\n"
-                               "Install it (https://docs.astral.sh/uv/getting-started/installation/) or point the "
-                               "KELVANE_UV environment variable at the executable.";
+static constexpr auto uvNotFound = "Could not find 'uv', which is needed to run the Python workers.\n"
+                                   "Install it (https://docs.astral.sh/uv/getting-started/installation/) or point the "
+                                   "KELVANE_UV environment variable at the executable.";
 
-const char* const scriptsNotFound = "Could not locate the bundled Python scripts (Resources/python).";
+static constexpr auto scriptsNotFound = "Could not locate the bundled Python scripts (Resources/python).";
 
 #if JUCE_LINUX
 // JUCE finds the current application, and its executable, by the name that the program was called by, as it reads now,
@@ -112,6 +112,18 @@ juce::File scriptsDir()
             return candidate;
 
     return {};
+}
+
+bool findTools (juce::File& uv, juce::File& scripts, juce::String& error)
+{
+    uv = findUv();
+    scripts = scriptsDir();
+
+    if (uv != juce::File() && scripts != juce::File())
+        return true;
+
+    error = uv == juce::File() ? uvNotFound : scriptsNotFound;
+    return false;
 }
 
 juce::StringArray makeCommand (const juce::File& uv, const juce::File& scripts, const juce::String& script,

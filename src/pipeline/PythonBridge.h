@@ -26,8 +26,9 @@ juce::StringArray makeCommand (const juce::File& uv, const juce::File& scripts, 
 */
 void enterScriptsDir();
 
-/** The texts for the user when one of the two is not found. */
-extern const char* const uvNotFound;
-extern const char* const scriptsNotFound;
+/** Finds both.
+    @param error  receives the message for the user if one of them is missing
+*/
+bool findTools (juce::File& uv, juce::File& scripts, juce::String& error);
 
 } // namespace PythonBridge
