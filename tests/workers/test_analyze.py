@@ -32,6 +32,12 @@ for target in targets:
 """
 
 
+@pytest.fixture(scope="module", autouse=True)
+def packages() -> None:
+    """Installs them before the tests, since a worker prints how that goes on."""
+    provide("analyze.py")
+
+
 def detect(path: Path, *flags: str) -> dict[str, float]:
     (line,) = run_worker(SCRIPT, path, *(flags or ("--bpm", "--key")), status=0)
     return json.loads(line.removeprefix("RESULT::"))
