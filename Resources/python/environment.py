@@ -60,9 +60,10 @@ def enter(script: Path, progress: SetupProgress | None = None) -> None:
     if not surroundings.is_in_own_environment():
         return
     environment = Environment(script)
-    environment.provide(progress or SetupProgress())
+    progress = progress or SetupProgress()
+    environment.provide(progress)
     while not environment.hold():
-        environment.provide(progress or SetupProgress())
+        environment.provide(progress)
     os.environ[_ENTERED] = str(environment.folder)
     os.execv(environment.python, [environment.python, *sys.orig_argv[1:]])
 
@@ -165,11 +166,12 @@ class Environment:
         if fitting:
             progress.step("Looking for the build of PyTorch that fits this machine")
         options = next((options for options in fitting if _resolves(uv, *command, *options)), ordinary)
-        if fitting and options is ordinary:
+        has_fallen_back = bool(fitting) and options is ordinary
+        if has_fallen_back:
             progress.notice("The build of PyTorch that fits this machine is out of reach: fetching the ordinary one")
         progress.step("Fetching packages")
         uv.fetch(*command, *options, on_progress=partial(progress.amount, "Fetching packages"))
-        if fitting and options is ordinary:
+        if has_fallen_back:
             progress.notice(f"To look for the fitting build again later, delete {self.folder}")
 
     def _alternatives(self) -> list[list[str]]:
