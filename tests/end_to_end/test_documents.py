@@ -1,4 +1,4 @@
-"""What the documents say, held against the sources and the programs."""
+"""Compares the documents with the sources and the programs."""
 
 import os
 import re
@@ -19,30 +19,30 @@ def anchors(document: Path) -> set[str]:
     return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-") for heading in headings}
 
 
-def test_links_and_paths_lead_somewhere() -> None:
-    lost = []
+def test_links_and_paths_exist() -> None:
+    broken = []
     for document in DOCUMENTS:
         for path, anchor in re.findall(LINK, document.read_text()):
             target = document.parent / path if path else document
             if not target.exists() or (anchor and anchor not in anchors(target)):
-                lost.append(f"{document.name}: {path}#{anchor}")
-        lost += [path for path in re.findall(PATH, document.read_text()) if not (ROOT / path).exists()]
-    assert not lost
+                broken.append(f"{document.name}: {path}#{anchor}")
+        broken += [path for path in re.findall(PATH, document.read_text()) if not (ROOT / path).exists()]
+    assert not broken
 
 
-def test_the_messages_of_the_readme_are_the_programs_own() -> None:
-    """Those in the first column of its tables of failures, with … for what differs."""
-    patterns = ("src/**/*.cpp", "src/**/*.h", "Resources/python/*.py", "scripts/*")
+def test_troubleshooting_quotes_the_programs() -> None:
+    """Compares the first columns of its tables, where … stands for the part that varies."""
+    patterns = ("src/**/*.cpp", "src/**/*.h", "Resources/python/**/*.py", "scripts/*")
     texts = [path.read_text() for pattern in patterns for path in ROOT.glob(pattern)]
-    sources = re.sub(r'"\s*\n\s*f?"', "", "\n".join(texts))  # literals go on in the next line
+    sources = re.sub(r'"\s*\n\s*f?"', "", "\n".join(texts))  # joins literals that are split over lines
 
-    _, _, tables = (ROOT / "README.md").read_text().partition("\n## When something fails\n")
+    tables = (ROOT / "docs" / "troubleshooting.md").read_text()
     messages = re.findall(r"`([^`]+)`", "\n".join(re.findall(r"^\| (.+?) \|", tables, re.MULTILINE)))
     assert len(messages) > 20
     assert not [text for text in messages for part in text.split("…") if part.strip() not in sources]
 
 
-def test_the_worker_of_the_documents_works(tmp_path: Path) -> None:
+def test_the_example_worker_runs(tmp_path: Path) -> None:
     worker = re.search(r"```python\n(# /// script\n.+?)```", (ROOT / "docs" / "workers.md").read_text(), re.DOTALL)
     assert worker
     shutil.copy(RENDER, tmp_path)
