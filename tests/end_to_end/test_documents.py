@@ -54,5 +54,5 @@ def test_the_example_worker_runs(tmp_path: Path) -> None:
     done = subprocess.run(command, env=ENVIRONMENT | {"KELVANE_UV": UV}, capture_output=True, text=True)
     assert '"bpm": 128.0, "key_index": 6, "key": "F#"}' in done.stdout
     assert done.stderr.endswith(
-        "Analysis failed.\n\nThe file's name tells no tempo: write it there, as in Loop_128_F#.wav.\n"
+        "Analysis failed.\n\nThe file's name has no tempo: add one, as in Loop_128_F#.wav.\n"
     )
