@@ -5,14 +5,14 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-"Kelvane takes a song, or a link to one, splits it into drums, bass, vocals
-and the rest, changes tempo or key, and writes WAV files, ready to drop into
-a session. It comes as a program with a window, and as kelvane-render for the
-console.
+"Kelvane takes a song or a link to one, splits it into drums, bass, vocals and
+the rest, changes its tempo or key, and writes WAV files, ready to drop into a
+session. It has a program with a window, and kelvane-render for the command
+line.
 .
-Downloads, detection and separation are done by workers in Python, which uv
-starts. What they need is installed into the user's cache on their first use,
-which takes a connection to the internet.")
+Python workers, which uv starts, do the downloads, the detection and the
+separation. They install what they need into the user's cache on first use,
+which takes an internet connection.")
 
 # dpkg-shlibdeps finds what is linked. JUCE loads the X libraries when it opens a window, and Kelvane those of FFmpeg
 # when it reads a song that needs them, and so out of its sight.

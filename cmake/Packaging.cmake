@@ -3,7 +3,7 @@
 set(CPACK_PACKAGE_NAME kelvane)
 set(CPACK_PACKAGE_VENDOR "The Kelvane developers")
 set(CPACK_PACKAGE_CONTACT "The Kelvane developers <developers@kelvane.invalid>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "prepares samples: stems, tempo and key of a song")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "splits songs into stems and changes their tempo or key")
 set(CPACK_RESOURCE_FILE_LICENSE "${CMAKE_SOURCE_DIR}/LICENSE")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
