@@ -1,4 +1,4 @@
-# The .deb: what its control file says, and what Debian's policy asks for beside the installed tree.
+# The .deb: its control file, and what Debian's policy requires besides the installed tree.
 
 list(APPEND CPACK_GENERATOR DEB)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -14,8 +14,8 @@ Python workers, which uv starts, do the downloads, the detection and the
 separation. They install what they need into the user's cache on first use,
 which takes an internet connection.")
 
-# dpkg-shlibdeps finds what is linked. JUCE loads the X libraries when it opens a window, and Kelvane those of FFmpeg
-# when it reads a song that needs them, and so out of its sight.
+# dpkg-shlibdeps finds only linked libraries. JUCE loads the X libraries when it opens a window, and Kelvane loads
+# FFmpeg's when it reads a song that needs them.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libx11-6, libxcursor1, libxext6, libxinerama1, libxrandr2")
 if(KELVANE_HAS_FFMPEG)
@@ -27,9 +27,9 @@ if(KELVANE_HAS_FFMPEG)
         endif()
     endforeach()
 endif()
-# Without an interpreter uv would fetch one, which not every network lets through.
+# Without an interpreter uv would download one, which some networks block.
 string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS ", python3 (>= 3.11)")
-# The desktop's own file dialogs, and the certificates without which a model cannot be fetched.
+# The desktop's own file dialogs, and the certificates that the download of the model needs.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "ca-certificates, zenity | kdialog")
 
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${CMAKE_SOURCE_DIR}/packaging/debian/postrm")

@@ -1,9 +1,9 @@
-# What a desktop of the free systems wants to know about a program, and what its console does.
+# Desktop entry, metadata, icons, manual pages and commands for Linux and other free systems.
 
 set(packaging "${CMAKE_SOURCE_DIR}/packaging")
 set(desktop_id org.kelvane.Kelvane)
 
-# Links, since the programs need `python` beside them, and /usr/bin/python is something else.
+# The commands are links, because the programs need the folder `python` beside them and /usr/bin/python is a program.
 function(kelvane_install_link name program)
     file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/links")
     file(CREATE_LINK "../lib/kelvane/${program}" "${CMAKE_BINARY_DIR}/links/${name}" SYMBOLIC)

@@ -1,7 +1,7 @@
-# What `cmake --install` lays out: a tree that works wherever it is moved as a whole. The programs look for
-# the folder `python`, and for a uv that is shipped, beside their own real file.
+# The tree that `cmake --install` lays out, which works wherever it is moved as a whole. The programs look for the
+# folder `python`, and for the uv in the package, beside their own real file.
 
-set(KELVANE_UV_FOLDER "" CACHE PATH "A folder to ship uv from, as packaging/fetch_uv.py makes it; empty: uv is not shipped")
+set(KELVANE_UV_FOLDER "" CACHE PATH "The folder made by packaging/fetch_uv.py, to include its uv; empty to leave uv out")
 
 if(APPLE)
     set(programs_folder Kelvane.app/Contents/MacOS)
@@ -26,14 +26,14 @@ install(DIRECTORY "${CMAKE_SOURCE_DIR}/Resources/python/" DESTINATION ${scripts_
     PATTERN "__pycache__" EXCLUDE
     PATTERN ".*" EXCLUDE)
 install(FILES "${CMAKE_SOURCE_DIR}/Resources/demo/kelvane-demo.ogg" DESTINATION ${demo_folder})
-# What the documents link to lies beside them as it does in the sources.
+# The documents keep their relative places, so that the links between them work.
 foreach(document IN ITEMS README.md CHANGELOG.md CONTRIBUTING.md LICENSE)
     install(FILES "${CMAKE_SOURCE_DIR}/${document}" DESTINATION ${documents_folder})
 endforeach()
 install(FILES "${CMAKE_SOURCE_DIR}/Resources/README.md" DESTINATION "${documents_folder}/Resources")
 install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs" DESTINATION ${documents_folder})
 
-# kelvane_install_licence(<name> <file>): of what is compiled in or shipped
+# kelvane_install_licence(<name> <file>): for everything that is compiled in or included
 function(kelvane_install_licence name file)
     install(FILES "${file}" DESTINATION "${documents_folder}/licences" RENAME "${name}.txt")
 endfunction()
@@ -56,17 +56,18 @@ if(KELVANE_UV_FOLDER)
     install(PROGRAMS "${KELVANE_UV_FOLDER}/uv${CMAKE_EXECUTABLE_SUFFIX}" DESTINATION ${programs_folder})
     kelvane_install_licence(uv-MIT "${KELVANE_UV_FOLDER}/LICENSE-MIT")
     kelvane_install_licence(uv-Apache "${KELVANE_UV_FOLDER}/LICENSE-APACHE")
-    # Everything that uv itself is made of, each part with its licence.
+    # Lists the parts of uv, each with its licence.
     install(FILES "${KELVANE_UV_FOLDER}/uv.cyclonedx.json" DESTINATION "${documents_folder}/licences")
 endif()
 
 if(APPLE)
-    # PyTorch for Intel Macs ends with Python 3.12. uv obeys this file beside the scripts, also where one bundle serves
+    # PyTorch for Intel Macs ends with Python 3.12. uv obeys this file beside the scripts, even if one bundle serves
     # both kinds of Mac.
     file(WRITE "${CMAKE_BINARY_DIR}/.python-version" ">=3.11,<3.13\n")
     install(FILES "${CMAKE_BINARY_DIR}/.python-version" DESTINATION ${scripts_folder})
 
-    # Files have come into the bundle since the linker signed it, and processors of Apple's own start no broken signature.
+    # The linker signed the bundle before these files were added, and Apple silicon starts nothing with a broken
+    # signature.
     install(CODE [[
         execute_process(
             COMMAND codesign --force --deep --sign - "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/Kelvane.app"

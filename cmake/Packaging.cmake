@@ -1,4 +1,4 @@
-# What CPack makes of the installed tree; scripts/package runs it.
+# Settings for CPack, which packs the installed tree; scripts/package runs it.
 
 set(CPACK_PACKAGE_NAME kelvane)
 set(CPACK_PACKAGE_VENDOR "The Kelvane developers")

@@ -1,4 +1,4 @@
-# CPack runs this on the tree that it is about to pack: what Debian's policy wants differently in a .deb.
+# CPack runs this on the tree that it is about to pack, to apply Debian's policy to a .deb.
 
 if(NOT CPACK_GENERATOR STREQUAL DEB)
     return()
