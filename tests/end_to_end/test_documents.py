@@ -53,6 +53,4 @@ def test_the_example_worker_runs(tmp_path: Path) -> None:
     command = [tmp_path / os.path.basename(RENDER), "--analyze", *songs]
     done = subprocess.run(command, env=ENVIRONMENT | {"KELVANE_UV": UV}, capture_output=True, text=True)
     assert '"bpm": 128.0, "key_index": 6, "key": "F#"}' in done.stdout
-    assert done.stderr.endswith(
-        "Analysis failed.\n\nThe file's name has no tempo: add one, as in Loop_128_F#.wav.\n"
-    )
+    assert done.stderr.endswith("Analysis failed.\n\nThe file's name has no tempo: add one, as in Loop_128_F#.wav.\n")
