@@ -3,7 +3,7 @@
 #include "app/DisplayPoll.h"
 #include "app/DropWindow.h"
 #include "app/MainComponent.h"
-#include "pipeline/PythonBridge.h"
+#include "pipeline/WorkingFolder.h"
 #include "ui/Theme.h"
 
 #include <BinaryData.h>
@@ -92,7 +92,7 @@ void KelvaneApplication::initialise (const juce::String&)
         return;
     }
 
-    PythonBridge::enterScriptsDir();
+    enterScriptsFolder();
     mainWindow = std::make_unique<MainWindow> (getApplicationName());
 }
 

@@ -1,8 +1,8 @@
 #include "app/MainComponent.h"
 
 #include "pipeline/RunChecks.h"
-#include "pipeline/TemporaryFolderName.h"
-#include "pipeline/ThreadFailures.h"
+#include "pipeline/TemporaryFolder.h"
+#include "pipeline/UserMessages.h"
 
 #include <utility>
 
@@ -29,7 +29,7 @@ void MainComponent::analyzeClicked()
     };
 
     if (! analysisRunner->startThread())
-        analysisFinished ({}, false, 0.0, 0, {}, threadfailures::notStarted);
+        analysisFinished ({}, false, 0.0, 0, {}, messages::threadNotStarted);
 }
 
 bool MainComponent::prepareUrlAnalysis()

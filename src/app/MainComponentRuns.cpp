@@ -1,7 +1,7 @@
 #include "app/MainComponent.h"
 
 #include "pipeline/RunChecks.h"
-#include "pipeline/ThreadFailures.h"
+#include "pipeline/UserMessages.h"
 
 void MainComponent::executeClicked()
 {
@@ -46,7 +46,7 @@ void MainComponent::executeClicked()
     };
 
     if (! pipelineRunner->startThread())
-        pipelineFinished (false, threadfailures::notStarted);
+        pipelineFinished (false, messages::threadNotStarted);
 }
 
 void MainComponent::pipelineFinished (bool success, const juce::String& message)
@@ -66,9 +66,9 @@ void MainComponent::pipelineFinished (bool success, const juce::String& message)
         return;
     }
 
-    const auto wasCancelled = message == "Cancelled.";
+    const auto wasCancelled = message == messages::cancelled;
     progress = 0.0;
-    setStatus (wasCancelled ? "Cancelled." : "Failed.");
+    setStatus (wasCancelled ? messages::cancelled : "Failed.");
 
     if (message.isNotEmpty() && ! wasCancelled)
         refuse ("Pipeline failed", message);

@@ -16,7 +16,7 @@ public:
         bitsPerSample = 32;
     }
 
-    /** @returns false if there is nothing to read */
+    /** @returns false if the file holds no readable audio */
     bool open()
     {
         restart();
@@ -51,7 +51,7 @@ public:
 private:
     void restart()
     {
-        // The old one goes first, since both read the same stream.
+        // Deleted before the new one is made, because both read the same stream.
         decoder.reset();
         decoder = FFmpegDecoder::open (*input);
         blockStart = 0;
@@ -59,7 +59,7 @@ private:
 
     int numInBlock() const { return decoder != nullptr ? decoder->getBlock().getNumSamples() : 0; }
 
-    /** @returns false if the audio ends ahead of this sample, as that of a damaged file may */
+    /** @returns false if the audio ends before this sample, as it may in a damaged file */
     bool goTo (juce::int64 sample)
     {
         if (sample < blockStart)
@@ -74,7 +74,7 @@ private:
         return numInBlock() > 0;
     }
 
-    /** @returns how many samples it has written: at least one, and no more than asked for */
+    /** @returns the number of samples written, from 1 to the number requested */
     int readFromBlock (int* const* destChannels, int numDestChannels, int startOffset, juce::int64 startSample,
                        int numSamples)
     {

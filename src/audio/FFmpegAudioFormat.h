@@ -2,13 +2,13 @@
 
 #include "JuceCompatibility.h"
 
-/** Reads by FFmpeg's libraries what they know of MP3, MPEG-4 (AAC, ALAC), Opus, WMA and more.
+/** Reads MP3, MPEG-4 (AAC, ALAC), Opus, WMA and other formats through FFmpeg's libraries.
 
-    A file's samples are those that its encoder was given: the encoder's delay and padding are left out. Reading is
-    exact from any sample on, but meant for going forwards: to go back is to decode again from the start.
+    Encoder delay and padding are removed, so a file has the samples that its encoder received. Reading is
+    sample-accurate from any position, but efficient only forwards: going back decodes again from the start.
 
-    A file is known by its content, whatever its extension. So what the basic formats cannot read of their own is read
-    here: Opus in Ogg, say, or an MP3 under a wrong name.
+    Files are recognized by content, not by extension. This format therefore also reads files that the basic formats
+    cannot, such as Opus in Ogg or an MP3 with a wrong extension.
 */
 class FFmpegAudioFormat : public compat::ReadOnlyAudioFormat
 {

@@ -10,7 +10,7 @@ namespace ffmpeg
 namespace
 {
 
-/** Never unloaded: some of what the libraries bring along does not bear it. */
+/** Never unloads the libraries, because some of their dependencies crash when they are unloaded. */
 void* open (const char* name)
 {
     return dlopen (name, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
@@ -23,7 +23,7 @@ bool find (void* in, const char* name, Function& function)
     return function != nullptr;
 }
 
-/** Their interface is that of the headers only as long as the first number of their version is. */
+/** Only libraries with the headers' major version have the headers' interface. */
 std::optional<Functions> load()
 {
     auto* const avutil = open ("libavutil.so." AV_STRINGIFY (LIBAVUTIL_VERSION_MAJOR));

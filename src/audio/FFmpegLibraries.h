@@ -20,13 +20,13 @@ JUCE_END_IGNORE_WARNINGS_GCC_LIKE
 
 /** FFmpeg's libraries, loaded from the system when a file first needs them.
 
-    They bring more than a hundred others along, which would double the time that the program takes to start. And one
-    that is linked to them does not start at all where there is another version of them, or none.
+    They load more than a hundred other libraries, which would double the program's start-up time. A program linked to
+    them also would not start on a system with another version of them, or without them.
 */
 namespace ffmpeg
 {
 
-// Each with the library that it is in.
+// Each function with its library.
 #define KELVANE_FFMPEG_FUNCTIONS(CALL)                                                                                 \
     CALL (avutil, av_channel_layout_compare)                                                                           \
     CALL (avutil, av_channel_layout_copy)                                                                              \
@@ -74,12 +74,12 @@ struct Functions
 #undef KELVANE_DECLARE
 };
 
-/** @returns whether the libraries are there, in the version that the program was built for. Without them nothing else
-    of this file may be used.
+/** @returns true if the libraries are installed in the version that the program was built for. Otherwise nothing else
+    in this file may be used.
 */
 bool isAvailable();
 
-/** What the libraries offer. */
+/** The functions of the libraries. */
 const Functions& library();
 
 struct Deleter
@@ -97,7 +97,7 @@ struct Deleter
     void operator() (SwrContext* converter) const { library().swr_free (&converter); }
 };
 
-/** What the libraries have allocated. */
+/** Owners of the libraries' objects. */
 template <typename Object>
 using Owned = std::unique_ptr<Object, Deleter>;
 

@@ -17,8 +17,8 @@ static void askForLargePages ([[maybe_unused]] juce::AudioBuffer<float>& buffer)
         begin
         + sizeof (float) * static_cast<size_t> (buffer.getNumChannels()) * static_cast<size_t> (buffer.getNumSamples());
 
-    // Rounded outwards: a page left out at the beginning would deny a large page to all that follows
-    // it. This is advice alone, and does what shares those pages no harm.
+    // Rounded outwards, because a page left out at the start would deny a large page to the rest. The call is
+    // only advice, so it does no harm to other data on those pages.
     const auto firstPage = begin / pageSize * pageSize;
     const auto lastPage = (end + pageSize - 1) / pageSize * pageSize;
     madvise (reinterpret_cast<void*> (firstPage), lastPage - firstPage, MADV_HUGEPAGE);

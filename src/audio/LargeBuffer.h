@@ -2,11 +2,11 @@
 
 #include <juce_audio_basics/juce_audio_basics.h>
 
-/** Makes a buffer for whole songs, its samples not yet set.
+/** Makes a buffer for a whole song, with uninitialised samples.
 
-    Where the system offers large pages on request, the buffer asks for them: touching a song's
-    memory for the first time, page by page, would else take longer than stretching it.
+    Requests large pages where the system offers them: with small ones, the page faults of a song's memory take longer
+    than the stretch.
 
-    @throws std::bad_alloc  if it cannot be held in memory
+    @throws std::bad_alloc  if it does not fit into memory
 */
 juce::AudioBuffer<float> makeLargeBuffer (int numChannels, int numSamples);

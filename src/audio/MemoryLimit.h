@@ -4,12 +4,12 @@
 
 #include <new>
 
-/** Refuses what the machine could never hold, before it is asked for.
+/** Refuses an amount of memory that the machine does not have, before it is allocated.
 
-    Systems that promise more memory than they have end the whole program once the promise is called
-    in: a damaged file that claims to last for hours would take the window along.
+    Systems that overcommit memory kill the program when it uses more than there is. A damaged file that claims to last
+    for hours would crash the whole program.
 
-    @param numFloats  samples that will be held at the same time
+    @param numFloats  number of samples in memory at the same time
     @throws std::bad_alloc  if they exceed the machine's physical memory
 */
 inline void requireMemoryFor (double numFloats)

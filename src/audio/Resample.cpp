@@ -13,7 +13,7 @@ static int resampledLength (int numSamples, double speed)
 {
     const auto length = std::floor (static_cast<double> (numSamples) / speed);
 
-    // No buffer can be that long, whatever the memory. A run reports this exception as it does a lack of memory.
+    // A buffer cannot be that long, however much memory there is. A run reports this like a lack of memory.
     if (length > static_cast<double> (std::numeric_limits<int>::max()))
         throw std::bad_alloc();
 

@@ -5,10 +5,10 @@
 namespace stretch
 {
 
-/** Plays audio at another speed: duration and pitch change together, as with a tape.
+/** Changes the speed of audio, and thereby duration and pitch together, like a tape machine.
 
-    Every channel goes through a juce::LagrangeInterpolator of its own, in its reset state. There is
-    no filter ahead of it, so a speed above 1 can alias, and its latency is not compensated.
+    Each channel passes through its own juce::LagrangeInterpolator, in its reset state. There is no filter before it, so
+    a speed above 1 can alias, and its latency is not compensated.
 
     @param input  any number of channels and samples; read only
     @param speed  input samples consumed per output sample, above 0: 2.0 halves the length and raises

@@ -7,7 +7,7 @@
 namespace stretch
 {
 
-/** What one search is about; see SimilaritySearch for the meaning and the limits. */
+/** The parameters of one search; SimilaritySearch explains them and their limits. */
 struct SearchTask
 {
     const float* const* channels;
@@ -18,7 +18,7 @@ struct SearchTask
     int fallback;
 };
 
-/** The search's loops, compiled for one kind of processor. All back ends agree to the bit. */
+/** The search's loops, compiled for one kind of processor. All back ends give bit-identical results. */
 struct SearchBackend
 {
     const char* name;
@@ -31,16 +31,16 @@ SearchBackend plainSearchBackend();
 /** For every x86-64 processor. Its function is null on others. */
 SearchBackend sse2SearchBackend();
 
-/** For processors with AVX2. Its function is null where the compiler was not told to use that. */
+/** For processors with AVX2. Its function is null in builds without AVX2. */
 SearchBackend avx2SearchBackend();
 
 /** For every arm64 processor. Its function is null on others. */
 SearchBackend neonSearchBackend();
 
-/** Those that this processor can run, the slowest first. */
+/** The back ends that this processor can run, slowest first. */
 std::vector<SearchBackend> availableSearchBackends();
 
-/** The fastest that this processor can run, found once. */
+/** The fastest back end that this processor can run, determined once. */
 const SearchBackend& fastestSearchBackend();
 
 } // namespace stretch

@@ -4,18 +4,17 @@
 
 #include <math.h>
 
-// The search, compiled once per back end with that back end's compiler flags. Everything here is
-// local to the file that includes it, and nothing inline is used of the standard library or of ours:
-// such a function would be compiled for a processor that need not be there, and the linker is free
-// to keep that copy for the whole program.
+// The search, compiled once for each back end with its compiler flags. Everything here is local to the
+// including file, and no inline function of the standard library or of ours is used: it would be compiled
+// for a processor that may be missing, and the linker may keep that copy for the whole program.
 //
 // A back end's vectors are a type with
 //     numLanes                 lanes of 32 bits, a divisor of tileSize
 //     Floats                   a register of floats, with broadcast, load, store and
 //                              addProduct (sum, a, b), which rounds twice, not once
-//     scoresRoughly            whether it multiplies integers of 16 bits faster than floats. If so:
+//     scoresRoughly            true if it multiplies 16-bit integers faster than floats; then also
 //     scoreRoughly (scratch, numTiles, numGuidePoints)
-//                              turns the scratch's integers into its rough scores;
+//                              computes the scratch's rough scores from its integers;
 //                              scoreByPairs<Vector> does so with
 //     Integers                 a register of 32-bit integers, with broadcast, load, store and
 //                              addProducts (sum, a, b), which multiplies 16-bit halves and adds both
@@ -25,24 +24,24 @@ namespace
 
 using namespace stretch;
 
-/** What the points are scaled to before rounding, as the root of their energy.
+/** The Euclidean norm to which points are scaled before rounding.
 
-    By Cauchy and Schwarz no sum of products then exceeds the square of this, and nor does any single
-    value exceed it: the sums fit into 32 bits and the values into 16, with room for rounding.
+    By the Cauchy-Schwarz inequality, no sum of products then exceeds its square, and no value exceeds it. So the sums
+    fit into 32 bits and the values into 16, with room for rounding.
 */
 constexpr double integerNorm = 32700.0;
 
-/** How far a rough score can lie from the true one, both in the rough one's unit.
+/** A bound on the difference between a rough score and the true one, in the rough score's unit.
 
-    A point is rounded by up to 0.51, so 256 of them by up to 0.51 * 16 in the root of their energy;
-    by Cauchy and Schwarz again that shifts the sum by no more than that times integerNorm for each of
-    the two factors, and by 0.51 * 0.51 * 256 for both. The rest is the true score's own rounding: 256
-    operations of single precision, each off by up to 2^-24 of integerNorm squared.
+    Rounding moves a point by up to 0.51, and so the norm of 256 points by up to 0.51 * 16. By the Cauchy-Schwarz
+    inequality, that changes the sum by at most this times integerNorm for each of the two factors, plus
+    0.51 * 0.51 * 256 for both together. The rest is the rounding of the true score: 256 operations in single precision,
+    each with an error of up to 2^-24 of integerNorm squared.
 */
 constexpr double roughError = 2.0 * 0.51 * 16.0 * (integerNorm + 20.0) + 0.51 * 0.51 * 256.0
                               + 256.0 / (1 << 24) * 1.01 * integerNorm * integerNorm;
 
-/** A candidate whose rough score lies further below the best one cannot have the best true score. */
+/** A candidate whose rough score is lower than the best one by more than this cannot have the best true score. */
 constexpr auto roughMargin = static_cast<int64_t> (2.0 * roughError) + 1;
 
 /** Every step-th sample of the mean of all channels: their sum, in their order, times one over
@@ -55,7 +54,7 @@ void mixDown (const SearchTask& task, int start, float* points, int numPoints)
     const float scale = 1.0f / static_cast<float> (task.numChannels);
     int i = 0;
 
-    // In blocks whose sums stay in registers over all channels.
+    // The sums of a block stay in registers over all channels.
     for (; i + blockSize <= numPoints; i += blockSize)
     {
         float sums[blockSize] = {};
@@ -83,7 +82,7 @@ void mixDown (const SearchTask& task, int start, float* points, int numPoints)
     }
 }
 
-/** The root of the energy, in several sums side by side, so that it can be vectorised. */
+/** The Euclidean norm, computed in several parallel sums so that it can be vectorised. */
 inline float norm (const float* points, int numPoints)
 {
     constexpr int numSums = 16;
@@ -105,14 +104,14 @@ inline float norm (const float* points, int numPoints)
     return sqrtf (energy);
 }
 
-/** Whether points of this norm are neither too loud nor too quiet nor too broken for integers. */
+/** @returns false if points of this norm are too loud, too quiet or too broken for integers */
 inline bool canBeScaled (float pointsNorm)
 {
     return pointsNorm > 1.0e-12f && pointsNorm < 1.0e12f;
 }
 
-/** Rounds to the nearest integer, in a way that can be vectorised: the offset keeps all values
-    positive, where truncation rounds down.
+/** Rounds to the nearest integer in a way that can be vectorised: the offset makes all values positive, where
+    truncation rounds down.
 */
 inline void scaleAndRound (const float* points, float pointsNorm, int32_t* integers, int numPoints)
 {
@@ -138,11 +137,11 @@ inline int32_t maximum (const int32_t* values, int numValues)
     return result;
 }
 
-/** True scores: the sum, for j from 0 to 255, of reference[j] * guide[m + 2j], for the 40 candidates m
-    from 0 on, accumulated in single precision from 0 in increasing j.
+/** Computes true scores: for each of 40 candidates m, from 0, the sum of reference[j] * guide[m + 2j] over j from 0 to
+    255, accumulated in single precision in that order.
 
-    One candidate's sum has a fixed order and cannot be vectorised; the candidates of a tile are
-    independent of each other and can. A tile's sums stay in registers.
+    The sum of one candidate has a fixed order and cannot be vectorised. The candidates of a tile are independent, so
+    they can, and their sums stay in registers.
 */
 template <typename Vector>
 void scoreTile (const float* reference, const float* guide, float* scores)
@@ -166,11 +165,10 @@ void scoreTile (const float* reference, const float* guide, float* scores)
         Vector::store (scores + v * Vector::numLanes, sums[v]);
 }
 
-/** Rough scores: the same sums of rounded points, exactly.
+/** Computes rough scores: the exact sums of the rounded points' products.
 
-    Points come in pairs, the first of a pair in the lower 16 bits, to make use of the instruction that
-    multiplies the pairs of every 32-bit lane and adds their products. Compilers do not find it by
-    themselves in this arrangement.
+    Points come in pairs, the first one in the lower 16 bits, for the instruction that multiplies the pairs in each
+   32-bit lane and adds their products. Compilers do not choose it by themselves here.
 */
 template <typename Vector>
 void scorePairs (const int32_t* reference, const int32_t* guide, int numTiles, int32_t* scores)
@@ -202,7 +200,7 @@ void scorePairs (const int32_t* reference, const int32_t* guide, int numTiles, i
     }
 }
 
-/** Makes pairs of the scratch's integers, and rough scores of those. */
+/** Arranges the scratch's integers in pairs and computes rough scores from them. */
 template <typename Vector>
 void scoreByPairs (SearchScratch& scratch, int numTiles, int numGuidePoints)
 {
@@ -216,8 +214,8 @@ void scoreByPairs (SearchScratch& scratch, int numTiles, int numGuidePoints)
     scorePairs<Vector> (scratch.referencePairs, scratch.guidePairs, numTiles, scratch.roughScores);
 }
 
-/** Works out the rough scores.
-    @returns the lowest of them at which a candidate may still be the best
+/** Computes the rough scores.
+    @returns the lowest rough score of a candidate that may still be the best
 */
 template <typename Vector>
 int64_t roughThreshold (SearchScratch& scratch, int numCandidates, int numGuidePoints)
@@ -243,15 +241,15 @@ int64_t roughThreshold (SearchScratch& scratch, int numCandidates, int numGuideP
     }
 }
 
-/** The search itself: the rough scores say where the best can be, and there the true ones decide. */
+/** The search: rough scores select the candidates that may be the best, and true scores decide among them. */
 template <typename Vector>
 int findBest (const SearchTask& task, SearchScratch& scratch)
 {
     const int numCandidates = (task.high - task.low) / searchStep + 1;
     const int numGuidePoints = numCandidates + candidateStride * (matchPoints - 1);
 
-    // Candidates and compared samples both lie on a grid of two samples: taking that grid out of the
-    // signal makes neighbouring candidates neighbours in memory.
+    // Candidates and compared samples lie on the same grid of two samples. Copying that grid from the signal
+    // makes neighbouring candidates neighbours in memory.
     mixDown<matchStride> (task, task.reference, scratch.reference, matchPoints);
     mixDown<searchStep> (task, task.low, scratch.guide, numGuidePoints);
 

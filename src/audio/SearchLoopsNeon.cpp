@@ -10,7 +10,7 @@ constexpr int lanesOfShorts = 8;
 constexpr int vectorsInTile = tileSize / lanesOfShorts;
 static_assert (vectorsInTile * lanesOfShorts == tileSize);
 
-/** Candidates of points this far apart lie one register apart, and so share all registers but one. */
+/** Candidates of points this far apart are one register apart, and so share all registers but one. */
 constexpr int pointStride = lanesOfShorts / candidateStride;
 constexpr int pointsInRow = matchPoints / pointStride;
 static_assert (pointsInRow % lanesOfShorts == 0);
@@ -30,7 +30,9 @@ void addProductsFrom (int32x4_t* sums, int16x8_t reference, const int16x8_t* can
         addProductsFrom<point + 1> (sums, reference, candidates);
 }
 
-/** One tile's rough scores. The sums are exact, so the points may come in the order that loads least. */
+/** Computes the rough scores of one tile. The sums are exact, so the points are taken in the order that needs the
+    fewest loads.
+*/
 void scoreTileRoughly (const int16_t* reference, const int16_t* guide, int32_t* scores)
 {
     int32x4_t sums[2 * vectorsInTile];

@@ -3,7 +3,7 @@
 namespace
 {
 
-/** Plain C++ in the shape of a register of four lanes, which compilers make into one. */
+/** Plain C++ in the shape of a four-lane register, which compilers turn into one. */
 struct Plain
 {
     struct Floats

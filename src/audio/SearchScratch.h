@@ -11,16 +11,16 @@ constexpr int searchStep = 2;    /**< samples between candidates */
 constexpr int searchRadius = 512;
 constexpr int maxCandidates = 2 * searchRadius / searchStep + 1;
 
-/** Points between those that one candidate is compared at, on the grid of the candidates. */
+/** Distance between the compared points of a candidate, on the grid of the candidates. */
 constexpr int candidateStride = matchStride / searchStep;
 
-/** Neighbouring candidates that are scored together. A tile is scored whole, wherever it begins. */
+/** Number of neighbouring candidates that are scored together. A tile is always scored as a whole. */
 constexpr int tileSize = 40;
 constexpr int maxTiles = (maxCandidates + tileSize - 1) / tileSize;
 constexpr int paddedCandidates = maxTiles * tileSize + tileSize;
 constexpr int paddedGuidePoints = paddedCandidates + candidateStride * matchPoints;
 
-/** The search's working memory. Zeroed once; what a search leaves does the next one no harm. */
+/** The search's working memory. Zeroed once; leftovers of one search do not affect the next. */
 struct SearchScratch
 {
     float reference[matchPoints] = {};

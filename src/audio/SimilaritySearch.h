@@ -7,15 +7,15 @@
 namespace stretch
 {
 
-/** Finds where in a signal a waveform comes again.
+/** Finds the position in a signal that is most similar to a waveform.
 
-    The signal is the mean of all channels, in single precision: the channels added up in their order,
-    times one over their number. A candidate's score is its dot product with the reference over 1024
-    samples, of which every fourth counts, added up in single precision from the first to the last.
+    The signal is the mean of all channels in single precision: the sum of the channels, in order, times the reciprocal
+    of their number. A candidate's score is its dot product with the reference over every fourth of 1024 samples, summed
+    in single precision from the first to the last.
 
-    The best is found in two passes. A rough one scores all candidates in 16-bit integers, whose error
-    has a bound. Only where the rough score comes that close to the best one is the true score worked
-    out, so the answer is that of the true scores alone, to the bit.
+    The search takes two passes. The first scores all candidates in 16-bit integers, with a bound on their error. The
+    second computes the true score only of candidates within that bound of the best one. So the result is bit-identical
+    to a search by true scores alone.
 */
 class SimilaritySearch
 {
@@ -26,14 +26,14 @@ public:
     {
     }
 
-    /** The best of the candidates low, low + 2, low + 4 … not above high.
+    /** Finds the best of the candidates low, low + 2, low + 4 … up to high.
 
         Of equal scores the lowest candidate wins; a score of NaN never does.
 
-        @param reference  start of the waveform that is looked for, which the input holds in full
+        @param reference  start of the waveform to find, which lies within the input as a whole
         @param low        the first candidate
         @param high       at least low, at most low + 1024, and at least 1024 before the input's end
-        @param fallback   the answer if no candidate has a score above -1e30
+        @param fallback   the result if no candidate has a score above -1e30
     */
     int findBest (int reference, int low, int high, int fallback)
     {

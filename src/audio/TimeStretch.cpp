@@ -24,7 +24,7 @@ constexpr int outputSlack = 4096;
 constexpr int matchLength = matchPoints * matchStride;
 constexpr float windowSumFloor = 0.001f;
 
-/** One value for every sample between two frames' starts. */
+/** One value for each sample of a hop. */
 using Hop = std::array<float, synthesisHop>;
 
 /** Rounded half away from zero and narrowed to 32 bits, never below 1. */
@@ -33,7 +33,7 @@ int roundToLength (double value)
     return juce::jmax (1, static_cast<int> (std::llround (value)));
 }
 
-/** The two halves of a periodic Hann window, which add up to 1 within rounding. */
+/** The two halves of a periodic Hann window, which add up to 1 except for rounding. */
 struct Window
 {
     Window()
@@ -55,7 +55,7 @@ struct Window
     Hop fadeOut;
 };
 
-/** Where to read the frame that follows the one read at previousPosition. */
+/** Finds the position of the frame after the one at previousPosition. */
 int chooseReadPosition (int numSamples, int nominalPosition, int previousPosition, SimilaritySearch& search)
 {
     const auto naturalPosition = previousPosition + synthesisHop;
@@ -72,11 +72,10 @@ int chooseReadPosition (int numSamples, int nominalPosition, int previousPositio
     return search.findBest (naturalPosition, low, high, nominalPosition);
 }
 
-/** Lays frames down half a frame apart, and divides by what their windows add up to.
+/** Overlaps frames by half, and divides by the sum of their windows.
 
-    With that overlap every hop of the result is the end of one frame over the beginning of the next,
-    so it is finished as soon as both are known. Before the first frame and behind the last there is
-    silence, with no window over it.
+    Each hop of the result is then the second half of one frame plus the first half of the next, and is finished as soon
+    as both are known. Before the first frame and after the last one there is silence without a window.
 */
 class OverlapAdd
 {
@@ -108,8 +107,8 @@ private:
             const auto* const incoming = fadingIn ? samples + *fadingIn : silence.data();
             auto* const destination = result.getWritePointer (channel, position);
 
-            // The sum begins at zero, as that of any number of frames would: two negative zeros make
-            // a positive one.
+            // The sum starts at zero, like a sum of any number of frames: two negative zeros then give a
+            // positive one.
             for (int i = 0; i < length; ++i)
             {
                 const auto n = static_cast<size_t> (i);
@@ -148,7 +147,7 @@ Buffer timeStretch (const Buffer& input, double ratio, const SearchBackend& back
     const auto targetLength = roundToLength (static_cast<double> (numSamples) * ratio);
     const auto analysisHop = roundToLength (static_cast<double> (synthesisHop) / ratio);
 
-    // How many frames the input has, and how many are laid down before the target is safely passed.
+    // The number of frames in the input, and the number that surely passes the target length.
     const auto numInInput = (numSamples - frameLength) / analysisHop + 1;
     const auto numToTarget =
         static_cast<int> ((static_cast<juce::int64> (targetLength) + outputSlack - frameLength) / synthesisHop) + 1;

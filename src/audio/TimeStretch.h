@@ -7,18 +7,18 @@
 namespace stretch
 {
 
-/** Changes the duration of audio and leaves its pitch alone.
+/** Changes the duration of audio and keeps its pitch.
 
-    Overlap-add with waveform similarity: frames of 2048 samples are laid down every 1024 samples,
-    and each is read from the place, within 512 samples of its nominal one, whose waveform best goes
-    on from the frame before. All channels are read at the same places and so stay aligned.
+    Overlap-add with waveform similarity: the result has a frame of 2048 samples every 1024 samples. Each frame is read
+    within 512 samples of its nominal position, where the waveform best continues the previous frame. All channels are
+    read at the same positions, so they stay aligned.
 
     After W. Verhelst and M. Roelands, "An overlap-add technique based on waveform similarity (WSOLA)
     for high quality time-scale modification of speech", ICASSP 1993.
 
-    The hop through the input is 1024 / ratio, rounded to whole samples and never corrected, so the
-    result can be shorter than samples * ratio where the input runs out first; it is never longer.
-    An input of fewer than 4096 samples is resampled instead, and its pitch changes with its speed.
+    The analysis hop is 1024 / ratio, rounded to whole samples without later correction. So the result can be shorter
+    than samples * ratio, if the input ends first, but never longer. An input of fewer than 4096 samples is resampled
+    instead, so that its pitch changes too.
 
     @param input  any number of channels and samples; read only
     @param ratio  output length divided by input length, above 0: 2.0 halves the tempo
@@ -31,7 +31,7 @@ namespace stretch
 */
 juce::AudioBuffer<float> timeStretch (const juce::AudioBuffer<float>& input, double ratio);
 
-/** The same with a search back end of the caller's choice, which changes no bit of the result. */
+/** Uses the given search back end, which does not change the result. */
 juce::AudioBuffer<float> timeStretch (const juce::AudioBuffer<float>& input, double ratio,
                                       const SearchBackend& backend);
 

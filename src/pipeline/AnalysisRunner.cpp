@@ -1,17 +1,17 @@
 #include "pipeline/AnalysisRunner.h"
 
-#include "pipeline/Detection.h"
 #include "pipeline/PythonBridge.h"
-#include "pipeline/ThreadFailures.h"
+#include "pipeline/UserMessages.h"
 #include "pipeline/WorkerOutput.h"
+#include "pipeline/Workers.h"
 
-/** The end of a worker's raw output, without the blanks with which it fills the lines that are to be seen at once. */
-static juce::String quoteTail (const juce::String& output)
+/** Removes the spaces with which a worker pads lines so that they overwrite longer ones, and blank lines. */
+static juce::String withoutPadding (const juce::String& output)
 {
     auto lines = juce::StringArray::fromLines (output);
     lines.trim();
     lines.removeEmptyStrings();
-    return tailOf (lines.joinIntoString ("\n"), maxQuotedChars);
+    return lines.joinIntoString ("\n");
 }
 
 AnalysisRunner::AnalysisRunner (juce::File audioFileToUse)
@@ -33,9 +33,9 @@ void AnalysisRunner::cancel()
 void AnalysisRunner::run()
 {
     Outcome outcome;
-    outcome.error = threadfailures::endedEarly;
+    outcome.error = messages::endedEarly;
 
-    // By the guard even if an exception ends the thread: whoever waits for the outcome would wait forever.
+    // The guard delivers after an exception too: without an outcome the caller would wait forever.
     const juce::ScopeGuard delivery { [&] { deliver (outcome); } };
     outcome = findOutcome();
 }
@@ -48,8 +48,8 @@ void AnalysisRunner::deliver (const Outcome& outcome)
     juce::MessageManager::callAsync (
         [callback = onFinished, outcome]
         {
-            if (callback != nullptr)
-                callback (outcome.success, outcome.bpm, outcome.key, outcome.download, outcome.error);
+            juce::NullCheckedInvocation::invoke (callback, outcome.success, outcome.bpm, outcome.key, outcome.download,
+                                                 outcome.error);
         });
 }
 
@@ -74,9 +74,8 @@ bool AnalysisRunner::download (const juce::File& uv, const juce::File& scripts, 
     downloadFolder.createDirectory();
 
     juce::String output;
-    const auto succeeded = runScriptCapture (
-        PythonBridge::makeCommand (uv, scripts, "yt2wav.py", { url, downloadFolder.getFullPathName() }), output);
-    const auto file = findFile (output, "WAV_PATH::");
+    const auto succeeded = runScriptCapture (workers::downloadCommand (uv, scripts, url, downloadFolder), output);
+    const auto file = workers::findDownload (output);
 
     if (succeeded && file != juce::File())
     {
@@ -84,7 +83,7 @@ bool AnalysisRunner::download (const juce::File& uv, const juce::File& scripts, 
         return true;
     }
 
-    outcome.error = downloadFailedText + quoteTail (output);
+    outcome.error = messages::withQuote (messages::downloadFailed, withoutPadding (output));
     return false;
 }
 
@@ -92,19 +91,17 @@ void AnalysisRunner::analyze (const juce::File& uv, const juce::File& scripts, c
                               Outcome& outcome)
 {
     juce::String output;
-    const auto succeeded = runScriptCapture (
-        PythonBridge::makeCommand (uv, scripts, "analyze.py", { audio.getFullPathName(), "--bpm", "--key" }), output);
-    const auto value = findMarker (output, "RESULT::");
+    const auto succeeded = runScriptCapture (workers::analysisCommand (uv, scripts, audio, true, true), output);
+    const auto detection = workers::findDetection (output);
 
-    if (! succeeded || value.isEmpty())
+    if (! succeeded || ! detection)
     {
-        outcome.error = "Analysis failed.\n\n" + quoteTail (output);
+        outcome.error = messages::withQuote ("Analysis failed.", withoutPadding (output));
         return;
     }
 
-    const auto detection = Detection::fromJson (value);
-    outcome.bpm = detection.bpm;
-    outcome.key = detection.key;
+    outcome.bpm = detection->bpm;
+    outcome.key = detection->key;
     outcome.success = true;
 }
 
@@ -117,7 +114,7 @@ bool AnalysisRunner::runScriptCapture (const juce::StringArray& args, juce::Stri
 
     output = readAllOutput (*process);
 
-    // JUCE takes a process that has closed its output, but not ended yet, for one that has succeeded.
+    // Until the process has ended, JUCE gives 0 as its exit code.
     process->waitForProcessToFinish (-1);
     const auto succeeded = ! threadShouldExit() && process->getExitCode() == 0;
     child.empty();

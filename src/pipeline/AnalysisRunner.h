@@ -6,34 +6,34 @@
 
 #include <functional>
 
-/** The background thread that detects a song's tempo and key, downloading the song first if it has to.
+/** The background thread that detects a song's tempo and key, and downloads the song first if necessary.
 
-    Set the callback, then start the thread. A runner serves one analysis and is then replaced.
+    Set the callback, then start the thread. Each analysis needs a new runner.
 */
 class AnalysisRunner : public juce::Thread
 {
 public:
-    /** Analyses a file that is there already. */
+    /** Analyses an existing file. */
     explicit AnalysisRunner (juce::File audioFile);
 
-    /** Downloads first, into the folder, which is made if it is not there. The download is never deleted here. */
+    /** Downloads the song into the folder first. Creates the folder, and never deletes the download. */
     AnalysisRunner (juce::String url, juce::File downloadFolder);
 
     ~AnalysisRunner() override = default;
 
-    /** Called on the message thread, once, unless the analysis is cancelled: with whether all went well, the tempo in
-        BPM, the key as an index into PipelineConfig::keyNames, the file that was downloaded (a default File if none
-        was; it comes even if the analysis failed after it) and the text for the user if something failed.
+    /** Called once on the message thread, unless the analysis is cancelled. The arguments are: success; the tempo in
+        BPM; the key as an index into PipelineConfig::keyNames; the downloaded file, also if the detection failed (a
+        default File if nothing was downloaded); and the message for the user after a failure.
     */
     std::function<void (bool, double, int, juce::File, juce::String)> onFinished;
 
-    /** Asks the analysis to end and kills its worker. Returns at once, on any thread. */
+    /** Asks the analysis to end and kills its worker. Does not wait. May be called on any thread. */
     void cancel();
 
     void run() override;
 
 private:
-    /** What onFinished is called with. */
+    /** The arguments of onFinished. */
     struct Outcome
     {
         bool success = false;
@@ -49,8 +49,8 @@ private:
     void analyze (const juce::File& uv, const juce::File& scripts, const juce::File& audio, Outcome& outcome);
 
     /** Runs one worker to its end.
-        @param output  receives all that it prints, as it stands
-        @returns whether the worker succeeded and no cancellation was asked for
+        @param output  receives everything that it prints, unchanged
+        @returns true if the worker succeeded and the analysis was not cancelled
     */
     bool runScriptCapture (const juce::StringArray& args, juce::String& output);
 

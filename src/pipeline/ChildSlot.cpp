@@ -7,15 +7,16 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-static const auto program = getpid();
+static const auto programId = getpid();
 static thread_local bool isStarting = false;
 
-/** Runs in every child of this program, between its fork and its exec.
+/** Runs in every child of this program, between fork and exec.
 
-    JUCE leaves all that the program has open to each child. One that inherits the other end of another worker's
-    output, as when a run and an analysis go on at once, would keep that worker's reader waiting for its own end.
+    Closes the files that JUCE lets each child inherit. A worker that inherits the pipe of another one, because a run
+    and an analysis overlap, keeps that pipe open, and the reader of the other worker's output would wait for it.
 
-    And a program that is killed cannot kill its worker, and uv could go on to fetch gigabytes: the system has to.
+    Lets the system kill a worker together with the program, which cannot do so itself when it is killed. uv would
+    otherwise go on and might fetch gigabytes.
 */
 static void prepareChild()
 {
@@ -28,12 +29,12 @@ static void prepareChild()
 
     prctl (PR_SET_PDEATHSIG, SIGKILL);
 
-    // A program that is gone by now is past sending that signal.
-    if (getppid() != program)
+    // If the program has ended already, the signal will not come.
+    if (getppid() != programId)
         _exit (EXIT_FAILURE);
 }
 
-static void arrangePreparation()
+static void installForkHandler()
 {
     [[maybe_unused]] static const auto installed = pthread_atfork (nullptr, nullptr, prepareChild);
 }
@@ -42,11 +43,11 @@ static void arrangePreparation()
 juce::ChildProcess* ChildSlot::start (const juce::StringArray& args)
 {
 #if JUCE_LINUX
-    arrangePreparation();
+    installForkHandler();
     const juce::ScopedValueSetter<bool> starting (isStarting, true);
 #endif
 
-    // Under the lock, since kill() reads what start() writes.
+    // kill() reads the pointer that this changes.
     const juce::ScopedLock scopedLock (lock);
     child = std::make_unique<juce::ChildProcess>();
 
@@ -65,7 +66,7 @@ void ChildSlot::empty()
         ended = std::move (child);
     }
 
-    // An ended process stays in the system's list until somebody has asked for its end.
+    // An ended process remains as a zombie until someone has waited for it.
     constexpr auto timeoutMilliseconds = 500;
 
     if (ended != nullptr)

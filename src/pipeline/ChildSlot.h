@@ -4,22 +4,22 @@
 
 #include <memory>
 
-/** Holds the worker that a runner has running, so that another thread can kill it.
+/** Holds a runner's current worker, so that another thread can kill it.
 
-    One thread starts and empties, and reads from the process; the lock is never held while it reads.
+    One thread starts the worker, reads from it and empties the slot. It never holds the lock while it reads.
 */
 class ChildSlot
 {
 public:
-    /** Starts a process with both its output streams merged, and deletes what the slot held.
+    /** Starts a process with its output streams merged, in place of the one in the slot.
         @returns the process, which stays valid until the slot is emptied, or nullptr if it could not be started
     */
     juce::ChildProcess* start (const juce::StringArray& args);
 
-    /** Deletes the process, which has ended or been killed before. */
+    /** Deletes the process, which must have ended or been killed. */
     void empty();
 
-    /** Ends the process at once, if there is one. May be called on any thread. */
+    /** Kills the process, if there is one. May be called on any thread. */
     void kill();
 
 private:

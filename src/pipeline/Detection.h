@@ -2,10 +2,10 @@
 
 #include <juce_core/juce_core.h>
 
-/** What analyze.py has found out about a song. */
+/** A song's tempo and key, as analyze.py detects them. */
 struct Detection
 {
-    /** @param json  the value of a worker's result; what it lacks, or lacks sense, stays at its default */
+    /** @param json  the value of a result line; a property that is missing or invalid keeps its default */
     static Detection fromJson (const juce::String& json);
 
     double bpm = 0.0;

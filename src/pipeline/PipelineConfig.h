@@ -4,14 +4,14 @@
 
 #include <array>
 
-/** How the speed ratio is applied. */
+/** How a run applies the speed ratio. */
 enum class StretchMode : int
 {
-    TempoOnly = 0,    /**< the pitch stays; with AdjustMode::Key the tempo stays and the pitch changes */
-    TempoAndPitch = 1 /**< both change together, as with a tape */
+    TempoOnly = 0,    /**< keeps the pitch; with AdjustMode::Key, keeps the tempo and changes the pitch */
+    TempoAndPitch = 1 /**< changes both together, as a tape machine does */
 };
 
-/** How the speed ratio is specified. */
+/** How the user specifies the speed ratio. */
 enum class AdjustMode : int
 {
     Percentage = 0,
@@ -19,16 +19,16 @@ enum class AdjustMode : int
     Key = 2
 };
 
-/** Everything about one run: the source, what to render, how to change it, and where to write it.
+/** The settings of one run: the source, the stems to render, the change of tempo or key, and the output.
 
-    A plain record without invariants. A run works from a copy of its own.
+    A plain record without invariants. Each run works on its own copy.
 */
 struct PipelineConfig
 {
     static constexpr int numStems = 4;
     static constexpr int numKeys = 12;
 
-    /** In the order of the flags in stems. */
+    /** In the order of the flags in `stems`. */
     static const std::array<const char*, numStems> stemNames;
 
     /** A key is an index into this table, from 0 "C" to 11 "B". */
@@ -37,9 +37,9 @@ struct PipelineConfig
     bool wantsStems() const;
 
     bool useUrl = false;
-    juce::String url;       /**< set if useUrl is */
-    juce::File inputFile;   /**< set if useUrl is not */
-    juce::File cachedAudio; /**< what an analysis of the same URL has downloaded; used where it exists */
+    juce::String url;       /**< used if useUrl is true */
+    juce::File inputFile;   /**< used if useUrl is false */
+    juce::File cachedAudio; /**< the download of an earlier analysis of the same URL; used if it exists */
 
     bool stems[numStems] = {};
     bool fullSong = false;
@@ -51,13 +51,13 @@ struct PipelineConfig
 
     double fromBpm = 0.0;
     double toBpm = 0.0;
-    bool autoBpm = false; /**< detect the source tempo; fromBpm is then not used */
+    bool autoBpm = false; /**< detect the source tempo and ignore fromBpm */
 
     int fromKey = 0;
     int toKey = 0;
-    bool autoKey = false; /**< detect the source key; fromKey is then not used */
+    bool autoKey = false; /**< detect the source key and ignore fromKey */
 
     juce::File outputDir;
-    int sampleRate = 0; /**< of the output, in Hz; 0 means the source's */
-    int bitDepth = 24;  /**< 16 or 24: integer PCM; 32: floating point */
+    int sampleRate = 0; /**< of the output, in Hz; 0 keeps the source's */
+    int bitDepth = 24;  /**< 16 or 24 for integer PCM, 32 for floating point */
 };

@@ -1,9 +1,9 @@
 #include "pipeline/PipelineRunner.h"
 
-#include "pipeline/ChildNamed.h"
+#include "pipeline/FileInFolder.h"
 #include "pipeline/SpeedRatio.h"
-#include "pipeline/TemporaryFolderName.h"
-#include "pipeline/ThreadFailures.h"
+#include "pipeline/TemporaryFolder.h"
+#include "pipeline/UserMessages.h"
 
 PipelineRunner::PipelineRunner (PipelineConfig configToUse) : juce::Thread ("Kelvane"), config (std::move (configToUse))
 {
@@ -18,9 +18,9 @@ void PipelineRunner::cancel()
 void PipelineRunner::run()
 {
     auto success = false;
-    juce::String message = threadfailures::endedEarly;
+    juce::String message = messages::endedEarly;
 
-    // By the guard even if an exception ends the thread: whoever waits for the completion would wait forever.
+    // The guard reports after an exception too: without a completion the caller would wait forever.
     const juce::ScopeGuard completion { [&] { finish (success, message); } };
 
     try
@@ -37,29 +37,21 @@ void PipelineRunner::run()
 
 void PipelineRunner::finish (bool success, juce::String message)
 {
-    // Last of all, so that a cancel that comes after the last file still counts.
+    // Checked last, so that a cancellation after the last file still counts.
     if (threadShouldExit())
     {
-        message = "Cancelled.";
+        message = messages::cancelled;
         success = false;
     }
 
-    juce::MessageManager::callAsync (
-        [callback = onFinished, success, message]
-        {
-            if (callback != nullptr)
-                callback (success, message);
-        });
+    juce::MessageManager::callAsync ([callback = onFinished, success, message]
+                                     { juce::NullCheckedInvocation::invoke (callback, success, message); });
 }
 
 void PipelineRunner::report (double fraction, const juce::String& text)
 {
-    juce::MessageManager::callAsync (
-        [callback = onProgress, fraction, text]
-        {
-            if (callback != nullptr)
-                callback (fraction, text);
-        });
+    juce::MessageManager::callAsync ([callback = onProgress, fraction, text]
+                                     { juce::NullCheckedInvocation::invoke (callback, fraction, text); });
 }
 
 bool PipelineRunner::runPipeline (juce::String& message)
@@ -82,7 +74,7 @@ bool PipelineRunner::runPipeline (juce::String& message)
         return false;
 
     if (config.fullSong)
-        state.stemFiles.emplace_back ("full mix", state.sourceFile);
+        state.entries.push_back ({ "full mix", state.sourceFile });
 
     if (! makeOutputFolder (state, message) || ! render (state, filesWritten, message))
         return false;
@@ -176,7 +168,7 @@ bool PipelineRunner::findKeyRatio (RunState& state, juce::String& message)
 
 bool PipelineRunner::makeOutputFolder (RunState& state, juce::String& message)
 {
-    state.outDir = childNamed (config.outputDir, state.baseName + " - Stems");
+    state.outDir = fileInFolder (config.outputDir, state.baseName + " - Stems");
 
     if (state.outDir.createDirectory().wasOk())
         return true;
@@ -187,7 +179,11 @@ bool PipelineRunner::makeOutputFolder (RunState& state, juce::String& message)
 
 bool PipelineRunner::render (const RunState& state, int& filesWritten, juce::String& message)
 {
-    StemRenderer renderer (config, { state.stemFiles, state.ratio, state.baseName, state.statusSuffix, state.outDir });
+    StemRenderer renderer (config, { .entries = state.entries,
+                                     .ratio = state.ratio,
+                                     .baseName = state.baseName,
+                                     .statusSuffix = state.statusSuffix,
+                                     .outDir = state.outDir });
     renderer.onProgress = [this] (double fraction, const juce::String& text) { report (fraction, text); };
     renderer.checksWrites = checksWrites;
     renderer.shouldCancel = [this] { return threadShouldExit(); };

@@ -9,9 +9,9 @@
 
 #include <functional>
 
-/** The background thread of one run, from the source audio to the finished files.
+/** The background thread that carries out one run, from the source audio to the finished files.
 
-    Set the callbacks, then start the thread. A runner serves one run and is then replaced.
+    Set the callbacks, then start the thread. Each run needs a new runner.
 */
 class PipelineRunner : public juce::Thread
 {
@@ -22,39 +22,39 @@ public:
     /** Called on the message thread with a fraction from 0 to 1 and a status text. */
     std::function<void (double, juce::String)> onProgress;
 
-    /** Called on the message thread once, after the last onProgress, with success and the message for
-        the user. A cancelled run ends with false and "Cancelled.".
+    /** Called once on the message thread, after the last onProgress, with success and the message for the user. A
+        cancelled run ends with false and messages::cancelled.
     */
     std::function<void (bool, juce::String)> onFinished;
 
-    bool checksWrites = false; /**< for the StemRenderer */
+    bool checksWrites = false; /**< passed on to the StemRenderer */
 
-    /** Asks the run to end and kills its worker. Returns at once, on any thread. */
+    /** Asks the run to end and kills its worker. Does not wait. May be called on any thread. */
     void cancel();
 
     void run() override;
 
 private:
-    /** What the stages of a run hand on to each other. */
+    /** The results that the stages of a run pass on. */
     struct RunState
     {
-        bool downloads = false; /**< decided once: an edit of the link can delete the cached file at any time */
-        juce::File uv;          /**< this and scripts are default Files in a run without workers */
-        juce::File scripts;
+        bool downloads = false; /**< decided once, because an edited link deletes the cached file at any time */
+        juce::File uv;          /**< a default File in a run without workers */
+        juce::File scripts;     /**< likewise */
         juce::File tempDir;
         juce::File sourceFile;
         juce::String baseName;
         juce::String statusSuffix;
         double ratio = 1.0;
-        std::vector<StemRenderer::NamedFile> stemFiles;
+        std::vector<StemRenderer::Entry> entries;
         juce::File outDir;
     };
 
     void finish (bool success, juce::String message);
     void report (double fraction, const juce::String& text);
 
-    /** Each stage returns false when the run ends there, with the text for the user in message, or
-        with message left alone if the run was cancelled.
+    /** Each stage returns false if the run ends there. It then sets message to the text for the user, unless the run
+        was cancelled.
     */
     bool runPipeline (juce::String& message);
     bool findTools (RunState& state, juce::String& message);
@@ -67,14 +67,15 @@ private:
     bool makeOutputFolder (RunState& state, juce::String& message);
     bool render (const RunState& state, int& filesWritten, juce::String& message);
 
-    /** Runs one worker to its end, or until the run is cancelled.
+    /** Runs one worker until it ends or the run is cancelled.
         @param args    the executable and its arguments
         @param onLine  called with each line that the worker prints; may be empty
     */
     ScriptResult runScript (const juce::StringArray& args, LineCallback onLine);
 
-    /** Has analyze.py detect what is wanted. What is not wanted is left alone, and key may be null.
-        @param key  receives an index into PipelineConfig::keyNames
+    /** Detects the tempo, the key or both. Leaves the result that is not wanted unchanged.
+        @param bpm  receives the tempo in BPM
+        @param key  receives an index into PipelineConfig::keyNames; may be null
     */
     bool analyze (const juce::File& uv, const juce::File& scripts, const juce::File& audio, bool wantBpm, bool wantKey,
                   double& bpm, int* key, juce::String& message);

@@ -1,9 +1,10 @@
 #include "pipeline/PreparationRunner.h"
 
 #include "pipeline/PythonBridge.h"
-#include "pipeline/ThreadFailures.h"
+#include "pipeline/UserMessages.h"
 #include "pipeline/WorkerProcess.h"
 #include "pipeline/WorkerProgress.h"
+#include "pipeline/Workers.h"
 
 PreparationRunner::PreparationRunner() : juce::Thread ("KelvanePreparation") {}
 
@@ -16,9 +17,9 @@ void PreparationRunner::cancel()
 void PreparationRunner::run()
 {
     auto success = false;
-    juce::String message = threadfailures::endedEarly;
+    juce::String message = messages::endedEarly;
 
-    // By the guard even if an exception ends the thread: whoever waits for the outcome would wait forever.
+    // The guard reports after an exception too: without a completion the caller would wait forever.
     const juce::ScopeGuard delivery { [&] { finish (success, message); } };
     success = prepare (message);
 }
@@ -37,8 +38,8 @@ bool PreparationRunner::prepare (juce::String& message)
         return false;
 
     const auto result = runWorker (
-        child, PythonBridge::makeCommand (uv, scripts, "prepare.py", {}),
-        [this] (const juce::String& line) { readLine (line); }, [this] { return threadShouldExit(); });
+        child, workers::preparationCommand (uv, scripts), [this] (const juce::String& line) { readLine (line); },
+        [this] { return threadShouldExit(); });
 
     if (result.succeeded())
     {
@@ -46,9 +47,9 @@ bool PreparationRunner::prepare (juce::String& message)
         return true;
     }
 
-    message = "The preparation failed.\n\n" + tailOf (words, maxQuotedChars);
+    message = messages::withQuote ("The preparation failed.", otherOutput);
 
-    if (! hasBegun)
+    if (! workerHasStarted)
         message << "\n\nuv could not start. Install Python 3.11 to 3.14, and make sure that you can write to your "
                    "home folder.";
 
@@ -57,7 +58,7 @@ bool PreparationRunner::prepare (juce::String& message)
 
 void PreparationRunner::readLine (const juce::String& line)
 {
-    hasBegun = hasBegun || workerprogress::readSetupLine (line);
+    workerHasStarted = workerHasStarted || workerprogress::readSetupLine (line);
 
     if (const auto percentage = workerprogress::readBarLine (line))
         fraction = *percentage / 100.0;
@@ -68,5 +69,5 @@ void PreparationRunner::readLine (const juce::String& line)
         juce::MessageManager::callAsync ([callback = onProgress, done = fraction, text = *status]
                                          { juce::NullCheckedInvocation::invoke (callback, done, text); });
     else
-        words << line << '\n';
+        otherOutput << line << '\n';
 }

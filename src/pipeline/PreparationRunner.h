@@ -6,10 +6,10 @@
 
 #include <functional>
 
-/** The background thread that fetches everything that links, detection and stems need.
+/** The background thread that fetches the packages and the model which links, detection and stems need.
 
-    It is safe to repeat, and to interrupt: what has been fetched is kept. Set the callbacks, then start the thread.
-    A runner serves one preparation.
+    A preparation may be interrupted and repeated; finished downloads are kept. Set the callbacks, then start the
+   thread. Each preparation needs a new runner.
 */
 class PreparationRunner : public juce::Thread
 {
@@ -17,20 +17,19 @@ public:
     PreparationRunner();
     ~PreparationRunner() override = default;
 
-    /** Called on the message thread with each line that says what is there and what is to be fetched. These come
-        before the first onProgress.
+    /** Called on the message thread, before the first onProgress, with each line that lists an installed part or a
+        download and its size.
     */
     std::function<void (juce::String)> onPlan;
 
-    /** Called on the message thread with a fraction from 0 to 1, which begins again with each download, and a status
-        text.
-    */
+    /** Called on the message thread with a fraction from 0 to 1, which restarts with each download, and a status text.
+     */
     std::function<void (double, juce::String)> onProgress;
 
-    /** Called on the message thread once, after all other calls, with success and the message for the user. */
+    /** Called once on the message thread, after all other calls, with success and the message for the user. */
     std::function<void (bool, juce::String)> onFinished;
 
-    /** Asks the preparation to end and kills its worker. Returns at once, on any thread. */
+    /** Asks the preparation to end and kills its worker. Does not wait. May be called on any thread. */
     void cancel();
 
     void run() override;
@@ -41,7 +40,7 @@ private:
     void readLine (const juce::String& line);
 
     double fraction = 0.0;
-    bool hasBegun = false; /**< has the worker itself said anything, and not only uv? */
-    juce::String words;    /**< what the worker has said beside its plan and its progress */
+    bool workerHasStarted = false; /**< false while all output comes from uv */
+    juce::String otherOutput;      /**< lines that are neither plan nor progress */
     ChildSlot child;
 };

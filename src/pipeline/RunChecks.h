@@ -2,20 +2,20 @@
 
 #include "pipeline/PipelineConfig.h"
 
-/** What is judged before a run begins, the same wherever the run is asked for. */
+/** Checks before a run, for the window and for kelvane-render. */
 namespace runchecks
 {
 
-/** Whether a text can be a link: it begins with "http", in capitals or not, and nothing else is looked at. */
+/** @returns true if the text begins with "http", in upper or lower case */
 bool looksLikeUrl (const juce::String& text);
 
-/** Judges the tempos of a run with AdjustMode::Bpm. A tempo that is still to be detected is not judged.
-    @returns the message for the user, empty if the run may begin
+/** Checks the tempos of a run with AdjustMode::Bpm, except one that has yet to be detected.
+    @returns the message for the user; empty if the run may begin
 */
 juce::String checkTempos (const PipelineConfig& config);
 
-/** Judges the folder for the output, and makes it if it is not there yet.
-    @returns the message for the user, empty if the run may begin
+/** Checks the output folder, and creates it if necessary.
+    @returns the message for the user; empty if the run may begin
 */
 juce::String prepareOutputFolder (const juce::File& folder);
 

@@ -1,25 +1,25 @@
 #pragma once
 
-/** The arithmetic behind the three ways of asking for a change of speed. */
+/** Speed ratios from percentages, tempos and keys. */
 namespace speedratio
 {
 
-/** What a run limits every ratio to. */
+/** The range to which a run limits every ratio. */
 constexpr double minimum = 0.25;
 constexpr double maximum = 4.0;
 
-/** 100 percent doubles the speed. */
+/** @param percent  the change of speed: 100 doubles it, -50 halves it */
 double fromPercent (double percent);
 
-/** Both tempos in beats per minute, above 0. */
+/** Both tempos are in beats per minute and above 0. */
 double fromTempos (double sourceBpm, double targetBpm);
 
-/** The shorter way from one key to another, up or down; the tritone goes up.
+/** Finds the smaller interval from one key index to another. A tritone goes up.
     @returns semitones from -5 to +6
 */
 int semitonesBetween (int sourceKey, int targetKey);
 
-/** In equal temperament. Both are key indices. */
+/** The pitch ratio between two key indices in equal temperament. */
 double fromKeys (int sourceKey, int targetKey);
 
 } // namespace speedratio

@@ -3,7 +3,7 @@
 #include "audio/AudioFile.h"
 #include "audio/Resample.h"
 #include "audio/TimeStretch.h"
-#include "pipeline/ChildNamed.h"
+#include "pipeline/FileInFolder.h"
 
 #include <cmath>
 
@@ -17,31 +17,30 @@ bool StemRenderer::render (juce::String& message)
     juce::AudioFormatManager formats;
     audiofile::registerFormats (formats);
 
-    const auto numFiles = static_cast<double> (job.stemFiles.size());
+    const auto numFiles = static_cast<double> (job.entries.size());
 
-    for (size_t i = 0; i < job.stemFiles.size(); ++i)
+    for (size_t i = 0; i < job.entries.size(); ++i)
     {
         if (shouldCancel())
             return false;
 
         onProgress (static_cast<double> (i) * 0.3 / numFiles + 0.68,
-                    "Processing " + job.stemFiles[i].first + "..." + job.statusSuffix);
+                    "Processing " + job.entries[i].name + "..." + job.statusSuffix);
 
-        if (! renderFile (formats, job.stemFiles[i], message))
+        if (! renderFile (formats, job.entries[i], message))
             return false;
     }
 
     return true;
 }
 
-bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const NamedFile& entry, juce::String& message)
+bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const Entry& entry, juce::String& message)
 {
-    const auto& [name, file] = entry;
-    const auto reader = audiofile::open (formats, file);
+    const auto reader = audiofile::open (formats, entry.audio);
 
     if (reader == nullptr)
     {
-        message = "Could not read audio file:\n" + file.getFullPathName();
+        message = "Could not read audio file:\n" + entry.audio.getFullPathName();
         return false;
     }
 
@@ -53,7 +52,7 @@ bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const NamedFil
     if (std::abs (targetRate - sourceRate) > 0.5)
         buffer = stretch::resample (buffer, sourceRate / targetRate);
 
-    const auto outputFile = childNamed (job.outDir, job.baseName + " - " + name + ".wav");
+    const auto outputFile = fileInFolder (job.outDir, job.baseName + " - " + entry.name + ".wav");
 
     const auto write = checksWrites ? audiofile::replaceWav : audiofile::writeWav;
 
@@ -74,7 +73,7 @@ juce::AudioBuffer<float> StemRenderer::changeSpeed (juce::AudioBuffer<float> buf
 
     if (config.adjustMode == AdjustMode::Key)
     {
-        // Resampling moves the pitch and shortens the song; the stretch gives the length back.
+        // Resampling changes pitch and length; the stretch restores the length.
         buffer = stretch::resample (buffer, job.ratio);
         return stretch::timeStretch (buffer, job.ratio);
     }

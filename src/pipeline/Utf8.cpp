@@ -14,7 +14,7 @@ struct Sequence
     unsigned char lowestSecond = 0x80, highestSecond = 0xbf;
 };
 
-/** @returns the form of the sequences that begin with this byte; length 0 if none does */
+/** @returns the form of a sequence that begins with this byte; length 0 if there is no such sequence */
 Sequence sequenceOf (unsigned char first)
 {
     if (first == 0)
@@ -37,7 +37,7 @@ Sequence sequenceOf (unsigned char first)
     return { 0 };
 }
 
-/** @returns how many bytes the well-formed sequence at the front has; 0 if there is none */
+/** @returns the length in bytes of the well-formed sequence at the front; 0 if there is none */
 size_t lengthOfSequence (std::string_view bytes)
 {
     const auto sequence = sequenceOf (static_cast<unsigned char> (bytes.front()));

@@ -4,10 +4,9 @@
 
 #include <string_view>
 
-/** @returns the text in bytes that come from outside the program. U+FFFD stands for each byte that belongs to no
-    well-formed UTF-8 sequence (The Unicode Standard, table 3-7), and for each null byte.
+/** Decodes bytes from outside the program. Replaces each null byte, and each byte outside a well-formed UTF-8 sequence
+    (The Unicode Standard, table 3-7), by U+FFFD.
 
-    JUCE's own decoders take sequences for valid that lack their continuation bytes, and then read and write beyond
-    their memory.
+    JUCE's decoders accept sequences without their continuation bytes, and then access memory out of bounds.
 */
 juce::String decodeUtf8 (std::string_view bytes);

@@ -28,7 +28,7 @@ juce::String readAllOutput (juce::ChildProcess& child)
     {
         const auto numBytes = child.readProcessOutput (buffer.data(), static_cast<int> (buffer.size()));
 
-        // Only now, as a block can end in the middle of a character.
+        // Decoded as a whole, because a block can end in the middle of a character.
         if (numBytes < 1)
             return decodeUtf8 (bytes);
 
@@ -61,12 +61,6 @@ juce::String findMarker (const juce::String& text, const juce::String& marker)
             return lines[i].substring (found + marker.length()).trim();
 
     return {};
-}
-
-juce::File findFile (const juce::String& text, const juce::String& marker)
-{
-    const auto path = findMarker (text, marker);
-    return juce::File::isAbsolutePath (path) && juce::File (path).existsAsFile() ? juce::File (path) : juce::File();
 }
 
 juce::String tailOf (const juce::String& text, int maxChars)

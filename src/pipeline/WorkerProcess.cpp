@@ -15,7 +15,7 @@ ScriptResult runWorker (ChildSlot& slot, const juce::StringArray& args, const Li
         return result;
 
     result.started = true;
-    std::string pending, lines; // bytes: a block can end in the middle of a character
+    std::string pending, lines; // not decoded, because a block can end in the middle of a character
     std::array<char, 8192> buffer;
 
     const auto readOnce = [&]
@@ -28,7 +28,7 @@ ScriptResult runWorker (ChildSlot& slot, const juce::StringArray& args, const Li
         const std::string_view bytes (buffer.data(), static_cast<size_t> (numBytes));
         pending.append (bytes);
 
-        // A line may be long: searching it again for each of its blocks would take quadratic time.
+        // Searching an unfinished line again for each block would take quadratic time.
         if (bytes.find_first_of ("\n\r") != std::string_view::npos)
             splitLines (pending, lines, onLine, false);
 
@@ -50,7 +50,7 @@ ScriptResult runWorker (ChildSlot& slot, const juce::StringArray& args, const Li
 
     result.output = decodeUtf8 (lines);
 
-    // A cancel that came before the process was started has not reached it.
+    // A cancellation before the start has not reached the process.
     if (shouldExit())
         slot.kill();
 

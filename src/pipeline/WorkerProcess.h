@@ -5,7 +5,7 @@
 
 #include <functional>
 
-/** Runs one worker to its end, or until it is cancelled, and reads what it prints.
+/** Runs one worker until it ends or is cancelled, and reads its output.
 
     To cancel, make shouldExit return true and then kill the process in the slot.
 

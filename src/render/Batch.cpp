@@ -1,5 +1,6 @@
 #include "render/Batch.h"
 
+#include "pipeline/UserMessages.h"
 #include "render/ExitStatus.h"
 #include "render/Interrupt.h"
 
@@ -35,13 +36,13 @@ void Batch::songFinished (const juce::String& message)
     const auto isLast = numStarted == songs.size();
     const auto hasFailed = message.isNotEmpty();
 
-    // A Ctrl-C reaches the workers too, so a song can fail of it before it has been noticed here. And one
-    // that this song was too quick for still means those that follow.
+    // Ctrl-C also reaches the workers, so a song can fail because of it before the timer notices. If the song
+    // finishes first, Ctrl-C still cancels the songs that follow.
     if (interrupt::hasCome() && (hasFailed || ! isLast))
         cancelled = true;
 
     if (cancelled)
-        failures.add (describe ("Cancelled."));
+        failures.add (describe (messages::cancelled));
     else if (hasFailed)
         failures.add (describe (message));
 

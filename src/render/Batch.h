@@ -6,11 +6,11 @@
 
 #include <vector>
 
-/** Works through songs one after the other under a message loop. A song that fails does not stop the rest. */
+/** Processes songs one after the other under a message loop. A failed song does not stop the others. */
 class Batch : private juce::Timer
 {
 public:
-    /** Runs the message loop until all songs are done, or Ctrl-C has cancelled them.
+    /** Runs the message loop until all songs are done or Ctrl-C cancels them.
         @returns the program's exit status
     */
     int run();
@@ -18,16 +18,16 @@ public:
 protected:
     explicit Batch (const std::vector<Song>& songs);
 
-    /** Starts the work on a song. It calls songFinished when it is done, at once if it cannot be started. */
+    /** Starts the work on a song, which ends with a call of songFinished, also if it cannot start. */
     virtual void startSong (const Song& song) = 0;
 
-    /** Cancels that work, once. It still calls songFinished. */
+    /** Cancels the current song. Called once; the song still calls songFinished. */
     virtual void cancelSong() = 0;
 
-    /** @param message  why the song has failed; nothing if it has not */
+    /** @param message  the reason of a failure; empty after a success */
     void songFinished (const juce::String& message);
 
-    /** With several songs, a text has to say which it speaks of. */
+    /** @returns the text, preceded by the current song's name if there are several songs */
     juce::String describe (const juce::String& text) const;
 
     const Song& getSong() const { return songs[numStarted - 1]; }

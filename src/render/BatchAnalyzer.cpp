@@ -1,14 +1,14 @@
 #include "render/BatchAnalyzer.h"
 
 #include "pipeline/PipelineConfig.h"
-#include "pipeline/TemporaryFolderName.h"
-#include "pipeline/ThreadFailures.h"
+#include "pipeline/TemporaryFolder.h"
+#include "pipeline/UserMessages.h"
 
 #include <iostream>
 
 BatchAnalyzer::BatchAnalyzer (const std::vector<Song>& songsToUse) : Batch (songsToUse) {}
 
-/** @returns what the user has to know if it could not be printed */
+/** @returns the message for the user if standard output cannot be written, or else nothing */
 static juce::String printResult (const Song& song, double bpm, int key)
 {
     auto* const result = new juce::DynamicObject();
@@ -25,6 +25,12 @@ static juce::String printResult (const Song& song, double bpm, int key)
 
 void BatchAnalyzer::startSong (const Song& song)
 {
+    if (! song.isUrl() && ! song.file.existsAsFile())
+    {
+        songFinished ("Input file does not exist:\n" + song.file.getFullPathName());
+        return;
+    }
+
     if (song.isUrl())
     {
         downloadFolder = newTemporaryFolder ("cache-");
@@ -43,16 +49,14 @@ void BatchAnalyzer::startSong (const Song& song)
             analysisFinished (success ? printResult (song, bpm, key) : message);
     };
 
-    if (! song.isUrl() && ! song.file.existsAsFile())
-        analysisFinished ("Input file does not exist:\n" + song.file.getFullPathName());
-    else if (! runner->startThread())
-        analysisFinished (threadfailures::notStarted);
+    if (! runner->startThread())
+        analysisFinished (messages::threadNotStarted);
 }
 
 void BatchAnalyzer::cancelSong()
 {
     runner->cancel();
-    analysisFinished ("Cancelled.");
+    analysisFinished (messages::cancelled);
 }
 
 void BatchAnalyzer::analysisFinished (const juce::String& message)

@@ -3,7 +3,7 @@
 #include "pipeline/AnalysisRunner.h"
 #include "render/Batch.h"
 
-/** Detects the tempo and the key of songs, and prints a line of JSON for each on standard output. */
+/** Detects the tempo and key of songs, and prints a line of JSON for each on standard output. */
 class BatchAnalyzer : public Batch
 {
 public:

@@ -1,15 +1,15 @@
 #include "render/BatchPreparer.h"
 
-#include "pipeline/ThreadFailures.h"
+#include "pipeline/UserMessages.h"
 
-/** A preparation is a batch of one, without a song. */
-static const std::vector<Song>& onePreparation()
+/** A batch needs songs; a preparation is one without file or URL. */
+static const std::vector<Song>& onePlaceholder()
 {
     static const std::vector<Song> songs (1);
     return songs;
 }
 
-BatchPreparer::BatchPreparer() : Batch (onePreparation()) {}
+BatchPreparer::BatchPreparer() : Batch (onePlaceholder()) {}
 
 void BatchPreparer::startSong (const Song&)
 {
@@ -18,7 +18,7 @@ void BatchPreparer::startSong (const Song&)
     runner.onFinished = [this] (bool success, const juce::String& message) { finished (success, message); };
 
     if (! runner.startThread())
-        finished (false, threadfailures::notStarted);
+        finished (false, messages::threadNotStarted);
 }
 
 void BatchPreparer::cancelSong()
@@ -29,6 +29,6 @@ void BatchPreparer::cancelSong()
 void BatchPreparer::finished (bool success, const juce::String& message)
 {
     runner.waitForThreadToExit (-1);
-    display.print (success ? message : juce::String (isCancelled() ? "Cancelled." : "Failed."));
+    display.print (success ? message : juce::String (isCancelled() ? messages::cancelled : "Failed."));
     songFinished (success ? juce::String() : message);
 }

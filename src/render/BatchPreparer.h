@@ -4,7 +4,7 @@
 #include "render/Batch.h"
 #include "render/ProgressDisplay.h"
 
-/** Fetches everything that links, detection and stems need, and shows the progress on standard output. */
+/** Fetches the packages and the model for links, detection and stems, and shows the progress on standard output. */
 class BatchPreparer : public Batch
 {
 public:

@@ -1,6 +1,6 @@
 #include "render/BatchRenderer.h"
 
-#include "pipeline/ThreadFailures.h"
+#include "pipeline/UserMessages.h"
 
 BatchRenderer::BatchRenderer (const CommandLine& commandLine)
     : Batch (commandLine.songs), settings (commandLine.settings)
@@ -24,7 +24,7 @@ void BatchRenderer::startSong (const Song& song)
     runner->onFinished = [this] (bool success, const juce::String& message) { runFinished (success, message); };
 
     if (! runner->startThread())
-        runFinished (false, threadfailures::notStarted);
+        runFinished (false, messages::threadNotStarted);
 }
 
 void BatchRenderer::cancelSong()
@@ -36,6 +36,6 @@ void BatchRenderer::cancelSong()
 void BatchRenderer::runFinished (bool success, const juce::String& message)
 {
     runner->waitForThreadToExit (-1);
-    display.print (success ? message : describe (isCancelled() ? "Cancelled." : "Failed."));
+    display.print (success ? message : describe (isCancelled() ? messages::cancelled : "Failed."));
     songFinished (success ? juce::String() : message);
 }

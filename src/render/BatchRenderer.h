@@ -5,7 +5,7 @@
 #include "render/CommandLine.h"
 #include "render/ProgressDisplay.h"
 
-/** Renders songs, and shows the progress. */
+/** Renders songs, and shows the progress on standard output. */
 class BatchRenderer : public Batch
 {
 public:

@@ -1,6 +1,6 @@
 #include "render/CommandLine.h"
 
-#include "pipeline/ChildNamed.h"
+#include "pipeline/FileInFolder.h"
 #include "pipeline/RunChecks.h"
 
 #include <algorithm>
@@ -11,42 +11,64 @@ namespace
 {
 
 constexpr auto usage =
-    "Usage: kelvane-render SONG [SONG...] --out DIR [--stems drums,bass,vocals,other] [--full-song]\n"
+    "Usage: kelvane-render SONG [SONG...] --out DIR [--stems @stems] [--full-song]\n"
     "           [--percent P | --bpm FROM:TO | --key FROM:TO] [--resample] [--rate HZ] [--bits 16|24|32]\n"
     "       kelvane-render SONG [SONG...] --analyze\n"
     "       kelvane-render --prepare\n";
 
 constexpr auto details = R"(
-Renders each song with its tempo or key changed, as 'SONG - Stems' under DIR. A SONG is a file, or the
-URL of a video (https://...), which is downloaded.
+Changes the tempo or key of each song and writes its stems to 'SONG - Stems' under DIR. A SONG is a file
+or the URL of a video (https://...).
 
-  --out DIR            the folder for the results; made if it is not there
-  --stems LIST         the stems to render: drums, bass, vocals, other, joined by commas
-  --full-song          render the whole song as well, unseparated
-                       With neither of the two: all four stems.
+  --out DIR            the folder for the results; created if necessary
+  --stems LIST         the stems to render, separated by commas: @stems
+  --full-song          also render the whole song, unseparated
+                       Without --stems and --full-song, all stems are rendered.
 
   --percent P          tempo change in percent: 25 is a quarter faster, -50 half as fast;
-                       limited to a quarter of the speed and to four times
-  --bpm FROM:TO        from one tempo to another; FROM may be auto
-  --key FROM:TO        from one key to another (C C# D D# E F F# G G# A A# B), the shorter
-                       way; the tempo stays. FROM may be auto
-  --resample           change tempo and pitch together, as with a tape
+                       limited to a quarter of the speed and to four times the speed
+  --bpm FROM:TO        change the tempo from FROM to TO beats per minute; FROM may be auto
+  --key FROM:TO        transpose by the smaller interval between two keys, of
+                       @keys,
+                       and keep the tempo; FROM may be auto
+  --resample           change tempo and pitch together, like a tape machine
 
-  --rate HZ            sample rate of the results, 8000 to 384000; the source's if not given
-  --bits 16|24|32      depth of the results, 24 if not given; 32 is floating point
+  --rate HZ            sample rate of the results, @rates; default: the song's
+  --bits 16|24|32      bit depth of the results; default: 24; 32 is floating point
 
-  --analyze            render nothing; print each song's tempo and key, as a line of JSON with song,
-                       bpm, key_index (0 is C, 11 is B) and key
-  --prepare            fetch everything that links, detection and stems need, so that they start at
-                       once later, and all but links without a network; safe to repeat
+  --analyze            render nothing; print the tempo and key of each song as a line of JSON with
+                       song, bpm, key_index (0 is C, 11 is B) and key
+  --prepare            install everything that links, detection and stems need, so that they start
+                       at once later, and all but links work offline; safe to repeat
 
   --help, --version    print this text, or the version
-  --                   what follows is a song, even if it begins with a dash
+  --                   treat all further arguments as songs, even if they begin with a dash
 
-Exit status: 0 all went well, 1 a song failed, 2 wrong usage, 130 cancelled with Ctrl-C.
+Exit status: 0 success, 1 a song failed, 2 wrong usage, 130 cancelled with Ctrl-C.
 )";
 
-/** A number as a person writes it: nothing before or behind it, and neither infinity nor NaN. */
+constexpr auto minRate = 8000, maxRate = 384000; // Hz
+
+template <typename Names>
+juce::String join (const Names& names, const char* separator)
+{
+    return juce::StringArray (names.data(), static_cast<int> (names.size())).joinIntoString (separator);
+}
+
+juce::String rateRange()
+{
+    return juce::String (minRate) + " to " + juce::String (maxRate);
+}
+
+juce::String fillIn (const char* text)
+{
+    return juce::String (text)
+        .replace ("@stems", join (PipelineConfig::stemNames, ","))
+        .replace ("@keys", join (PipelineConfig::keyNames, " "))
+        .replace ("@rates", rateRange());
+}
+
+/** Reads a finite decimal number without surrounding text. */
 std::optional<double> parseNumber (const juce::String& text)
 {
     if (! text.containsAnyOf ("0123456789") || ! text.containsOnly ("0123456789.+-"))
@@ -66,7 +88,7 @@ std::optional<int> parseKey (const juce::String& text)
     return {};
 }
 
-/** Both sides of "FROM:TO". */
+/** Splits "FROM:TO". */
 std::optional<std::pair<juce::String, juce::String>> parsePair (const juce::String& text)
 {
     const auto colon = text.indexOfChar (':');
@@ -85,12 +107,12 @@ juce::String parseStems (const juce::String& list, PipelineConfig& settings)
         const auto found = std::find_if (names.begin(), names.end(), [&] (const char* stem) { return name == stem; });
 
         if (found == names.end())
-            return "--stems takes drums, bass, vocals and other, joined by commas, not '" + list + "'.";
+            return "--stems takes a list out of " + join (names, ",") + ", not '" + list + "'.";
 
         settings.stems[std::distance (names.begin(), found)] = true;
     }
 
-    return settings.wantsStems() ? juce::String() : "--stems names no stem.";
+    return settings.wantsStems() ? juce::String() : "--stems is empty.";
 }
 
 juce::String parsePercent (const juce::String& text, PipelineConfig& settings)
@@ -114,7 +136,7 @@ juce::String parseTempos (const juce::String& text, PipelineConfig& settings)
     const auto to = pair ? parseNumber (pair->second) : std::nullopt;
 
     if (! from || ! to)
-        return "--bpm takes two tempos as FROM:TO, 120:90 or auto:90 say, not '" + text + "'.";
+        return "--bpm takes two tempos as FROM:TO, such as 120:90 or auto:90, not '" + text + "'.";
 
     settings.adjustMode = AdjustMode::Bpm;
     settings.fromBpm = *from;
@@ -131,7 +153,8 @@ juce::String parseKeys (const juce::String& text, PipelineConfig& settings)
     const auto to = pair ? parseKey (pair->second) : std::nullopt;
 
     if (! from || ! to)
-        return "--key takes two keys as FROM:TO, out of C C# D D# E F F# G G# A A# B, not '" + text + "'.";
+        return "--key takes two keys as FROM:TO, out of " + join (PipelineConfig::keyNames, " ") + ", not '" + text
+               + "'.";
 
     settings.adjustMode = AdjustMode::Key;
     settings.fromKey = *from;
@@ -141,12 +164,10 @@ juce::String parseKeys (const juce::String& text, PipelineConfig& settings)
 
 juce::String parseRate (const juce::String& text, PipelineConfig& settings)
 {
-    constexpr auto lowest = 8000;
-    constexpr auto highest = 384000;
     const auto rate = text.containsOnly ("0123456789") && text.length() < 9 ? text.getIntValue() : 0;
 
-    if (rate < lowest || rate > highest)
-        return "--rate takes whole Hertz from 8000 to 384000, not '" + text + "'.";
+    if (rate < minRate || rate > maxRate)
+        return "--rate takes a whole number of Hz from " + rateRange() + ", not '" + text + "'.";
 
     settings.sampleRate = rate;
     return {};
@@ -166,13 +187,13 @@ juce::File resolvePath (const juce::String& path)
     if (juce::File::isAbsolutePath (path) && ! path.startsWithChar ('~'))
         return juce::File (path);
 
-    return childNamed (juce::File::getCurrentWorkingDirectory(), path);
+    return fileInFolder (juce::File::getCurrentWorkingDirectory(), path);
 }
 
 juce::String parseFolder (const juce::String& text, PipelineConfig& settings)
 {
     if (text.isEmpty())
-        return "--out names no folder.";
+        return "--out is empty.";
 
     settings.outputDir = resolvePath (text);
     return {};
@@ -180,7 +201,7 @@ juce::String parseFolder (const juce::String& text, PipelineConfig& settings)
 
 using ParseValue = juce::String (*) (const juce::String&, PipelineConfig&);
 
-/** An option that takes a value. Of those that share a group, a command line may have one. */
+/** An option that takes a value. The options of a group exclude each other. */
 struct ValueOption
 {
     const char* name;
@@ -229,7 +250,7 @@ juce::String checkNames (const std::vector<Song>& songs)
     return {};
 }
 
-/** Goes through the arguments once. Every step returns what is wrong, or nothing. */
+/** Parses the arguments in one pass. Each step returns a message about a mistake, or an empty string. */
 class Parser
 {
 public:
@@ -252,7 +273,7 @@ public:
     }
 
 private:
-    /** Whoever asks for the help or the version wants nothing else. */
+    /** --help and --version override all other arguments. */
     bool isDone() const
     {
         return result.action == CommandLine::Action::showHelp || result.action == CommandLine::Action::showVersion;
@@ -321,7 +342,7 @@ private:
     juce::String complete()
     {
         if (result.action == CommandLine::Action::prepare)
-            return arguments.size() == 1 ? juce::String() : "--prepare stands alone.";
+            return arguments.size() == 1 ? juce::String() : "--prepare takes no other arguments.";
 
         if (result.songs.empty())
             return "No song is given.";
@@ -355,7 +376,7 @@ private:
             std::fill (std::begin (settings.stems), std::end (settings.stems), true);
 
         if (settings.outputDir == juce::File())
-            return "No folder for the results is given: --out is missing.";
+            return "--out is missing: name a folder for the results.";
 
         return checkNames (result.songs);
     }
@@ -369,14 +390,14 @@ private:
 
 } // namespace
 
-const char* CommandLine::getUsage()
+juce::String CommandLine::getUsage()
 {
-    return usage;
+    return fillIn (usage);
 }
 
 juce::String CommandLine::getHelp()
 {
-    return juce::String (usage) + details;
+    return getUsage() + fillIn (details);
 }
 
 bool CommandLine::parse (const juce::StringArray& arguments, juce::String& error)

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-/** What the user asked kelvane-render for. */
+/** The parsed arguments of kelvane-render. */
 struct CommandLine
 {
     enum class Action
@@ -17,16 +17,16 @@ struct CommandLine
         showVersion
     };
 
-    /** @param arguments  those behind the program's name
-        @param error      receives what is wrong, in one line
-        @returns false if the arguments are no correct command line
+    /** @param arguments  without the program's name
+        @param error      receives a sentence about the first mistake
+        @returns false if there is one
     */
     bool parse (const juce::StringArray& arguments, juce::String& error);
 
-    static const char* getUsage();
+    static juce::String getUsage();
     static juce::String getHelp();
 
     Action action = Action::render;
     std::vector<Song> songs;
-    PipelineConfig settings; /**< complete but for the source */
+    PipelineConfig settings; /**< everything except the source */
 };

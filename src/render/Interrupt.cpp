@@ -5,7 +5,7 @@
 namespace interrupt
 {
 
-// What a signal handler may touch is little: a flag of this type, and signal() itself.
+// A signal handler may safely change a flag of this type.
 static volatile std::sig_atomic_t interrupted = 0;
 
 static void handle (int)
@@ -16,7 +16,7 @@ static void handle (int)
 
 void listen()
 {
-    // What the shell has told to ignore Ctrl-C, a job in the background say, goes on doing so.
+    // Shells let background jobs ignore Ctrl-C; these keep ignoring it.
     if (std::signal (SIGINT, handle) == SIG_IGN)
         std::signal (SIGINT, SIG_IGN);
 }

@@ -4,10 +4,10 @@
 namespace interrupt
 {
 
-/** From here on the first Ctrl-C is noted instead of ending the program; a second one ends it. */
+/** Catches the first Ctrl-C. A second one ends the program. */
 void listen();
 
-/** Whether a Ctrl-C has come. */
+/** @returns true after the first Ctrl-C */
 bool hasCome();
 
 } // namespace interrupt

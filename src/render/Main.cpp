@@ -1,6 +1,6 @@
-#include "pipeline/PythonBridge.h"
 #include "pipeline/RunChecks.h"
 #include "pipeline/Utf8.h"
+#include "pipeline/WorkingFolder.h"
 #include "render/BatchAnalyzer.h"
 #include "render/BatchPreparer.h"
 #include "render/BatchRenderer.h"
@@ -22,10 +22,10 @@ static int renderSongs (const CommandLine& commandLine)
     return BatchRenderer (commandLine).run();
 }
 
-/** From here on all paths have to be absolute. */
-static int work (const CommandLine& commandLine)
+/** Changes the working folder, so all paths must be absolute. */
+static int process (const CommandLine& commandLine)
 {
-    PythonBridge::enterScriptsDir();
+    enterScriptsFolder();
     const juce::ScopedJuceInitialiser_GUI messageLoop;
 
     if (commandLine.action == CommandLine::Action::prepare)
@@ -37,7 +37,7 @@ static int work (const CommandLine& commandLine)
     return renderSongs (commandLine);
 }
 
-/** @returns false if an argument is no valid text, and so can name no file that could be found again */
+/** @returns false if an argument is not valid UTF-8, and so cannot name a file that JUCE would find */
 static bool readArguments (int argc, char* argv[], juce::StringArray& arguments)
 {
 #if JUCE_WINDOWS
@@ -58,7 +58,7 @@ static bool readArguments (int argc, char* argv[], juce::StringArray& arguments)
     return true;
 }
 
-static int refuse (const juce::String& error)
+static int reportWrongUsage (const juce::String& error)
 {
     std::cerr << "kelvane-render: " << error << '\n' << CommandLine::getUsage() << std::flush;
     return exitstatus::wrongUsage;
@@ -67,20 +67,20 @@ static int refuse (const juce::String& error)
 int main (int argc, char* argv[])
 {
 #if ! JUCE_WINDOWS
-    // A reader of our output that goes away must not end a run in the middle of a file.
+    // If the reader of our output exits, the run still finishes its files.
     std::signal (SIGPIPE, SIG_IGN);
 #endif
 
     juce::StringArray arguments;
 
     if (! readArguments (argc, argv, arguments))
-        return refuse ("An argument is not valid UTF-8.");
+        return reportWrongUsage ("An argument is not valid UTF-8.");
 
     CommandLine commandLine;
     juce::String error;
 
     if (! commandLine.parse (arguments, error))
-        return refuse (error);
+        return reportWrongUsage (error);
 
     switch (commandLine.action)
     {
@@ -98,5 +98,5 @@ int main (int argc, char* argv[])
             break;
     }
 
-    return work (commandLine);
+    return process (commandLine);
 }

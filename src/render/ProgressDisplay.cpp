@@ -20,12 +20,12 @@ static bool standardOutputIsTerminal()
 
 static int terminalWidth()
 {
-    constexpr auto usual = 80;
+    constexpr auto defaultWidth = 80;
 #if JUCE_WINDOWS
-    return usual;
+    return defaultWidth;
 #else
     winsize size {};
-    return ioctl (STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+    return ioctl (STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : defaultWidth;
 #endif
 }
 
@@ -59,7 +59,7 @@ void ProgressDisplay::print (const juce::String& text)
 
 void ProgressDisplay::redraw (const juce::String& line)
 {
-    // A line that reaches the last column would wrap, and could then not be drawn over.
+    // A line that fills the last column may wrap, and could then not be overwritten.
     const auto visible = line.substring (0, terminalWidth() - 1);
     std::cout << '\r' << visible.paddedRight (' ', drawnWidth) << std::flush;
     drawnWidth = visible.length();

@@ -2,9 +2,8 @@
 
 #include <juce_core/juce_core.h>
 
-/** Shows a run's progress on standard output.
-
-    On a terminal that is one line, drawn again and again, with a bar; elsewhere a line a status.
+/** Shows progress on standard output: on a terminal as a bar in one line, which is redrawn, and elsewhere as a line for
+    each status.
 */
 class ProgressDisplay
 {
@@ -14,7 +13,7 @@ public:
     /** @param fraction  from 0 to 1 */
     void show (double fraction, const juce::String& status);
 
-    /** Prints a text of its own lines below what was shown. */
+    /** Prints a text on lines of its own, below the progress. */
     void print (const juce::String& text);
 
 private:

@@ -2,7 +2,7 @@
 
 #include <juce_core/juce_core.h>
 
-/** A song that the user has named: a file, or the URL of one. */
+/** A song on the command line: a file, or the URL of a video. */
 struct Song
 {
     bool isUrl() const { return url.isNotEmpty(); }

@@ -1,4 +1,4 @@
-#include "pipeline/ChildNamed.h"
+#include "pipeline/FileInFolder.h"
 #include "pipeline/RunChecks.h"
 #include "pipeline/SpeedRatio.h"
 #include "support/TemporaryFolder.h"
@@ -72,10 +72,10 @@ TEST (RunChecks, PreparesTheOutputFolder)
     EXPECT_EQ (runchecks::prepareOutputFolder (folder.getChild ("deep")), "");
 }
 
-TEST (ChildNamed, StaysInItsFolderWhateverTheName)
+TEST (FileInFolder, StaysInItsFolderWhateverTheName)
 {
     const juce::File folder ("/music");
 
     for (const auto* const name : { "song", "~song", "~", ".hidden", "..two dots", "-dash", "a b" })
-        EXPECT_EQ (childNamed (folder, name).getFullPathName(), juce::String ("/music/") + name);
+        EXPECT_EQ (fileInFolder (folder, name).getFullPathName(), juce::String ("/music/") + name);
 }

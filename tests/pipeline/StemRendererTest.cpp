@@ -25,8 +25,8 @@ protected:
     void addStem (const juce::String& name, const Buffer& audio, double rate)
     {
         juce::String error;
-        job.stemFiles.emplace_back (name, folder.getChild (name + ".wav"));
-        ASSERT_TRUE (audiofile::writeWav (job.stemFiles.back().second, audio, rate, 32, error));
+        job.entries.push_back ({ name, folder.getChild (name + ".wav") });
+        ASSERT_TRUE (audiofile::writeWav (job.entries.back().audio, audio, rate, 32, error));
     }
 
     bool render (std::function<bool()> shouldCancel = [] { return false; })

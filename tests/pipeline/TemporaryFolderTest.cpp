@@ -1,4 +1,4 @@
-#include "pipeline/TemporaryFolderName.h"
+#include "pipeline/TemporaryFolder.h"
 
 #include "support/TemporaryFolder.h"
 
@@ -6,11 +6,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-class TemporaryFolderNameTest : public testing::Test
+class TemporaryFolderTest : public testing::Test
 {
 protected:
-    TemporaryFolderNameTest() { setenv ("TMPDIR", folder.get().getFullPathName().toRawUTF8(), 1); }
-    ~TemporaryFolderNameTest() override { unsetenv ("TMPDIR"); }
+    TemporaryFolderTest() { setenv ("TMPDIR", folder.get().getFullPathName().toRawUTF8(), 1); }
+    ~TemporaryFolderTest() override { unsetenv ("TMPDIR"); }
 
     juce::String path (const juce::String& name) const { return folder.getChild (name).getFullPathName(); }
 
@@ -26,14 +26,14 @@ protected:
     TemporaryFolder folder;
 };
 
-TEST_F (TemporaryFolderNameTest, ClosesItsParentToOthers)
+TEST_F (TemporaryFolderTest, ClosesItsParentToOthers)
 {
     EXPECT_EQ (parentOf (newTemporaryFolder()), "Kelvane");
     ASSERT_EQ (chmod (path ("Kelvane").toRawUTF8(), 0777), 0);
     EXPECT_EQ (parentOf (newTemporaryFolder()), "Kelvane");
 }
 
-TEST_F (TemporaryFolderNameTest, KeepsOutOfWhatIsNotThisUsers)
+TEST_F (TemporaryFolderTest, KeepsOutOfWhatIsNotThisUsers)
 {
     const auto ownName = "Kelvane-" + juce::String (geteuid());
     ASSERT_EQ (symlink ("/var/tmp", path ("Kelvane").toRawUTF8()), 0);

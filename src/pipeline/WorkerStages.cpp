@@ -1,10 +1,11 @@
 // The stages of a run that start a worker.
 
-#include "pipeline/Detection.h"
 #include "pipeline/PipelineRunner.h"
 #include "pipeline/PythonBridge.h"
+#include "pipeline/UserMessages.h"
 #include "pipeline/WorkerProcess.h"
 #include "pipeline/WorkerProgress.h"
+#include "pipeline/Workers.h"
 
 bool PipelineRunner::detectsBpm() const
 {
@@ -38,8 +39,7 @@ bool PipelineRunner::getUrlSource (RunState& state, juce::String& message)
     report (0.02, "Downloading YouTube audio (first run may take longer while uv sets up)...");
 
     const auto result = runScript (
-        PythonBridge::makeCommand (state.uv, state.scripts, "yt2wav.py",
-                                   { config.url, state.tempDir.getChildFile ("download").getFullPathName() }),
+        workers::downloadCommand (state.uv, state.scripts, config.url, state.tempDir.getChildFile ("download")),
         [this] (const juce::String& line)
         {
             if (const auto status = workerprogress::readDownloadLine (line))
@@ -49,46 +49,36 @@ bool PipelineRunner::getUrlSource (RunState& state, juce::String& message)
     if (threadShouldExit())
         return false;
 
-    state.sourceFile = findFile (result.output, "WAV_PATH::");
+    state.sourceFile = workers::findDownload (result.output);
 
     if (result.succeeded() && state.sourceFile != juce::File())
         return true;
 
-    message = downloadFailedText + tailOf (result.output, maxQuotedChars);
+    message = messages::withQuote (messages::downloadFailed, result.output);
     return false;
 }
 
 bool PipelineRunner::analyze (const juce::File& uv, const juce::File& scripts, const juce::File& audio, bool wantBpm,
                               bool wantKey, double& bpm, int* key, juce::String& message)
 {
-    juce::StringArray arguments { audio.getFullPathName() };
-
-    if (wantBpm)
-        arguments.add ("--bpm");
-
-    if (wantKey)
-        arguments.add ("--key");
-
-    const auto result = runScript (PythonBridge::makeCommand (uv, scripts, "analyze.py", arguments), {});
+    const auto result = runScript (workers::analysisCommand (uv, scripts, audio, wantBpm, wantKey), {});
 
     if (threadShouldExit())
         return false;
 
-    const auto value = findMarker (result.output, "RESULT::");
+    const auto detection = workers::findDetection (result.output);
 
-    if (! result.succeeded() || value.isEmpty())
+    if (! result.succeeded() || ! detection)
     {
-        message = "Auto-detection failed.\n\n" + tailOf (result.output, maxQuotedChars);
+        message = messages::withQuote ("Auto-detection failed.", result.output);
         return false;
     }
 
-    const auto detection = Detection::fromJson (value);
-
     if (wantBpm)
-        bpm = detection.bpm;
+        bpm = detection->bpm;
 
     if (wantKey && key != nullptr)
-        *key = detection.key;
+        *key = detection->key;
 
     return true;
 }
@@ -122,18 +112,16 @@ bool PipelineRunner::separate (RunState& state, juce::String& message)
         }
     };
 
-    const auto result =
-        runScript (PythonBridge::makeCommand (state.uv, state.scripts, "separate.py",
-                                              { state.sourceFile.getFullPathName(), folder.getFullPathName(), "--model",
-                                                config.modelName, "--stems", names.joinIntoString (",") }),
-                   showLine);
+    const auto result = runScript (
+        workers::separationCommand (state.uv, state.scripts, state.sourceFile, folder, config.modelName, names),
+        showLine);
 
     if (threadShouldExit())
         return false;
 
     if (! result.succeeded())
     {
-        message = "Stem separation failed.\n\n" + tailOf (result.output, maxQuotedChars);
+        message = messages::withQuote ("Stem separation failed.", result.output);
         return false;
     }
 
@@ -143,12 +131,11 @@ bool PipelineRunner::separate (RunState& state, juce::String& message)
 
         if (! file.existsAsFile())
         {
-            message =
-                "Separation did not produce the '" + name + "' stem.\n\n" + tailOf (result.output, maxQuotedChars);
+            message = messages::withQuote ("Separation did not produce the '" + name + "' stem.", result.output);
             return false;
         }
 
-        state.stemFiles.emplace_back (name, file);
+        state.entries.push_back ({ name, file });
     }
 
     return true;

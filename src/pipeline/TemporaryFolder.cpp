@@ -1,4 +1,4 @@
-#include "pipeline/TemporaryFolderName.h"
+#include "pipeline/TemporaryFolder.h"
 
 #if ! JUCE_WINDOWS
 #include <sys/stat.h>
@@ -11,8 +11,8 @@ static juce::File parentFolder()
     return juce::File::getSpecialLocation (juce::File::tempDirectory).getChildFile ("Kelvane");
 }
 #else
-/** Makes a folder that only this user can open, or closes one of this user's to all others.
-    @returns false if something else has that name, such as another user's folder or a link
+/** Creates a folder that only this user can open, or closes an existing folder of this user's to all others.
+    @returns false if the name belongs to something else, such as another user's folder or a link
 */
 static bool makePrivate (const juce::File& folder)
 {
