@@ -120,7 +120,7 @@ TEST_F (StemRendererTest, ConvertsTheRateAfterTheTempo)
 TEST_F (StemRendererTest, AFailureKeepsWhatIsFinishedAndNamesTheFile)
 {
     addStem ("drums", signals::noise (1, 3000), 44100.0);
-    job.stemFiles.emplace_back ("bass", folder.getChild ("missing.wav"));
+    job.entries.push_back ({ "bass", folder.getChild ("missing.wav") });
     addStem ("vocals", signals::noise (1, 3000), 44100.0);
     output ("bass").replaceWithText ("an older file");
 
