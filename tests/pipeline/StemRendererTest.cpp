@@ -1,11 +1,8 @@
 #include "pipeline/StemRenderer.h"
 
 #include "audio/AudioFile.h"
-#include "audio/Resample.h"
-#include "audio/TimeStretch.h"
 #include "support/Signals.h"
 #include "support/TemporaryFolder.h"
-#include "support/WavHeader.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +14,7 @@ protected:
     StemRendererTest()
     {
         config.bitDepth = 32;
-        job.baseName = "Song";
+        job.baseName = "~Song"; // not a home folder
         job.outDir = folder.getChild ("out");
         job.outDir.createDirectory();
     }
@@ -41,13 +38,19 @@ protected:
         return success;
     }
 
-    juce::File output (const juce::String& name) const { return job.outDir.getChildFile ("Song - " + name + ".wav"); }
+    juce::File output (const juce::String& name) const
+    {
+        return job.outDir.getChildFile ("./~Song - " + name + ".wav");
+    }
 
-    Buffer readOutput (const juce::String& name) const
+    void expectOutput (const juce::String& name, const Buffer& audio, double rate) const
     {
         juce::AudioFormatManager formats;
         audiofile::registerFormats (formats);
-        return audiofile::readWhole (*audiofile::open (formats, output (name)));
+        const auto reader = audiofile::open (formats, output (name));
+        ASSERT_NE (reader, nullptr);
+        EXPECT_TRUE (signals::identical (audiofile::readWhole (*reader), audio));
+        EXPECT_EQ (reader->sampleRate, rate);
     }
 
     TemporaryFolder folder;
@@ -58,7 +61,7 @@ protected:
     int filesWritten = 0;
 };
 
-TEST_F (StemRendererTest, EachFileKeepsItsOwnRateAndChannels)
+TEST_F (StemRendererTest, KeepsTheRateAndChannelsOfEachFile)
 {
     addStem ("drums", signals::noise (1, 3000, 1), 44100.0);
     addStem ("full mix", signals::noise (2, 5000, 2), 48000.0);
@@ -67,57 +70,13 @@ TEST_F (StemRendererTest, EachFileKeepsItsOwnRateAndChannels)
 
     ASSERT_TRUE (render());
     EXPECT_EQ (filesWritten, 2);
-    EXPECT_TRUE (signals::identical (readOutput ("drums"), signals::noise (1, 3000, 1)));
-    EXPECT_TRUE (signals::identical (readOutput ("full mix"), signals::noise (2, 5000, 2)));
-    EXPECT_EQ (WavHeader (output ("drums")).sampleRate, 44100u);
-    EXPECT_EQ (WavHeader (output ("full mix")).sampleRate, 48000u);
+    expectOutput ("drums", signals::noise (1, 3000, 1), 44100.0);
+    expectOutput ("full mix", signals::noise (2, 5000, 2), 48000.0);
     EXPECT_EQ (progress[0], "0.6800 Processing drums... (detected 120.0 BPM)");
     EXPECT_EQ (progress[1], "0.8300 Processing full mix... (detected 120.0 BPM)");
 }
 
-TEST_F (StemRendererTest, ModesChooseWhatIsDone)
-{
-    const auto source = signals::noise (2, 9000);
-    const auto ratio = 1.122462048309373;
-    addStem ("bass", source, 44100.0);
-    job.ratio = ratio;
-
-    const auto rendered = [&] (AdjustMode adjust, StretchMode stretch)
-    {
-        config.adjustMode = adjust;
-        config.stretchMode = stretch;
-        EXPECT_TRUE (render());
-        return readOutput ("bass");
-    };
-
-    const auto resampled = stretch::resample (source, ratio);
-    const auto stretched = stretch::timeStretch (source, 1.0 / ratio);
-    const auto shifted = stretch::timeStretch (resampled, ratio);
-
-    for (const auto adjust : { AdjustMode::Percentage, AdjustMode::Bpm })
-    {
-        EXPECT_TRUE (signals::identical (rendered (adjust, StretchMode::TempoOnly), stretched));
-        EXPECT_TRUE (signals::identical (rendered (adjust, StretchMode::TempoAndPitch), resampled));
-    }
-
-    EXPECT_TRUE (signals::identical (rendered (AdjustMode::Key, StretchMode::TempoOnly), shifted));
-    EXPECT_TRUE (signals::identical (rendered (AdjustMode::Key, StretchMode::TempoAndPitch), resampled));
-}
-
-TEST_F (StemRendererTest, ConvertsTheRateAfterTheTempo)
-{
-    const auto source = signals::noise (1, 20000);
-    addStem ("other", source, 44100.0);
-    job.ratio = 1.25;
-    config.sampleRate = 48000;
-
-    ASSERT_TRUE (render());
-    EXPECT_EQ (WavHeader (output ("other")).sampleRate, 48000u);
-    EXPECT_TRUE (signals::identical (readOutput ("other"),
-                                     stretch::resample (stretch::timeStretch (source, 0.8), 44100.0 / 48000.0)));
-}
-
-TEST_F (StemRendererTest, AFailureKeepsWhatIsFinishedAndNamesTheFile)
+TEST_F (StemRendererTest, NamesTheFileThatFailsAndKeepsFinishedOnes)
 {
     addStem ("drums", signals::noise (1, 3000), 44100.0);
     job.entries.push_back ({ "bass", folder.getChild ("missing.wav") });
@@ -132,7 +91,7 @@ TEST_F (StemRendererTest, AFailureKeepsWhatIsFinishedAndNamesTheFile)
     EXPECT_FALSE (output ("vocals").exists());
 }
 
-TEST_F (StemRendererTest, CancellingIsSeenBeforeEachFile)
+TEST_F (StemRendererTest, ChecksForACancellationBeforeEachFile)
 {
     for (const auto* const name : { "drums", "bass", "vocals" })
         addStem (name, signals::noise (1, 100), 44100.0);

@@ -14,7 +14,7 @@ protected:
 
     juce::String path (const juce::String& name) const { return folder.getChild (name).getFullPathName(); }
 
-    /** Checks that the new folder's parent is closed to others. @returns the parent's name */
+    /** Expects the new folder's parent to be closed to other users. @returns the parent's name */
     static juce::String parentOf (const juce::File& newFolder)
     {
         struct stat status = {};
@@ -26,14 +26,14 @@ protected:
     TemporaryFolder folder;
 };
 
-TEST_F (TemporaryFolderTest, ClosesItsParentToOthers)
+TEST_F (TemporaryFolderTest, ClosesItsParentToOtherUsers)
 {
     EXPECT_EQ (parentOf (newTemporaryFolder()), "Kelvane");
     ASSERT_EQ (chmod (path ("Kelvane").toRawUTF8(), 0777), 0);
     EXPECT_EQ (parentOf (newTemporaryFolder()), "Kelvane");
 }
 
-TEST_F (TemporaryFolderTest, KeepsOutOfWhatIsNotThisUsers)
+TEST_F (TemporaryFolderTest, AvoidsFoldersOfOtherUsers)
 {
     const auto ownName = "Kelvane-" + juce::String (geteuid());
     ASSERT_EQ (symlink ("/var/tmp", path ("Kelvane").toRawUTF8()), 0);

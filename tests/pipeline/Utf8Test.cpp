@@ -4,7 +4,7 @@
 
 #include <random>
 
-TEST (Utf8Test, KeepsEveryCharacterThatThereIs)
+TEST (Utf8Test, KeepsEveryCharacter)
 {
     for (juce::juce_wchar c = 1; c <= 0x10ffff; c = (c == 0xd7ff ? 0xe000 : c + 1))
     {
@@ -13,7 +13,7 @@ TEST (Utf8Test, KeepsEveryCharacterThatThereIs)
     }
 }
 
-TEST (Utf8Test, ReplacesWhatIsNotWellFormed)
+TEST (Utf8Test, ReplacesIllFormedSequences)
 {
     const auto replaced = [] (std::string_view bytes)
     {
@@ -33,13 +33,13 @@ TEST (Utf8Test, ReplacesWhatIsNotWellFormed)
     EXPECT_EQ (decodeUtf8 ({}), juce::String());
 }
 
-TEST (Utf8Test, MakesOfAnyBytesATextThatStaysAsItIs)
+TEST (Utf8Test, GivesAStableTextForAnyBytes)
 {
     std::mt19937 random (1);
 
     for (int i = 0; i < 2000; ++i)
     {
-        // Mostly the bytes that begin sequences and continue them.
+        // Mostly lead and continuation bytes.
         std::string bytes (random() % 64, '\0');
 
         for (auto& byte : bytes)

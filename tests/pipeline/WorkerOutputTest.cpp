@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-TEST (WorkerOutputTest, LinesDoNotDependOnWhereTheReadsEnd)
+TEST (WorkerOutputTest, SplitsTheSameLinesWhereverAReadEnds)
 {
     const std::string text = "one\r\n  two é日本 \n\n \t \rth\xff\xc3\n\xe6\x97\xa5 WAV_PATH::/tmp/日.wav\nlast";
     std::string whole = text, lines;
@@ -20,8 +20,7 @@ TEST (WorkerOutputTest, LinesDoNotDependOnWhereTheReadsEnd)
         for (size_t i = 0; i < text.size(); i += size)
         {
             pending += text.substr (i, size);
-            splitLines (
-                pending, output, [&] (const juce::String& line) { delivered << line << "\n"; }, false);
+            splitLines (pending, output, [&] (const juce::String& line) { delivered << line << "\n"; }, false);
         }
 
         EXPECT_EQ (pending, "last");

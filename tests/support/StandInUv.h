@@ -4,9 +4,9 @@
 
 #include <map>
 
-/** A shell script in the place of uv, which the environment names while this object lives.
+/** A shell script in place of uv, named by the environment while this object exists.
 
-    A worker's body sees what a worker is given: "run" and the script's path as $1 and $2, its arguments from $3 on.
+    The body of a worker gets "run" as $1, the script's path as $2 and its arguments from $3.
 */
 class StandInUv
 {
@@ -31,13 +31,29 @@ public:
 
     void setWorker (const juce::String& name, const juce::String& body) { write (name + ".sh", body + "\n"); }
 
-    /** The body of a worker that detects a tempo, and the key D. */
+    /** @returns the body of a worker that detects the tempo and the key D */
     static juce::String detecting (double bpm)
     {
         return "echo 'RESULT::{\"bpm\": " + juce::String (bpm) + ", \"key_index\": 2}'";
     }
 
-    /** What the worker was started with, or nothing if it was not. */
+    /** Makes a worker print its process id to the file "pid" and then sleep. */
+    void holdWorker (const juce::String& name)
+    {
+        getFile ("pid").deleteFile();
+        setWorker (name, "echo $$ > pid.new; mv pid.new pid; echo printed; exec sleep 1000");
+    }
+
+    /** @returns the process id; empty if the thread ends before the worker starts */
+    juce::String waitForHeldWorker (const juce::Thread& runner) const
+    {
+        while (! getFile ("pid").exists() && runner.isThreadRunning())
+            juce::Thread::sleep (5);
+
+        return getFile ("pid").loadFileAsString().trim();
+    }
+
+    /** @returns the arguments of the worker's last start; empty if it was not started */
     juce::StringArray getArguments (const juce::String& name) const
     {
         auto lines = juce::StringArray::fromLines (folder.getChildFile (name + ".args").loadFileAsString());
@@ -45,7 +61,7 @@ public:
         return lines;
     }
 
-    /** A file that bodies can name in short, as their working folder is this one. */
+    /** @returns a file in the working folder of the workers */
     juce::File getFile (const juce::String& name) const { return folder.getChildFile (name); }
 
 private:
