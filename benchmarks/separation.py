@@ -111,7 +111,7 @@ def _interpreter(environment: dict[str, str]) -> str:
     subprocess.run([_UV, "sync", "--quiet", "--script", _SCRIPT], env=environment, check=True)
     find = [_UV, "python", "find", "--script", _SCRIPT]
     if sys.platform == "linux":
-        find = [_UV, "run", "--quiet", _SCRIPT.with_name("environment.py"), _SCRIPT]
+        find = [_UV, "run", "--quiet", _SCRIPT.with_name("prepare.py"), _SCRIPT]
     return subprocess.run(find, env=environment, check=True, capture_output=True, text=True).stdout.split("\n")[-2]
 
 

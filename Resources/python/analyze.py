@@ -9,20 +9,17 @@
 Arguments: AUDIO [--bpm] [--key]. Prints RESULT:: and a JSON object with "bpm", "key_index" (0 to 11, from C), or both.
 """
 
+import json
+import os
 import sys
+from pathlib import Path
+from typing import TYPE_CHECKING
 
-sys.dont_write_bytecode = True  # nothing is written beside the scripts
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run ends this
 import worker
 
 worker.end_with_uv()
-import environment
-
-sys.dont_write_bytecode = False
-
-import json
-import os
-from pathlib import Path
-from typing import TYPE_CHECKING
+from installation import environment
 
 if TYPE_CHECKING:
     import numpy as np
@@ -36,13 +33,11 @@ def main(arguments: list[str]) -> None:
     environment.enter(Path(__file__))
     path, *wanted = arguments
     os.environ["OPENBLAS_NUM_THREADS"] = "1"  # has to be set before NumPy loads: its idle threads only cost time
-    import numpy  # noqa: F401  # on its own, so that its bytecode is kept
+    import numpy  # noqa: F401  # first, so that its bytecode is kept
 
-    sys.dont_write_bytecode = True
-    from key import detect_key
-    from tempo import detect_tempo
-
-    sys.dont_write_bytecode = False
+    with worker.without_bytecode():
+        from detection.key import detect_key
+        from detection.tempo import detect_tempo
 
     samples = _samples(path)
     result: dict[str, float | int] = {}
@@ -56,7 +51,7 @@ def main(arguments: list[str]) -> None:
 def _samples(path: str) -> "np.ndarray":
     """The song in mono, with its peak at 1."""
     import numpy as np
-    from spectrum import RATE
+    from detection.spectrum import RATE
 
     channels = np.nan_to_num(worker.read_audio(path, RATE, "stereo", _MAX_SECONDS), posinf=0, neginf=0)
     loudest = 100 * float(np.quantile(np.abs(channels[:, ::16]), 0.99)) if channels.size else 0

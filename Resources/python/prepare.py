@@ -1,9 +1,11 @@
 # /// script
 # requires-python = ">=3.11,<3.15"
 # ///
-"""Fetches everything that the workers need. Takes no arguments.
+"""Fetches everything that the workers need: their packages and the model.
 
-Prints first what is to be fetched, as "[plan] Stems: 280 MB", and then the progress of each download.
+prepare.py                prints what has to be fetched, as "[plan] Stems: 280 MB to fetch", then the progress
+prepare.py SCRIPT         fetches the packages of one worker and prints the interpreter that has them
+prepare.py --model NAME   fetches a model, run by the interpreter of separate.py
 """
 
 import os
@@ -12,29 +14,37 @@ import sys
 from functools import partial
 from pathlib import Path
 
-sys.dont_write_bytecode = True  # nothing is written beside the scripts
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run ends this
 import worker
 
 worker.end_with_uv()
-import uv_tool
-from environment import Environment
-from setup_progress import SetupProgress
-
-sys.dont_write_bytecode = False
+from installation import uv_tool
+from installation.environment import Environment
+from installation.setup_progress import SetupProgress
+from separation import model_cache
 
 _SCRIPTS = Path(__file__).parent
 _PURPOSES = {"Links": "yt2wav.py", "Detection": "analyze.py", "Stems": "separate.py"}
 _MODEL = "htdemucs"
 
 
-def main(_: list[str]) -> None:
+def main(arguments: list[str]) -> None:
+    match arguments:
+        case ["--model", name]:
+            model_cache.load(name)
+        case [script]:
+            print(_provide(Path(script).absolute(), SetupProgress()))
+        case _:
+            _fetch_everything()
+
+
+def _fetch_everything() -> None:
     progress = SetupProgress()
     progress.step("Looking for what is missing")
-    provide = _provide_on_linux if sys.platform == "linux" else _provide_elsewhere
     if sys.platform == "linux":
         _print_plan()
     for script in _PURPOSES.values():
-        python = provide(_SCRIPTS / script, progress)
+        python = _provide(_SCRIPTS / script, progress)
     progress.step(f"Looking for the {_MODEL} model")
     _fetch_model(python)
 
@@ -51,11 +61,10 @@ def _size(environment: Environment) -> str:
     return "to fetch (size unknown)" if num_bytes is None else f"{num_bytes / 1e6:.0f} MB to fetch"
 
 
-def _provide_on_linux(script: Path, progress: SetupProgress) -> Path:
-    return Environment(script).provide(progress)
-
-
-def _provide_elsewhere(script: Path, progress: SetupProgress) -> Path:
+def _provide(script: Path, progress: SetupProgress) -> Path:
+    """Returns the interpreter that has the script's packages, which are installed if they are missing."""
+    if sys.platform == "linux":
+        return Environment(script).provide(progress)
     uv = uv_tool.Uv(_SCRIPTS)
     uv.fetch("sync", "--script", script, on_progress=partial(progress.amount, "Fetching packages"))
     return Path(uv.run("python", "find", "--script", script).strip())
@@ -63,7 +72,7 @@ def _provide_elsewhere(script: Path, progress: SetupProgress) -> Path:
 
 def _fetch_model(python: Path) -> None:
     begin = partial(worker.begin_child, os.getpid()) if sys.platform == "linux" else None
-    command = [python, _SCRIPTS / "model_cache.py", _MODEL]
+    command = [python, __file__, "--model", _MODEL]
     environment = {name: value for name, value in os.environ.items() if name != "UV"}  # it is not uv that starts it
     done = subprocess.run(command, stdin=subprocess.DEVNULL, preexec_fn=begin, env=environment)
     if done.returncode != 0:

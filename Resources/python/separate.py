@@ -25,20 +25,17 @@ from collections.abc import Iterable
 from pathlib import Path
 from typing import TYPE_CHECKING
 
-sys.dont_write_bytecode = True  # nothing is written beside the scripts
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run ends this
 import worker
 
 worker.end_with_uv()
-import environment
-import model_cache
-import separation
-from background import Background
-from decoded_song import DecodedSong
-from stem_cache import NewEntry, StemCache
-from stem_file import StemFile, file_size
-from stem_key import stem_key
-
-sys.dont_write_bytecode = False
+from installation import environment
+from separation import demucs_runner, model_cache
+from separation.background import Background
+from separation.decoded_song import DecodedSong
+from separation.stem_cache import NewEntry, StemCache
+from separation.stem_file import StemFile, file_size
+from separation.stem_key import stem_key
 
 if TYPE_CHECKING:
     import torch
@@ -74,7 +71,7 @@ def _separate(song: DecodedSong, options: argparse.Namespace, key: str | None, c
             raise worker.WorkerError(f'The {options.model} model has no stem "{stem}": choose among {known}.')
 
     key = key or stem_key(song.digest, options.model)  # the model may have been missing
-    blocks = separation.separate(model, song)
+    blocks = demucs_runner.separate(model, song)
     with cache.new_entry(key, len(model.sources) * file_size(song.num_samples)) as entry:
         _write(blocks, model.sources, song.num_samples, options.stems, options.folder, entry)
 

@@ -43,6 +43,7 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
     for stream in (sys.stdout, sys.stderr):
         stream.reconfigure(encoding="utf-8", errors="replace")  # type: ignore[union-attr]
 
+    sys.dont_write_bytecode = False  # the packages' bytecode is kept
     try:
         main(sys.argv[1:])
     except WorkerError as error:
@@ -61,6 +62,16 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
         reason = " ".join(str(error).split())[:300]
         _end(1, f"Something unexpected went wrong ({type(error).__name__}: {reason}).")
     _end(0)
+
+
+@contextlib.contextmanager
+def without_bytecode() -> Iterator[None]:
+    """Leaves no __pycache__ beside the scripts, for a late import of one of their modules."""
+    sys.dont_write_bytecode = True
+    try:
+        yield
+    finally:
+        sys.dont_write_bytecode = False
 
 
 def damaged(environment: str) -> str:

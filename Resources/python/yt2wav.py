@@ -13,26 +13,23 @@
 # ///
 """Downloads the song behind a link as a WAV file. Arguments: URL FOLDER. Prints WAV_PATH:: and the file's path."""
 
-import sys
-
-sys.dont_write_bytecode = True  # nothing is written beside the scripts
-import worker
-
-worker.end_with_uv()
-import environment
-from download import Downloader, Record
-from filename import safe_name
-from setup_progress import SetupProgress
-
-sys.dont_write_bytecode = False
-
 import itertools
 import os
+import sys
 import tempfile
 import threading
 import time
 from pathlib import Path
 from typing import Self
+
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run ends this
+import worker
+
+worker.end_with_uv()
+from download.downloader import Downloader, Record
+from download.filename import safe_name
+from installation import environment
+from installation.setup_progress import SetupProgress
 
 CONVERTED = "converted"  # unlike any download, whose names have an extension
 

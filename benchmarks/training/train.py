@@ -3,7 +3,7 @@
     train.py WORKERS FOLDER...
 
 WORKERS is the folder of analyze.py; each FOLDER has wav/ and labels.csv, as compose.py writes them. Prints how
-well clips are detected that the weights were not learned on (five folds), and writes detection_weights.json to WORKERS.
+well clips are detected that the weights were not learned on (five folds), and writes detection/weights.json to WORKERS.
 Needs av, numpy and scipy.
 """
 
@@ -19,13 +19,13 @@ os.environ["OPENBLAS_NUM_THREADS"] = "1"
 sys.path.insert(0, sys.argv[1])
 
 import numpy as np
-from choice import Weights, scores
-from key import key_features, profiles
-from onsets import onset_envelopes
-from rhythm import Periodicity, features
+from detection.key import key_features, profiles
+from detection.logit_model import Weights, utilities
+from detection.onsets import onset_envelopes
+from detection.rhythm import Periodicity, features
+from detection.spectrum import RATE
+from detection.tempo import candidates
 from scipy.optimize import minimize
-from spectrum import RATE
-from tempo import candidates
 from worker import read_audio
 
 NUM_FOLDS = 5
@@ -56,7 +56,7 @@ def main() -> None:
     report("key", keys, KEY_MODEL)
     weights = {"tempo": learn(tempos, **TEMPO_MODEL), "key": learn(keys, **KEY_MODEL)}
     rounded = {name: {part: np.round(v, 4).tolist() for part, v in parts.items()} for name, parts in weights.items()}
-    (Path(sys.argv[1]) / "detection_weights.json").write_text(json.dumps(rounded) + "\n")
+    (Path(sys.argv[1]) / "detection" / "weights.json").write_text(json.dumps(rounded) + "\n")
 
 
 def describe(clip: tuple[Path, dict[str, str]]) -> tuple[Choice | None, Choice | None]:
@@ -94,8 +94,8 @@ def learn(choices: list[Choice], penalty: float, num_hidden: int) -> Weights:
 
     def loss(flat: np.ndarray) -> tuple[float, np.ndarray]:
         weights = unpacked(flat)
-        utilities = scores(rows, weights)
-        odds = np.exp(utilities - np.maximum.reduceat(utilities, starts)[clip])
+        values = utilities(rows, weights)
+        odds = np.exp(values - np.maximum.reduceat(values, starts)[clip])
         shares = odds / np.add.reduceat(odds, starts)[clip]
         right = np.add.reduceat(shares * is_right, starts) + 1e-12
         slope = (shares - shares * is_right / right[clip]) / len(choices)
@@ -118,7 +118,7 @@ def report(name: str, choices: list[Choice], model: dict[str, float]) -> None:
     for fold in range(NUM_FOLDS):
         weights = learn([choice for choice, other in zip(choices, folds, strict=True) if other != fold], **model)
         left_out = [choice for choice, other in zip(choices, folds, strict=True) if other == fold]
-        num_right += sum(choice.is_right[np.argmax(scores(choice.features, weights))] for choice in left_out)
+        num_right += sum(choice.is_right[np.argmax(utilities(choice.features, weights))] for choice in left_out)
     print(f"{name}: {num_right / len(choices):.3f} of {len(choices)} clips right")
 
 

@@ -25,7 +25,8 @@ def tree(tmp_path_factory: pytest.TempPathFactory) -> Path:
 def test_holds_what_is_needed_and_nothing_of_the_build(tree: Path) -> None:
     assert sorted(os.listdir(tree)) == ["bin", "lib", "share"]
     assert sorted(os.listdir(tree / "bin")) == ["kelvane", "kelvane-render"]
-    workers = {path.name for path in SCRIPTS.iterdir() if path.name[0] not in "._"}
+    paths = [path.relative_to(SCRIPTS) for path in SCRIPTS.rglob("*.*") if path.parent.name != "__pycache__"]
+    workers = {path.as_posix() for path in paths if path.name[0] != "."}
     assert workers >= {"analyze.py", "separate.py", "yt2wav.py", "uv.toml"}
     files = {str(path.relative_to(tree)) for path in tree.rglob("*") if path.is_file()}
     programs = {"Kelvane", "kelvane-render", *(f"python/{name}" for name in workers)}

@@ -24,7 +24,7 @@ ENVIRONMENT = os.environ | {"UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", ""
 @cache
 def provide(script: str) -> Path:
     """Installs what a worker needs, and returns the interpreter that has it. Skips the test where it cannot be had."""
-    return Path(run_uv(script, "run", SCRIPTS / "environment.py", SCRIPTS / script).splitlines()[-1])
+    return Path(run_uv(script, "run", SCRIPTS / "prepare.py", SCRIPTS / script).splitlines()[-1])
 
 
 def run_uv(what: str, *arguments: str | Path) -> str:

@@ -21,7 +21,7 @@ from pathlib import Path
 import sys
 import worker
 worker.end_with_uv()
-import environment
+from installation import environment
 
 def main(arguments):
     environment.enter(Path(__file__))

@@ -40,9 +40,9 @@ import sys
 from pathlib import Path
 sys.path[:0] = sys.argv[1:3]
 import numpy, torch
-from decoded_song import DecodedSong
+from separation.decoded_song import DecodedSong
 from demucs.api import Separator
-from separation import separate
+from separation.demucs_runner import separate
 from wav import write_float_wav
 demucs, model = Separator("hf://htdemucs", shifts=0), Separator("hf://htdemucs").model
 random = numpy.random.default_rng(1)
@@ -59,9 +59,11 @@ FAILING_GPU = """
 import os, sys
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(sys.argv[1]))
-import environment, pathlib
+import pathlib
+from installation import environment
 environment.enter(pathlib.Path(sys.argv[1]))
-import separate, separation, torch, worker
+import separate, torch, worker
+from separation import demucs_runner
 from demucs.htdemucs import HTDemucs
 forward, calls = HTDemucs.forward, []
 def fail_once(model, mix):
@@ -69,7 +71,7 @@ def fail_once(model, mix):
     if len(calls) == 2:
         raise torch.OutOfMemoryError("CUDA out of memory.\\nMore.")
     return forward(model, mix)
-HTDemucs.forward, separation._gpu = fail_once, lambda: "cpu:0"
+HTDemucs.forward, demucs_runner._gpu = fail_once, lambda: "cpu:0"
 sys.argv[:2] = sys.argv[1:2]
 worker.run(separate.main)
 """

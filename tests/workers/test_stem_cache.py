@@ -13,8 +13,8 @@ import pytest
 from workers import SCRIPTS
 
 sys.path.insert(0, str(SCRIPTS))
-from stem_cache import NewEntry, StemCache
-from stem_file import StemFile, file_size
+from separation.stem_cache import NewEntry, StemCache
+from separation.stem_file import StemFile, file_size
 from worker import WorkerError
 
 NUM_SAMPLES = 5000

@@ -17,7 +17,7 @@ from wav import read_float_wav
 from workers import BLOCK_SIZE, ENVIRONMENT, SCRIPTS, UV, provide, run_worker
 
 sys.path.append(str(SCRIPTS))
-from filename import safe_name
+from download.filename import safe_name
 
 SCRIPT = SCRIPTS / "yt2wav.py"
 
@@ -53,10 +53,11 @@ with av.open("silent.mp4", "w") as container:
 RUN_JAVASCRIPT = """
 import worker
 worker.end_with_uv()
-import download, subprocess
+import subprocess
+from download import downloader
 
 def main(arguments):
-    runtime = download.Downloader(print)._yt_dlp._js_runtimes["deno"].info
+    runtime = downloader.Downloader(print)._yt_dlp._js_runtimes["deno"].info
     from yt_dlp.utils import Popen
     with Popen([runtime.path, "run", "-"], text=True, stdin=subprocess.PIPE) as process:
         process.communicate_or_kill("console.log('50 %' + ' '.repeat(8192)); for (;;);")
@@ -65,8 +66,9 @@ worker.run(main)
 """
 
 BE_IMPATIENT = """
-import download, worker, yt2wav
-download.TIMEOUT_SECONDS, download.RETRIES = 5, 0
+import worker, yt2wav
+from download import downloader
+downloader.TIMEOUT_SECONDS, downloader.RETRIES = 5, 0
 worker.run(yt2wav.main)
 """
 
@@ -76,7 +78,7 @@ def write_script(path: Path, code: str) -> Path:
     block = SCRIPT.read_text().partition('"""')[0]
     path.write_text(
         f"{block}import pathlib, sys\nsys.dont_write_bytecode = True\nsys.path.insert(0, {str(SCRIPTS)!r})\n"
-        f"import environment\nenvironment.enter(pathlib.Path({str(SCRIPT)!r}))\n{code}"
+        f"from installation import environment\nenvironment.enter(pathlib.Path({str(SCRIPT)!r}))\n{code}"
     )
     return path
 

@@ -1,7 +1,8 @@
 """Where notes and drums begin: onset-strength envelopes."""
 
 import numpy as np
-from spectrum import RATE, power_spectra
+
+from detection.spectrum import RATE, power_spectra
 
 SIZE, HOP = 1024, 256
 FRAME_RATE = RATE / HOP

@@ -7,7 +7,8 @@ from pathlib import Path
 from typing import TYPE_CHECKING
 
 import worker
-from background import Background
+
+from separation.background import Background
 
 if TYPE_CHECKING:
     import numpy as np

@@ -1,8 +1,9 @@
 """Detects the key of a recording."""
 
 import numpy as np
-from choice import learned_weights, scores
-from spectrum import RATE, power_spectra
+
+from detection.logit_model import learned_weights, utilities
+from detection.spectrum import RATE, power_spectra
 
 _SIZE, _HOP = 8192, 4096
 _LOWEST, _NUM_NOTES = 21, 88  # MIDI numbers of a piano's notes
@@ -16,7 +17,7 @@ def detect_key(samples: np.ndarray) -> int:
     Pitch-class profiles are compared with those that songs in major and in minor keys have, turned to all twelve
     tonics, as in Krumhansl, "Cognitive Foundations of Musical Pitch" (1990).
     """
-    return int(np.argmax(scores(key_features(profiles(samples)), learned_weights("key")))) % 12
+    return int(np.argmax(utilities(key_features(profiles(samples)), learned_weights("key")))) % 12
 
 
 def key_features(pitch_classes: np.ndarray) -> np.ndarray:

@@ -3,7 +3,8 @@
 from dataclasses import dataclass
 
 import numpy as np
-from onsets import FRAME_RATE
+
+from detection.onsets import FRAME_RATE
 
 _FFT_SIZE = 16384
 _WINDOW_SECONDS = 12

@@ -6,7 +6,7 @@ import zlib
 from pathlib import Path
 from typing import TYPE_CHECKING
 
-from decoded_song import RATE
+from separation.decoded_song import RATE
 
 if TYPE_CHECKING:
     import numpy as np

@@ -21,7 +21,8 @@ from typing import TYPE_CHECKING
 
 import file_lock
 import worker
-from stem_file import StemFile
+
+from separation.stem_file import StemFile
 
 if TYPE_CHECKING:
     import numpy as np

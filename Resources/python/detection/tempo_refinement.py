@@ -1,7 +1,8 @@
 """Measures a tempo that is known roughly."""
 
 import numpy as np
-from onsets import FRAME_RATE
+
+from detection.onsets import FRAME_RATE
 
 _MULTIPLES = np.array([1 / 2, 1, 2, 4])  # of the beat's rate, at which onsets repeat
 _WINDOW_SECONDS = 12

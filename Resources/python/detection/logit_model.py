@@ -9,11 +9,11 @@ Weights = dict[str, np.ndarray]
 
 
 def learned_weights(name: str) -> Weights:
-    text = Path(__file__).with_name("detection_weights.json").read_text(encoding="utf-8")
+    text = Path(__file__).with_name("weights.json").read_text(encoding="utf-8")
     return {part: np.array(values) for part, values in json.loads(text)[name].items()}
 
 
-def scores(features: np.ndarray, weights: Weights) -> np.ndarray:
+def utilities(features: np.ndarray, weights: Weights) -> np.ndarray:
     """What speaks for each alternative; features are of shape (alternatives, features).
 
     The utilities of a conditional logit model (McFadden, 1974): linear, with one hidden layer beside.

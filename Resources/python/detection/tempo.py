@@ -1,11 +1,12 @@
 """Detects the tempo of a recording."""
 
 import numpy as np
-from choice import learned_weights, scores
-from onsets import onset_envelopes
-from refine import refined_rate, snapped_to_loop
-from rhythm import Periodicity, balanced_sum, features
-from spectrum import RATE
+
+from detection.logit_model import learned_weights, utilities
+from detection.onsets import onset_envelopes
+from detection.rhythm import Periodicity, balanced_sum, features
+from detection.spectrum import RATE
+from detection.tempo_refinement import refined_rate, snapped_to_loop
 
 _SLOWEST, _FASTEST = 40 / 60, 220 / 60  # beats per second
 _RELATED = (2, 1 / 2, 3 / 2, 2 / 3, 3, 1 / 3, 4 / 3, 3 / 4)
@@ -20,7 +21,7 @@ def detect_tempo(samples: np.ndarray) -> float:
     envelopes = onset_envelopes(samples)
     periodicity = Periodicity.of(envelopes)
     beats = candidates(periodicity)
-    beat = beats[np.argmax(scores(features(periodicity, beats), learned_weights("tempo")))]
+    beat = beats[np.argmax(utilities(features(periodicity, beats), learned_weights("tempo")))]
     beat = refined_rate(balanced_sum(envelopes), beat)
     return 60 * snapped_to_loop(beat, len(samples) / RATE)
 

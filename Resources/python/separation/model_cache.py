@@ -1,7 +1,4 @@
-"""Gets Demucs' models out of the hub's cache, and into it where they are missing.
-
-Run by itself, with a model's name, it does no more than that.
-"""
+"""Gets Demucs' models out of the hub's cache, and into it where they are missing."""
 
 import os
 import ssl
@@ -11,7 +8,7 @@ from typing import TYPE_CHECKING
 
 import file_lock
 import worker
-from setup_progress import SetupProgress
+from installation.setup_progress import SetupProgress
 
 # The hub's client reads these when it is imported. Plain HTTP gives up soon where there is no network.
 os.environ.setdefault("HF_HUB_DISABLE_TELEMETRY", "1")
@@ -116,8 +113,3 @@ def _folder(name: str) -> Path:
     from huggingface_hub.file_download import repo_folder_name
 
     return Path(constants.HF_HUB_CACHE, repo_folder_name(repo_id=_repository(name), repo_type="model"))
-
-
-if __name__ == "__main__":
-    worker.end_with_uv()
-    worker.run(lambda arguments: print(f"The model has the stems {load(arguments[0]).model.sources}."))

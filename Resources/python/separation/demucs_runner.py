@@ -4,7 +4,8 @@ from collections.abc import Iterator
 from typing import TYPE_CHECKING
 
 import worker
-from decoded_song import DecodedSong
+
+from separation.decoded_song import DecodedSong
 
 if TYPE_CHECKING:
     import torch
@@ -90,7 +91,9 @@ class _Network:
 
     def _use(self, device: str) -> None:
         import torch
-        from network_tuning import tune
+
+        with worker.without_bytecode():
+            from separation.network_tuning import tune
 
         threads = ""
         if device == "cpu":

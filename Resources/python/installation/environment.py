@@ -1,12 +1,7 @@
-# /// script
-# requires-python = ">=3.11,<3.15"
-# ///
 """Gives each worker on Linux an environment with its packages, in the user's cache.
 
 uv run could install them, too, but it would show no progress, and it cannot choose among the builds of PyTorch: the
 package index has the one for NVIDIA's GPUs, which is several gigabytes. So markers keep the packages from uv run.
-
-Run by itself, as "uv run environment.py SCRIPT", it prints the interpreter that has the script's packages.
 """
 
 import hashlib
@@ -25,9 +20,10 @@ from typing import Any
 
 import file_lock
 import surroundings
-import uv_tool
 import worker
-from setup_progress import SetupProgress
+
+from installation import uv_tool
+from installation.setup_progress import SetupProgress
 
 # Names the environment that a process has been restarted in, so that it is not restarted for ever.
 _ENTERED = "KELVANE_ENTERED_ENVIRONMENT"
@@ -236,12 +232,3 @@ def _is_new_python_on_intel_mac() -> bool:
 def _has_nvidia_driver() -> bool:
     """Returns whether uv has a driver to fit a build to. Left alone, it would also choose one for Intel's graphics."""
     return bool(os.environ.get("UV_CUDA_DRIVER_VERSION")) or any(map(os.path.exists, _NVIDIA_TRACES))
-
-
-def main(arguments: list[str]) -> None:
-    print(Environment(Path(arguments[0]).absolute()).provide(SetupProgress()))
-
-
-if __name__ == "__main__":
-    worker.end_with_uv()
-    worker.run(main)

@@ -1,0 +1,1 @@
+"""Detects tempo and key."""

@@ -1,0 +1,1 @@
+"""Installs the packages that the workers need."""

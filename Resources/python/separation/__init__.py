@@ -1,0 +1,1 @@
+"""Separates a song into stems with Demucs, and caches them."""
