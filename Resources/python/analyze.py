@@ -24,7 +24,7 @@ from installation import environment
 if TYPE_CHECKING:
     import numpy as np
 
-# Tempo and key show in the first minutes, and an hour would take a minute to read.
+# The first minutes show tempo and key; reading an hour would take a minute.
 _MAX_SECONDS = 240
 _SILENCE = 1e-4  # -80 dB of full scale
 
@@ -32,7 +32,7 @@ _SILENCE = 1e-4  # -80 dB of full scale
 def main(arguments: list[str]) -> None:
     environment.enter(Path(__file__))
     path, *wanted = arguments
-    os.environ["OPENBLAS_NUM_THREADS"] = "1"  # has to be set before NumPy loads: its idle threads only cost time
+    os.environ["OPENBLAS_NUM_THREADS"] = "1"  # before NumPy loads: its idle threads only cost time
     import numpy  # noqa: F401  # first, so that its bytecode is kept
 
     with worker.without_bytecode():
@@ -49,22 +49,23 @@ def main(arguments: list[str]) -> None:
 
 
 def _samples(path: str) -> "np.ndarray":
-    """The song in mono, with its peak at 1."""
+    """Reads the song in mono, scaled to a peak of 1."""
     import numpy as np
     from detection.spectrum import RATE
 
     channels = np.nan_to_num(worker.read_audio(path, RATE, "stereo", _MAX_SECONDS), posinf=0, neginf=0)
-    loudest = 100 * float(np.quantile(np.abs(channels[:, ::16]), 0.99)) if channels.size else 0
-    left, right = channels.clip(-loudest, loudest) if loudest > 0 else channels  # one damaged sample drowns all others
+    # Without a ceiling, a single damaged sample would drown out all others.
+    ceiling = 100 * float(np.quantile(np.abs(channels[:, ::16]), 0.99)) if channels.size else 0
+    left, right = channels.clip(-ceiling, ceiling) if ceiling > 0 else channels
     middle = (left + right) / 2
-    samples = middle if np.std(middle) > 0.1 * np.std(left) else left  # else the channels cancel out
+    samples = middle if np.std(middle) > 0.1 * np.std(left) else left  # opposite channels cancel out
     name = os.path.basename(path)
 
     if len(samples) < RATE:
         raise worker.WorkerError(f"{name} is too short: choose a song or a loop of at least a second.")
     peak = np.abs(samples).max()
     if peak < _SILENCE:
-        raise worker.WorkerError(f"{name} is silent: choose a song that can be heard.")
+        raise worker.WorkerError(f"{name} is silent: choose another song.")
     return samples / peak
 
 

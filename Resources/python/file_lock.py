@@ -1,4 +1,4 @@
-"""Locks between processes, by files. A lock ends with the process that holds it, however that ends."""
+"""Locks between processes, held on files. A lock ends with its process, however that process ends."""
 
 import os
 import sys
@@ -9,9 +9,9 @@ from typing import IO
 
 
 def take(path: Path, *, shared: bool = False, on_wait: Callable[[], None] = lambda: None) -> IO[bytes]:
-    """Locks a file, which is made if it is missing, and returns it; closing it gives up the lock.
+    """Locks a file, which is created if necessary, and returns it. Closing it releases the lock.
 
-    Calls on_wait if there is a wait for another process. Whoever holds the lock alone may delete the file. Raises
+    Calls on_wait once if another process holds the lock. The holder of an exclusive lock may delete the file. Raises
     OSError if the file cannot be opened.
     """
     if file := try_to_take(path, shared=shared):
@@ -23,7 +23,7 @@ def take(path: Path, *, shared: bool = False, on_wait: Callable[[], None] = lamb
 
 
 def try_to_take(path: Path, *, shared: bool = False) -> IO[bytes] | None:
-    """Does the same, but returns None if another process holds the lock."""
+    """Locks a file as take does, but returns None if another process holds the lock."""
     while True:
         file = path.open("ab")
         if not lock(file, shared=shared):
@@ -37,7 +37,7 @@ def try_to_take(path: Path, *, shared: bool = False) -> IO[bytes] | None:
 def lock(file: IO[bytes], *, shared: bool = False) -> bool:
     """Locks a file until it is closed. Returns False if another process has locked it.
 
-    Windows knows no shared locks here: all are exclusive.
+    On Windows all locks are exclusive.
     """
     try:
         if sys.platform == "win32":

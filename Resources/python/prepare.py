@@ -40,12 +40,12 @@ def main(arguments: list[str]) -> None:
 
 def _fetch_everything() -> None:
     progress = SetupProgress()
-    progress.step("Looking for what is missing")
+    progress.step("Checking what is missing")
     if sys.platform == "linux":
         _print_plan()
     for script in _PURPOSES.values():
         python = _provide(_SCRIPTS / script, progress)
-    progress.step(f"Looking for the {_MODEL} model")
+    progress.step(f"Checking for the {_MODEL} model")
     _fetch_model(python)
 
 
@@ -53,7 +53,7 @@ def _print_plan() -> None:
     for purpose, script in _PURPOSES.items():
         environment = Environment(_SCRIPTS / script)
         worker.say(f"[plan] {purpose}: {'ready' if environment.is_ready() else _size(environment)}")
-    worker.say(f"[plan] The {_MODEL} model: 84 MB, unless it is there already")
+    worker.say(f"[plan] The {_MODEL} model: 84 MB, unless it is already there")
 
 
 def _size(environment: Environment) -> str:
@@ -73,10 +73,10 @@ def _provide(script: Path, progress: SetupProgress) -> Path:
 def _fetch_model(python: Path) -> None:
     begin = partial(worker.begin_child, os.getpid()) if sys.platform == "linux" else None
     command = [python, __file__, "--model", _MODEL]
-    environment = {name: value for name, value in os.environ.items() if name != "UV"}  # it is not uv that starts it
+    environment = {name: value for name, value in os.environ.items() if name != "UV"}  # uv does not start this one
     done = subprocess.run(command, stdin=subprocess.DEVNULL, preexec_fn=begin, env=environment)
     if done.returncode != 0:
-        sys.exit(1)  # the last line has been printed
+        sys.exit(1)  # it has printed the reason
 
 
 if __name__ == "__main__":

@@ -11,10 +11,10 @@
 # [tool.uv]
 # exclude-newer = "2026-11-15T00:00:00Z"
 # ///
-"""Splits a song into stems by Demucs. Arguments: the song, a folder, --model NAME, --stems A,B,…
+"""Splits a song into stems with Demucs. Arguments: the song, a folder, --model NAME, --stems A,B,…
 
-Writes each wanted stem into the folder as 32-bit float WAV, as loud as Demucs gives it, and prints
-the progress as " 12%|#         |". All stems are kept in the user's cache, where the next run finds them.
+Writes each requested stem into the folder as 32-bit float WAV, at Demucs' own level, and prints progress as
+" 12%|#         |". All stems go into the user's cache, where the next run finds them.
 """
 
 import argparse
@@ -68,21 +68,21 @@ def _separate(song: DecodedSong, options: argparse.Namespace, key: str | None, c
     for stem in options.stems:
         if stem not in model.sources:
             known = ", ".join(model.sources)
-            raise worker.WorkerError(f'The {options.model} model has no stem "{stem}": choose among {known}.')
+            raise worker.WorkerError(f'The {options.model} model has no stem "{stem}": choose from {known}.')
 
-    key = key or stem_key(song.digest, options.model)  # the model may have been missing
+    key = key or stem_key(song.digest, options.model)  # there is none until the model has been fetched
     blocks = demucs_runner.separate(model, song)
     with cache.new_entry(key, len(model.sources) * file_size(song.num_samples)) as entry:
         _write(blocks, model.sources, song.num_samples, options.stems, options.folder, entry)
 
 
 def _tune() -> None:
-    """Sets up what libraries read when they are loaded."""
-    os.environ.setdefault("OMP_WAIT_POLICY", "PASSIVE")  # spinning threads fight with the machine's other work,
-    os.environ.setdefault("GOMP_SPINCOUNT", "10000")  # but GNU's wake up late from less than a moment of it
+    """Sets options that libraries read when they load."""
+    os.environ.setdefault("OMP_WAIT_POLICY", "PASSIVE")  # spinning threads slow down other programs,
+    os.environ.setdefault("GOMP_SPINCOUNT", "10000")  # but GNU's threads wake up late if they never spin
 
     mallopt = getattr(ctypes.CDLL(None), "mallopt", None) if sys.platform == "linux" else None
-    if mallopt is not None:  # glibc: memory that torch frees is kept, as each page fetched anew has to be cleared
+    if mallopt is not None:  # keep the memory that torch frees: glibc would have to clear each new page
         trim_threshold, mmap_max, arena_max = -1, -4, -8
         mallopt(trim_threshold, -1)
         mallopt(mmap_max, 0)
@@ -97,7 +97,7 @@ def _write(
     folder: Path,
     entry: NewEntry,
 ) -> None:
-    """Writes the wanted stems into the folder and the others into the entry, beside the separation."""
+    """Writes the wanted stems into the folder and the others into the entry, while the separation goes on."""
     files = {stem: StemFile(folder / f"{stem}.part", num_samples) for stem in wanted}
 
     def write(block: "torch.Tensor") -> None:

@@ -1,15 +1,15 @@
-"""What a worker takes from the system and from the environment variables of its user, and what it does not.
+"""Shields a worker from the user's other Python packages, and lets it trust the system's certificates.
 
-Only what Python has loaded before any script is imported here: PYTHONPATH could hide the rest.
+Imports only modules that Python has loaded before any script: PYTHONPATH could replace all others.
 """
 
 import os
 import sys
 
-# A file of this name is in every environment that Kelvane has installed.
+# Marks every environment that Kelvane has installed.
 RECEIPT = "installed-by-kelvane.txt"
 
-# Where Linux distributions keep the certificates that they and the administrator trust.
+# Where Linux distributions keep the certificates that they and their administrators trust.
 _SYSTEM_CERTIFICATES = (
     "/etc/ssl/certs/ca-certificates.crt",  # Debian, Ubuntu, Arch
     "/etc/pki/ca-trust/extracted/pem/tls-ca-bundle.pem",  # Fedora
@@ -19,13 +19,13 @@ _SYSTEM_CERTIFICATES = (
 
 
 def is_in_own_environment() -> bool:
-    """Whether Kelvane, or uv for a script of Kelvane's, has installed the packages, and not the user."""
+    """Returns True if the packages were installed by Kelvane, or by uv for one of its scripts, not by the user."""
     is_in_uv_cache = os.path.basename(os.path.dirname(sys.prefix)).startswith(("environments-", "builds-"))
     return is_in_uv_cache or os.path.exists(os.path.join(sys.prefix, RECEIPT))
 
 
 def ignore_pythonpath() -> None:
-    """Keeps packages of other software, perhaps for another Python, from hiding those of Kelvane's environment."""
+    """Prevents packages of other software, perhaps for another Python, from replacing those of the environment."""
     if not is_in_own_environment() or not (variable := os.environ.pop("PYTHONPATH", "")):
         return
     added = {os.path.normcase(os.path.abspath(folder)) for folder in variable.split(os.pathsep)}
@@ -36,10 +36,10 @@ def ignore_pythonpath() -> None:
 
 
 def trust_the_system() -> None:
-    """Makes this process and uv accept the certificates that Linux accepts, unless the user names others.
+    """Makes this process and uv trust the certificates that Linux trusts, unless the user names others.
 
-    Both bring their own list, which lacks the authority of a company's network. Where the system has no certificates
-    they go by that list.
+    Both come with a list of their own, which lacks the authority of a company's network. They fall back to it on a
+    system without certificates.
     """
     if sys.platform != "linux" or os.environ.get("SSL_CERT_FILE") or os.environ.get("SSL_CERT_DIR"):
         return

@@ -1,6 +1,6 @@
-"""What the workers share: how they start and end, how they print, and how they decode audio.
+"""Shared by the workers: starting and ending, printing, and decoding audio.
 
-A worker imports this module first, because it keeps other software's packages out of all later imports.
+A worker imports this module first: that keeps other software's packages out of all later imports.
 """
 
 import surroundings
@@ -27,38 +27,39 @@ if TYPE_CHECKING:
     import numpy as np
     from av.container import InputContainer
 
-# The program reads blocks of this many bytes, and sees no line before a block is full.
+# The program reads in blocks of this many bytes, and sees no line until a block is full.
 _BLOCK_SIZE = 8192
 
 
 class WorkerError(Exception):
-    """A failure that a user can understand: its text is one plain sentence, which says what to do."""
+    """A failure to show to the user, as one plain sentence that says what to do."""
 
 
 def run(main: Callable[[list[str]], None]) -> NoReturn:
-    """Calls main with the arguments behind the script's name and ends the process.
+    """Calls main with the command-line arguments and ends the process.
 
-    The exit status is 0, or 1 if main has raised; the last line printed is then one plain sentence.
+    The exit status is 0, or 1 if main raises, after a last line with one plain sentence.
     """
     for stream in (sys.stdout, sys.stderr):
         stream.reconfigure(encoding="utf-8", errors="replace")  # type: ignore[union-attr]
 
-    sys.dont_write_bytecode = False  # the packages' bytecode is kept
+    sys.dont_write_bytecode = False  # for the packages, which are imported from here on
     try:
         main(sys.argv[1:])
     except WorkerError as error:
         _end(1, str(error))
     except ImportError as error:
         print(error)
-        _end(1, _missing((error.name or "What the worker needs").partition(".")[0]))
+        _end(1, _missing((error.name or "A package").partition(".")[0]))
     except MemoryError:
         _end(1, "There is not enough memory for this song: close other programs and try again.")
     except OSError as error:
         if error.errno == errno.ENOSPC:
             _end(1, "The disk is full: free some space and try again.")
         place = error.filename or "A file or folder"
-        _end(1, f"{place} could not be used ({error.strerror or error}): check that it is there and may be written to.")
-    except Exception as error:  # the last line has to be a sentence, whatever has gone wrong
+        reason = error.strerror or error
+        _end(1, f"{place} could not be used ({reason}): check that it exists and that you can write to it.")
+    except Exception as error:  # even then the last line has to be a sentence
         reason = " ".join(str(error).split())[:300]
         _end(1, f"Something unexpected went wrong ({type(error).__name__}: {reason}).")
     _end(0)
@@ -66,7 +67,7 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
 
 @contextlib.contextmanager
 def without_bytecode() -> Iterator[None]:
-    """Leaves no __pycache__ beside the scripts, for a late import of one of their modules."""
+    """Leaves no __pycache__ beside the scripts when one of their modules is imported late."""
     sys.dont_write_bytecode = True
     try:
         yield
@@ -75,34 +76,34 @@ def without_bytecode() -> Iterator[None]:
 
 
 def damaged(environment: str) -> str:
-    """What the user reads when a worker's packages are not as they were installed."""
-    return f"What the worker needs is damaged: delete the folder {environment} and try again."
+    """Returns the message for packages that are not as they were installed."""
+    return f"The installed packages are damaged: delete the folder {environment} and try again."
 
 
 def _missing(package: str) -> str:
-    """What the user reads when a package cannot be imported."""
+    """Returns the message for a package that cannot be imported."""
     if surroundings.is_in_own_environment():
         return damaged(sys.prefix)
     return f"{package} could not be loaded by {sys.executable}: install it there, or unset KELVANE_UV and try again."
 
 
 def cache_folder() -> Path:
-    """The folder of the user's cache that is Kelvane's own, which is made if it is missing.
+    """Returns Kelvane's folder in the user's cache, which is created if necessary.
 
-    Raises WorkerError if there is no home folder, or if it cannot be written to.
+    Raises WorkerError if there is no home folder, or no permission to write there.
     """
-    advice = "let HOME, or XDG_CACHE_HOME, name a folder that you can write to."
+    advice = "set HOME or XDG_CACHE_HOME to a folder that you can write to."
     try:
         folder = _users_cache() / "kelvane"
         folder.mkdir(parents=True, exist_ok=True)
     except RuntimeError as error:
-        raise WorkerError(f"You have no home folder to keep what the worker needs in: {advice}") from error
+        raise WorkerError(f"You have no home folder to install packages in: {advice}") from error
     except OSError as error:
         if error.errno == errno.ENOSPC:
             raise
-        raise WorkerError(f"{folder} could not be made ({error.strerror}): {advice}") from error
+        raise WorkerError(f"{folder} could not be created ({error.strerror}): {advice}") from error
     if not os.access(folder, os.W_OK | os.X_OK):
-        raise WorkerError(f"{folder} cannot be written to: make it your own, or {advice}")
+        raise WorkerError(f"{folder} is not writable: become its owner, or {advice}")
     return folder
 
 
@@ -113,7 +114,7 @@ def _users_cache() -> Path:
 
 
 def _end(status: int, last_line: str = "") -> NoReturn:
-    """Ends at once: what libraries do at exit could take long, or print behind the last line."""
+    """Ends at once: libraries could take long to shut down, or print after the last line."""
     try:
         if last_line:
             print(last_line)
@@ -124,24 +125,24 @@ def _end(status: int, last_line: str = "") -> NoReturn:
 
 
 def say(line: str) -> None:
-    """Prints a line that the program shall show at once: the blank line behind it fills the program's block."""
+    """Prints a line for the program to show at once. The blank line after it fills the program's block."""
     padding = "" if sys.stdout.isatty() else " " * _BLOCK_SIZE + "\n"
     print(line + "\n" + padding, end="", flush=True)
 
 
 def bar(fraction: float) -> str:
-    """Returns the line from which the program takes a fraction from 0 to 1."""
+    """Returns the line from which the program reads a progress from 0 to 1."""
     percent = int(100 * fraction)
     return f"{percent:3}%|{'#' * (percent // 10):<10}|"
 
 
-# A worker that is cancelled gets no warning. The program kills uv alone, whose child this process is.
+# Cancelling gives no warning: the program kills uv, the parent of this process, and nothing else.
 
 
 def end_with_uv() -> None:
-    """Makes this process end when uv, which has started it, ends, or when nobody reads its output any more.
+    """Ends this process as soon as uv, its parent, has ended or nobody reads its output any more.
 
-    To be called first of all: a library's import takes long, and uv may be killed during it.
+    Call it before anything else: importing a library takes long, and uv may be killed meanwhile.
     """
     signal.signal(signal.SIGINT, signal.SIG_DFL)
     parent = os.getppid()
@@ -158,9 +159,9 @@ def end_with_uv() -> None:
 
 
 def _has_lost_uv(parent: int) -> bool:
-    """Whether uv, which tells its path to what it starts, was gone before this process could ask to end with it.
+    """Returns True if uv, whose path is in UV, ended before this process could ask to end with it.
 
-    Where /proc cannot be read, nobody knows, and the worker goes on.
+    Returns False if /proc cannot be read.
     """
     if sys.platform != "linux" or "UV" not in os.environ:
         return False
@@ -172,14 +173,14 @@ def _has_lost_uv(parent: int) -> bool:
     if name == os.path.basename(os.environ["UV"])[:15]:
         return False
     with contextlib.suppress(OSError):
-        return not os.path.samefile(f"/proc/{parent}/exe", os.environ["UV"])  # as under a link's name
+        return not os.path.samefile(f"/proc/{parent}/exe", os.environ["UV"])  # it may run under a link's name
     return True
 
 
 def die_with_parent() -> None:
-    """Has Linux kill this process, even in the middle of a library's loop, when its parent ends; else does nothing.
+    """Asks Linux to kill this process when its parent ends, even within a library's loop. Does nothing elsewhere.
 
-    Children do not inherit this: their preexec_fn is begin_child.
+    Children do not inherit this: start them with begin_child as preexec_fn.
     """
     if _prctl is not None:
         set_parent_death_signal = 1
@@ -187,9 +188,9 @@ def die_with_parent() -> None:
 
 
 def begin_child(parent: int) -> None:
-    """Has a child end with the process that starts it, which has to tell its own id."""
+    """Makes a child end with its parent, whose process id is given."""
     die_with_parent()
-    if os.getppid() != parent:  # it has ended before
+    if os.getppid() != parent:  # it had already ended
         os._exit(1)
 
 
@@ -199,7 +200,7 @@ _prctl = ctypes.CDLL(None).prctl if sys.platform == "linux" else None
 def _wait_for_posix_parent(parent: int) -> None:
     poll_milliseconds = 250
     output = select.poll()
-    output.register(sys.stdout.fileno(), 0)  # an error, as after the reader's end, is reported unasked
+    output.register(sys.stdout.fileno(), 0)  # errors, such as a reader that has gone, are always reported
 
     while os.getppid() == parent:
         if any(event & select.POLLERR for _, event in output.poll(poll_milliseconds)):
@@ -216,7 +217,7 @@ def _wait_for_windows_parent(parent: int) -> None:
 def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
     """Decodes the main audio stream of a file, frame by frame, in the stream's own format.
 
-    What is damaged becomes silence. Raises WorkerError if nothing can be decoded.
+    Damaged parts become silence. Raises WorkerError if nothing can be decoded.
     """
     import av
 
@@ -238,7 +239,7 @@ def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
 
 
 def _within_duration(container: "InputContainer") -> Iterator["av.AudioFrame"]:
-    """Drops the padding that MP4's encoders leave behind the end that the file states."""
+    """Drops the padding that MP4 encoders append beyond the stated duration."""
     seconds = stated_seconds(container)
     num_passed = 0
 
@@ -253,7 +254,7 @@ def _within_duration(container: "InputContainer") -> Iterator["av.AudioFrame"]:
 
 
 def stated_seconds(container: "InputContainer") -> Fraction | None:
-    """How long an MP4 file says that its audio is. Other formats do not say, or only guess."""
+    """Returns the duration that an MP4 file states, or None for other formats, which guess it or state none."""
     stream = container.streams.best("audio")
     if "mp4" not in container.format.name or stream.duration is None:
         return None
@@ -301,7 +302,7 @@ def _packets(container: "InputContainer") -> Iterator["av.Packet"]:
 
 
 def _silence(packet: "av.Packet") -> Iterator["av.AudioFrame"]:
-    """In the place of a packet that cannot be decoded, so that what follows keeps its own."""
+    """Replaces a packet that cannot be decoded, so that later packets keep their place."""
     import av
 
     codec = packet.stream.codec_context
@@ -316,7 +317,7 @@ def _silence(packet: "av.Packet") -> Iterator["av.AudioFrame"]:
 
 
 def read_audio(path: str, rate: int, layout: str, max_seconds: float | None = None) -> "np.ndarray":
-    """Decodes a file to floats of shape (channels, samples), in FFmpeg's layout "mono" or "stereo".
+    """Decodes a file to floats of shape (channels, samples); the layout is "mono" or "stereo".
 
     Full scale is 1, and louder samples are kept. Raises WorkerError if nothing can be decoded.
     """
@@ -334,7 +335,7 @@ def read_audio(path: str, rate: int, layout: str, max_seconds: float | None = No
 
 
 def resampled_frames(path: str, rate: int, layout: str, sample_format: str) -> Iterator["av.AudioFrame"]:
-    """Decodes a file, frame by frame, to one rate, layout and format, which may change within the file.
+    """Decodes a file, frame by frame, to a fixed rate, layout and format, even if they change within the file.
 
     Raises WorkerError if nothing can be decoded.
     """
@@ -343,11 +344,11 @@ def resampled_frames(path: str, rate: int, layout: str, sample_format: str) -> I
     anything = False
     for _, frames in groupby(audio_frames(path), lambda frame: (frame.format.name, frame.layout.name, frame.rate)):
         resampler = av.AudioResampler(format=sample_format, layout=layout, rate=rate)
-        for frame in chain(frames, [None]):  # the last one asks for what the resampler holds back
+        for frame in chain(frames, [None]):  # None flushes the resampler
             if frame is not None:
                 frame.pts = None
             for resampled in resampler.resample(frame):
                 anything = True
                 yield resampled
     if not anything:
-        raise WorkerError(f"{os.path.basename(path)} is too short to be of use: choose another file.")
+        raise WorkerError(f"{os.path.basename(path)} is too short to use: choose another file.")

@@ -11,7 +11,7 @@
 # [tool.uv]
 # exclude-newer = "2026-11-15T00:00:00Z"
 # ///
-"""Downloads the song behind a link as a WAV file. Arguments: URL FOLDER. Prints WAV_PATH:: and the file's path."""
+"""Downloads a song from a link as WAV. Arguments: URL FOLDER. Prints WAV_PATH:: and the file's path."""
 
 import itertools
 import os
@@ -31,7 +31,7 @@ from download.filename import safe_name
 from installation import environment
 from installation.setup_progress import SetupProgress
 
-CONVERTED = "converted"  # unlike any download, whose names have an extension
+CONVERTED = "converted"  # clashes with no download, which all have an extension
 
 
 def main(arguments: list[str]) -> None:
@@ -46,12 +46,12 @@ def main(arguments: list[str]) -> None:
             wav = os.path.join(folder, _download_wav(url))
             os.replace(CONVERTED, wav)
         finally:
-            os.chdir(folder)  # no system removes a folder that is in use
+            os.chdir(folder)  # Windows cannot delete the working folder
     print(f"WAV_PATH::{wav}")
 
 
 def _download_wav(url: str) -> str:
-    """Leaves a WAV file in the working folder, as CONVERTED, and returns the name that it shall have."""
+    """Writes the song to CONVERTED in the working folder, and returns its final name."""
     with Status("Looking at the page") as status:
         downloader = Downloader(lambda progress: status.update(_amount(progress), _speed(progress)))
         song = downloader.find(url)
@@ -61,7 +61,7 @@ def _download_wav(url: str) -> str:
         path = downloader.fetch(song)
 
         status.begin("Converting to WAV")
-        named = name + os.path.splitext(path)[1]  # a failure shall speak of the song
+        named = name + os.path.splitext(path)[1]  # so that a failure names the song
         os.rename(path, named)
         num_seconds = _write_wav(named, CONVERTED, status)
         _check_length(num_seconds, max(_stated_seconds(named), song.get("duration") or 0))
@@ -69,7 +69,7 @@ def _download_wav(url: str) -> str:
 
 
 class Status:
-    """The line that the program shows: said anew every half second, so that nobody takes a wait for a hang."""
+    """The progress line that the program shows, repeated every half second: a wait must not look like a hang."""
 
     _INTERVAL_SECONDS = 0.5
     _SILENCE_SECONDS = 2
@@ -81,12 +81,12 @@ class Status:
         self.begin(text)
 
     def begin(self, text: str) -> None:
-        """Says what is done from now on."""
+        """Shows the next step at once."""
         self.update(text)
         self._say()
 
     def update(self, text: str, detail: str = "") -> None:
-        """Changes what is said next."""
+        """Changes the line, which is shown the next time that it is printed."""
         self._text, self._detail, self._updated = text, detail, time.monotonic()
 
     def __enter__(self) -> Self:
@@ -125,9 +125,9 @@ def _size(num_bytes: float) -> str:
 
 
 def _write_wav(source: str, wav: str, status: Status) -> float:
-    """Decodes to 32-bit floats at the source's rate, with one channel or two. Returns the length in seconds.
+    """Decodes to 32-bit floats at the source's rate, in mono or stereo. Returns the length in seconds.
 
-    Samples beyond full scale are kept, and beyond 4 GB the file becomes an RF64 one.
+    Samples beyond full scale are kept. A file larger than 4 GB becomes RF64.
     """
     import av
 
@@ -152,7 +152,7 @@ def _write_wav(source: str, wav: str, status: Status) -> float:
 
 
 def _stated_seconds(path: str) -> float:
-    """The length by the file's own header, or 0: an MP3's is only guessed from its size."""
+    """Returns the length in the file's header, or 0 where it is only an estimate, as in MP3."""
     import av
 
     with av.open(path, metadata_errors="replace") as container:
@@ -164,7 +164,7 @@ def _stated_seconds(path: str) -> float:
 
 
 def _check_length(num_seconds: float, expected: float) -> None:
-    """Refuses what lacks more than a site's rounding, and a player's trimming, explain."""
+    """Rejects a download that is shorter than sites' rounding and players' trimming can explain."""
     if num_seconds < 0.98 * expected - 1:
         raise worker.WorkerError(
             f"The download is incomplete, {num_seconds:.0f} of {expected:.0f} seconds: try again, or try another link."

@@ -114,7 +114,7 @@ def test_the_build_that_fits_is_installed_once(
     command = [script, "a b", "é"]
     lines = run_worker(*command, environment=environment | variables, status=0)
     assert result(lines)[0] == build
-    has_fallen_back = any("out of reach: fetching the ordinary one" in line for line in lines)
+    has_fallen_back = any("unavailable: fetching the standard one" in line for line in lines)
     assert has_fallen_back == (build == "2.13.0" and "UV_DEFAULT_INDEX" not in variables)
 
     indexes.close()
@@ -131,7 +131,7 @@ def test_what_is_damaged_is_named_or_made_again(environment: dict[str, str], scr
     for part in (torch, folder / "installed-by-kelvane.txt", folder / "pyvenv.cfg"):
         part.rename(folder / "away")
         lines = run_worker(*command, environment=environment, status=1)
-        assert lines[-1] == f"What the worker needs is damaged: delete the folder {folder} and try again."
+        assert lines[-1] == f"The installed packages are damaged: delete the folder {folder} and try again."
         (folder / "away").rename(part)
 
     (folder / "bin" / "python").unlink()

@@ -217,7 +217,7 @@ def test_a_song_may_change_its_channels(tmp_path: Path, environment: dict[str, s
 @pytest.mark.parametrize(
     ("stems", "damage", "advice"),
     [
-        ("vocals,piano", "", "choose among"),
+        ("vocals,piano", "", "choose from"),
         ("vocals", "no samples", "empty or damaged"),
         ("vocals", "model", "delete"),
         ("vocals", "disk", "disk is full"),

@@ -134,7 +134,7 @@ def test_a_full_disk_costs_the_entry_alone(kept: Path, tmp_path: Path, capsys: p
         write(entry, tmp_path / "out")
     assert not list(kept.iterdir())
     assert (tmp_path / "out" / "drums.wav").exists()
-    assert "The stems will not be kept (No space left on device)" in capsys.readouterr().out
+    assert "The stems will not be cached (No space left on device)" in capsys.readouterr().out
 
 
 def test_stems_are_copied_to_another_file_system(kept: Path, tmp_path: Path) -> None:

@@ -33,7 +33,7 @@ def last_line(code: str, **environment: str) -> str:
 @pytest.mark.parametrize(
     ("code", "environment", "sentence"),
     [
-        ("import worker; worker.cache_folder()", {"HOME": "/dev/null"}, "let HOME, or XDG_CACHE_HOME, name a folder"),
+        ("import worker; worker.cache_folder()", {"HOME": "/dev/null"}, "set HOME or XDG_CACHE_HOME to a folder"),
         ("import absent.part", {}, f"absent could not be loaded by {sys.executable}: install it there"),
         ("import worker" + UNREADABLE_PROC, {"UV": "/opt/uv"}, "It goes on."),
     ],

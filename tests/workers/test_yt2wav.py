@@ -175,7 +175,7 @@ def test_song_becomes_a_wav_of_the_same_sound(
         ("live.m3u8", "This is a live stream"),
         ("silent.mp4", "There is no audio in silent.mp4"),
         ("note.mp3", "note.mp3 could not be read as audio"),
-        ("broken/song.mp3", "The download broke off"),
+        ("broken/song.mp3", "The download failed"),
         ("cut/song.m4a", "The download is incomplete"),
         ("cut/song.webm", "The download is incomplete"),
         ("http://127.0.0.1:1/closed", "The server could not be reached"),
@@ -194,7 +194,7 @@ def test_stalled_connection_keeps_talking_and_then_fails(server: str, tmp_path: 
     script = write_script(tmp_path / "impatient.py", BE_IMPATIENT)
     lines = run_worker(script, f"{server}/stalled/song.m4a", tmp_path / "download", status=1)
 
-    assert lines[-1] == "The download broke off (timed out): check your connection and try again."
+    assert lines[-1] == "The download failed (timed out): check your connection and try again."
     assert sum(bool(re.fullmatch(r".* \d+\.\d % of \d+ kB, waiting for the server", line)) for line in lines) >= 2
     assert os.listdir(tmp_path / "download") == []
 

@@ -12,25 +12,26 @@ _END_FRAMES = 16  # about 3 s
 
 
 def detect_key(samples: np.ndarray) -> int:
-    """The tonic, 0 (C) to 11 (B), of mono samples at spectrum.RATE.
+    """Returns the tonic, 0 (C) to 11 (B), of mono samples at spectrum.RATE.
 
-    Pitch-class profiles are compared with those that songs in major and in minor keys have, turned to all twelve
-    tonics, as in Krumhansl, "Cognitive Foundations of Musical Pitch" (1990).
+    Compares their pitch-class profiles with those of songs in major and minor keys, rotated to all twelve tonics, as
+    in Krumhansl, "Cognitive Foundations of Musical Pitch" (1990).
     """
     return int(np.argmax(utilities(key_features(profiles(samples)), learned_weights("key")))) % 12
 
 
 def key_features(pitch_classes: np.ndarray) -> np.ndarray:
-    """The profiles as seen from each key's tonic, of shape (24, features): twelve major keys, then the minor ones."""
-    seen = np.stack([np.roll(pitch_classes, -tonic, axis=1).ravel() for tonic in range(12)])
-    none, one = np.zeros_like(seen), np.ones((12, 1))
-    return np.vstack([np.hstack([seen, none, one]), np.hstack([none, seen, 0 * one])])
+    """Returns the profiles relative to each key's tonic, of shape (24, features): the major keys, then the minor."""
+    relative = np.stack([np.roll(pitch_classes, -tonic, axis=1).ravel() for tonic in range(12)])
+    unused, is_major = np.zeros_like(relative), np.ones((12, 1))
+    return np.vstack([np.hstack([relative, unused, is_major]), np.hstack([unused, relative, 1 - is_major])])
 
 
 def profiles(samples: np.ndarray) -> np.ndarray:
-    """How much of each pitch class there is, of shape (7, 12); each row adds up to 10.
+    """Returns the strength of each pitch class, of shape (7, 12); each row adds up to 10.
 
-    Treble, bass and the strongest bass notes of the whole, then treble and bass of its beginning and of its end.
+    The rows: treble, bass and strongest bass notes of the recording; treble and bass of its beginning; treble and bass
+    of its end.
     """
     notes = _note_magnitudes(samples)
     loudness = np.sqrt((notes**2).sum(axis=1))
@@ -46,13 +47,13 @@ def profiles(samples: np.ndarray) -> np.ndarray:
 
 
 def _folded(notes: np.ndarray, pitches: slice) -> np.ndarray:
-    """The sums for each pitch class, from C, over all frames of the given notes."""
+    """Sums notes over all frames into pitch classes, from C."""
     classes = (np.arange(_NUM_NOTES)[pitches] + _LOWEST) % 12
     return np.bincount(classes, weights=notes.sum(axis=0), minlength=12)
 
 
 def _note_magnitudes(samples: np.ndarray) -> np.ndarray:
-    """The magnitudes of spectral peaks at each note, in the recording's own tuning, of shape (frames, 88)."""
+    """Returns the magnitudes of spectral peaks at each note, in the recording's own tuning, of shape (frames, 88)."""
     frames, pitches, magnitudes, num_frames = _spectral_peaks(samples)
     loudest = np.zeros(num_frames)
     np.maximum.at(loudest, frames, magnitudes)
@@ -70,9 +71,9 @@ def _note_magnitudes(samples: np.ndarray) -> np.ndarray:
 
 
 def _spectral_peaks(samples: np.ndarray) -> tuple[np.ndarray, np.ndarray, np.ndarray, int]:
-    """Each peak's frame, pitch (a fractional MIDI number) and magnitude, by parabolic interpolation; and the frames.
+    """Returns each peak's frame, pitch (a fractional MIDI number) and magnitude, then the number of frames.
 
-    Smith, Serra, "PARSHL: an analysis/synthesis program for non-harmonic sounds" (1987).
+    Parabolic interpolation as in Smith, Serra, "PARSHL: an analysis/synthesis program for non-harmonic sounds" (1987).
     """
     lowest, highest = round(27 * _SIZE / RATE), round(4200 * _SIZE / RATE)
     frames, pitches, magnitudes, num_frames = [], [], [], 0

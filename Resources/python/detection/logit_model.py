@@ -1,4 +1,4 @@
-"""Chooses among alternatives by learned weights."""
+"""Rates alternatives with a conditional logit model, whose weights are learned."""
 
 import json
 from pathlib import Path
@@ -14,9 +14,10 @@ def learned_weights(name: str) -> Weights:
 
 
 def utilities(features: np.ndarray, weights: Weights) -> np.ndarray:
-    """What speaks for each alternative; features are of shape (alternatives, features).
+    """Returns the utility of each alternative: the greatest is the model's choice.
 
-    The utilities of a conditional logit model (McFadden, 1974): linear, with one hidden layer beside.
+    features are of shape (alternatives, features). The model is McFadden's (1974), with one hidden layer added to its
+    linear utilities.
     """
     hidden = np.tanh(features @ weights["inner"] + weights["bias"])
     return features @ weights["linear"] + hidden @ weights["outer"]

@@ -1,4 +1,4 @@
-"""Where notes and drums begin: onset-strength envelopes."""
+"""Onset-strength envelopes, which rise where notes and drum hits begin."""
 
 import numpy as np
 
@@ -7,16 +7,16 @@ from detection.spectrum import RATE, power_spectra
 SIZE, HOP = 1024, 256
 FRAME_RATE = RATE / HOP
 
-# The spectrum is summed up to thirds of an octave, and those to one envelope for each of these ranges, in Hz:
+# Spectra are summed into bands of a third of an octave, then into one envelope for each of these ranges, in Hz:
 # bass drum, bass, voices and chords, snare, cymbals.
 _RANGES = ((0, 130), (130, 500), (500, 2000), (2000, 5000), (5000, RATE / 2))
 _EDGES = np.array([1, 3, 6, 8, 10, 12, 15, 19, 24, 30, 38, 48, 60, 76, 96, 121, 152, 192, 242, 305, 384, 484, 512])
 
 
 def onset_envelopes(samples: np.ndarray) -> np.ndarray:
-    """Spectral flux in five ranges of frequency, of shape (5, frames); its level is the same throughout.
+    """Returns the spectral flux in five frequency ranges, of shape (5, frames), normalized to a steady level.
 
-    Logarithmic compression before the difference, as in Klapuri, Eronen, Astola, "Analysis of the meter of
+    Compresses logarithmically before taking differences, as in Klapuri, Eronen, Astola, "Analysis of the meter of
     acoustic musical signals" (2006).
     """
     widths = np.diff(_EDGES)
@@ -35,7 +35,7 @@ def onset_envelopes(samples: np.ndarray) -> np.ndarray:
 
 
 def _smoothed(values: np.ndarray, seconds: float) -> np.ndarray:
-    """The moving average along the last axis."""
+    """Returns the moving average along the last axis."""
     before = after = round(seconds * FRAME_RATE / 2)
     edges = [(0, 0)] * (values.ndim - 1) + [(before + 1, after)]
     sums = np.cumsum(np.pad(values, edges, mode="edge"), axis=-1, dtype=np.float64)

@@ -1,4 +1,4 @@
-"""What speaks for a tempo: how onsets repeat at its beat, at parts of it and at multiples of it."""
+"""Features that tell tempo candidates apart: how strongly onsets repeat at each beat, its fractions and multiples."""
 
 from dataclasses import dataclass
 
@@ -11,16 +11,16 @@ _WINDOW_SECONDS = 12
 _MULTIPLES = np.array([1 / 4, 1 / 3, 1 / 2, 2 / 3, 3 / 4, 1, 4 / 3, 3 / 2, 2, 3, 4, 6, 8])  # of the beat's rate
 _LAGS = np.array([1 / 4, 1 / 3, 1 / 2, 2 / 3, 3 / 4, 1, 3 / 2, 2, 3, 4, 6, 8])  # in beats
 _PHASE_MULTIPLES = np.array([1 / 4, 1 / 3, 1 / 2, 1, 2])
-_PAIRS = ((0, 2), (0, 4), (2, 4), (0, 1), (1, 4))  # bands whose alternation tells the meter, as bass drum and snare do
+_PAIRS = ((0, 2), (0, 4), (2, 4), (0, 1), (1, 4))  # of bands whose alternation shows the meter: bass drum and snare
 _PRIOR_BPM = np.array([45, 60, 75, 90, 105, 120, 140, 160, 185, 210])
 _NEARBY = np.linspace(0.985, 1.015, 5)
 
 
 @dataclass
 class Periodicity:
-    """How onsets repeat. The last of the bands is the sum of the others, each at the same weight."""
+    """How strongly onsets repeat at each rate and lag. The last band is the equally weighted sum of the others."""
 
-    magnitudes: np.ndarray  # (bands, frequencies): Fourier magnitudes, averaged over windows, as a share of the mean
+    magnitudes: np.ndarray  # (bands, frequencies): Fourier magnitudes, averaged over windows, relative to the mean
     cross_spectra: np.ndarray  # (pairs of bands, frequencies), summed over windows
     autocorrelation: np.ndarray  # (bands, lags), 1 at lag 0
 
@@ -30,15 +30,15 @@ class Periodicity:
         return cls(*_average_spectra(envelopes), _autocorrelation(envelopes))
 
     def at_rates(self, hertz: np.ndarray) -> np.ndarray:
-        """The greatest magnitudes near the given rates, of shape (bands, *rates)."""
+        """Returns the greatest magnitude near each rate, of shape (bands, *rates)."""
         return _interpolated(self.magnitudes, hertz[..., None] * _NEARBY * _FFT_SIZE / FRAME_RATE).max(axis=-1)
 
     def at_lags(self, seconds: np.ndarray) -> np.ndarray:
-        """The greatest autocorrelation near the given lags, of shape (bands, *lags)."""
+        """Returns the greatest autocorrelation near each lag, of shape (bands, *lags)."""
         return _interpolated(self.autocorrelation, seconds[..., None] * _NEARBY * FRAME_RATE).max(axis=-1)
 
     def alternation(self, hertz: np.ndarray) -> np.ndarray:
-        """For each pair of bands whether they pulse together (> 0) or by turns (< 0), of shape (pairs, *rates)."""
+        """Returns how far each pair of bands pulses together (> 0) or in turn (< 0), of shape (pairs, *rates)."""
         index = hertz * _FFT_SIZE / FRAME_RATE
         cross = _interpolated(self.cross_spectra, index)
         magnitudes = _interpolated(self.magnitudes, index)
@@ -47,13 +47,13 @@ class Periodicity:
 
 
 def balanced_sum(envelopes: np.ndarray) -> np.ndarray:
-    """The sum of all bands, each divided by its mean, of shape (frames,)."""
+    """Sums all bands, each divided by its mean, to shape (frames,)."""
     means = envelopes.mean(axis=1, keepdims=True)
     return (envelopes / (means + 1e-3 * means.mean() + 1e-12)).sum(axis=0)
 
 
 def features(periodicity: Periodicity, beats: np.ndarray) -> np.ndarray:
-    """What the choice among beat rates (in Hz) is made by, of shape (rates, features)."""
+    """Returns the logit model's features of beat rates (in Hz), of shape (rates, features)."""
     rates = beats[:, None]
     magnitudes = periodicity.at_rates(rates * _MULTIPLES)
     correlations = np.clip(periodicity.at_lags(_LAGS / rates), -0.5, 1)
@@ -64,7 +64,7 @@ def features(periodicity: Periodicity, beats: np.ndarray) -> np.ndarray:
 
 
 def _average_spectra(envelopes: np.ndarray) -> tuple[np.ndarray, np.ndarray]:
-    """Averages over windows that overlap by half: short ones, so that a tempo may drift."""
+    """Averages over windows that overlap by half, and are short enough for a tempo that drifts."""
     num_frames = envelopes.shape[1]
     length = min(num_frames, round(_WINDOW_SECONDS * FRAME_RATE))
     num_windows = 1 + -(-2 * (num_frames - length) // length)
@@ -92,7 +92,7 @@ def _autocorrelation(envelopes: np.ndarray) -> np.ndarray:
 
 
 def _interpolated(table: np.ndarray, index: np.ndarray) -> np.ndarray:
-    """The table's values at fractional indices along its last axis; beyond its end, the last one."""
+    """Interpolates a table linearly at fractional indices along its last axis, clamped to its ends."""
     index = np.clip(index, 0, table.shape[-1] - 1.001)
     whole = index.astype(int)
     fraction = index - whole

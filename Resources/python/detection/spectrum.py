@@ -1,16 +1,16 @@
-"""Short-time spectra, which the tempo and the key are both read from."""
+"""Short-time spectra, from which both tempo and key are detected."""
 
 from collections.abc import Iterator
 
 import numpy as np
 
-RATE = 22050  # of all audio that is analysed, in Hz
+RATE = 22050  # Hz, of all audio that is analysed
 
 _SAMPLES_PER_BLOCK = 1 << 20
 
 
 def power_spectra(samples: np.ndarray, size: int, hop: int) -> Iterator[np.ndarray]:
-    """The power spectra of Hann windows around every hop-th sample, in blocks of shape (frames, size / 2 + 1)."""
+    """Yields power spectra of Hann windows, hop samples apart, in blocks of shape (frames, size / 2 + 1)."""
     window = np.hanning(size + 1)[:-1].astype(np.float32)
     frames = np.lib.stride_tricks.sliding_window_view(np.pad(samples, size // 2), size)[::hop]
     step = _SAMPLES_PER_BLOCK // size

@@ -13,10 +13,9 @@ _RELATED = (2, 1 / 2, 3 / 2, 2 / 3, 3, 1 / 3, 4 / 3, 3 / 4)
 
 
 def detect_tempo(samples: np.ndarray) -> float:
-    """The beats per minute of mono samples at spectrum.RATE: a mean, if the tempo drifts.
+    """Returns the beats per minute of mono samples at spectrum.RATE, or their mean if the tempo drifts.
 
-    Periods that onsets repeat in are candidates. Learned weights of what speaks for each choose one of them, which
-    is then measured exactly.
+    The candidates are periods at which onsets repeat. A logit model chooses one, which is then measured precisely.
     """
     envelopes = onset_envelopes(samples)
     periodicity = Periodicity.of(envelopes)
@@ -27,7 +26,10 @@ def detect_tempo(samples: np.ndarray) -> float:
 
 
 def candidates(periodicity: Periodicity) -> np.ndarray:
-    """Beat rates in Hz: those whose beats, pairs and groups of four repeat, and the related ones of the strongest."""
+    """Returns possible beat rates in Hz.
+
+    These are the rates whose beats, pairs and groups of four repeat most strongly, and simple ratios of the strongest.
+    """
     rates = _SLOWEST * 2 ** np.arange(0, np.log2(6), 1 / 70)
     repetition = periodicity.at_lags(np.array([1, 2, 4]) / rates[:, None])[-1].mean(axis=-1)
     salience = np.maximum(0, repetition) + periodicity.at_rates(rates)[-1]

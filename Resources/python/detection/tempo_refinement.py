@@ -1,18 +1,18 @@
-"""Measures a tempo that is known roughly."""
+"""Refines a tempo that is known approximately."""
 
 import numpy as np
 
 from detection.onsets import FRAME_RATE
 
-_MULTIPLES = np.array([1 / 2, 1, 2, 4])  # of the beat's rate, at which onsets repeat
+_MULTIPLES = np.array([1 / 2, 1, 2, 4])  # of the beat's rate at which onsets repeat
 _WINDOW_SECONDS = 12
-_COHERENT = 0.85  # as a share of the strength of windows by themselves: songs of constant tempo had 0.89 and more
+_COHERENT = 0.85  # relative to the strength of single windows: songs of constant tempo had 0.89 and more
 _LONGEST_LOOP_SECONDS = 30
 _LOOP_TOLERANCE = 0.05  # beats
 
 
 def refined_rate(envelope: np.ndarray, beat: float) -> float:
-    """The rate in Hz near beat at which the onset envelope repeats; a mean of windows, if the tempo drifts."""
+    """Returns the rate in Hz near beat at which the onset envelope repeats, averaged over windows if it drifts."""
     rate, strength = _strongest_rate(envelope, beat, 0.02)
     num_frames = round(_WINDOW_SECONDS * FRAME_RATE)
     if len(envelope) < 2 * num_frames:
@@ -27,14 +27,17 @@ def refined_rate(envelope: np.ndarray, beat: float) -> float:
 
 
 def snapped_to_loop(beat: float, seconds: float) -> float:
-    """The beat rate at which the recording has whole bars of four, if it is a loop as far as its length can tell."""
+    """Returns the beat rate that gives whole bars of four, if the length suggests a loop, or else beat itself."""
     num_beats = 4 * round(beat * seconds / 4)
     is_loop = seconds < _LONGEST_LOOP_SECONDS and abs(beat * seconds - num_beats) < _LOOP_TOLERANCE
     return num_beats / seconds if is_loop and num_beats > 0 else beat
 
 
 def _strongest_rate(envelope: np.ndarray, beat: float, span: float) -> tuple[float, float]:
-    """The rate within a share of span around beat where Fourier magnitudes add up to the most, and their sum."""
+    """Returns the rate from beat * (1 - span) to beat * (1 + span) with the greatest sum of Fourier magnitudes.
+
+    The second value is that sum, relative to the envelope's.
+    """
     window = np.hanning(len(envelope) + 2)[1:-1]
     fft_size = 16 << len(envelope).bit_length()
     magnitudes = np.abs(np.fft.rfft((envelope - np.average(envelope, weights=window)) * window, fft_size))

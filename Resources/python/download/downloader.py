@@ -1,4 +1,4 @@
-"""Finds the one song behind a link and downloads it, by yt-dlp, in words that a user understands."""
+"""Finds and downloads the song at a link with yt-dlp, whose errors become sentences that a user understands."""
 
 import functools
 import os
@@ -11,34 +11,34 @@ from typing import Any
 
 import worker
 
-# A server may be silent for this long, and a connection may break this often, before a download fails.
+# How long a server may stay silent, and how often a broken connection is tried again, before a download fails.
 TIMEOUT_SECONDS = 15
 RETRIES = 2
 
-# More entries of a playlist are not looked at.
-_MOST_ENTRIES = 100
+# Later entries of a playlist are ignored.
+_MAX_ENTRIES = 100
 
-# yt-dlp's record of a song, or of a download's progress. yt-dlp itself takes long to import: functions do it.
+# yt-dlp's description of a song, or of a download's progress. Only functions import yt-dlp, which takes long.
 Record = dict[str, Any]
 
 if sys.platform == "linux":
-    # yt-dlp runs sites' scripts in a process of its own, which would outlive a worker that is killed.
+    # yt-dlp runs sites' scripts in a child process, which would outlive a worker that is killed.
     subprocess.Popen.__init__ = functools.partialmethod(  # type: ignore[method-assign,assignment]
         subprocess.Popen.__init__, preexec_fn=functools.partial(worker.begin_child, os.getpid())
     )
 
 
 class Downloader:
-    """Downloads into the working folder: in the path of any other, yt-dlp would replace what looks like a variable.
+    """Downloads into the working folder: in any other path yt-dlp would expand what looks like a variable.
 
-    on_progress is called with a record of each step. Every failure is a WorkerError, or an OSError of the disk's.
+    Calls on_progress with yt-dlp's record of each step. Every failure is a WorkerError, or an OSError from the disk.
     """
 
     def __init__(self, on_progress: Callable[[Record], None]) -> None:
-        os.environ["YTDLP_NO_PLUGINS"] = "1"  # no song may depend on what a user has installed for yt-dlp
+        os.environ["YTDLP_NO_PLUGINS"] = "1"  # a user's plugins must not change the result
         from yt_dlp import YoutubeDL
 
-        # Those of Linux are named by surroundings.py, and those of Windows found by Python.
+        # On Linux surroundings.py names the certificates; on Windows Python finds them.
         names_certificates = "SSL_CERT_FILE" in os.environ or "SSL_CERT_DIR" in os.environ
         self._yt_dlp = YoutubeDL(
             {
@@ -46,12 +46,12 @@ class Downloader:
                 "external_downloader": {"default": "native"},
                 "extract_flat": "in_playlist",
                 "fixup": "never",
-                "format": "bestaudio/best/bestvideo",  # a video without sound is refused later, by a sentence
+                "format": "bestaudio/best/bestvideo",  # a video without sound is rejected later, with a reason
                 "fragment_retries": RETRIES,
                 "logger": _Silence(),
                 "noplaylist": True,
                 "outtmpl": "download.%(ext)s",
-                "playlist_items": f":{_MOST_ENTRIES}",
+                "playlist_items": f":{_MAX_ENTRIES}",
                 "progress_hooks": [on_progress],
                 "retries": RETRIES,
                 "skip_unavailable_fragments": False,
@@ -60,7 +60,7 @@ class Downloader:
         )
 
     def find(self, url: str) -> Record:
-        """Returns the song of a page, or of a playlist that holds no other. Nothing is downloaded yet."""
+        """Returns the song of a page, or the only one in a playlist, without downloading it."""
         song = _explaining(self._yt_dlp.extract_info, url, download=False)
         while "entries" in song:
             song = _only_song(song["entries"])
@@ -72,21 +72,21 @@ class Downloader:
         if not _may_have_audio(song):
             raise worker.WorkerError("The video at this link has no sound: give a link to another one.")
         if song.get("extractor_key") == "HTML5MediaEmbed":
-            song["title"] = re.sub(r" \(\d+\)$", "", song["title"])  # players are numbered even if there is only one
+            song["title"] = re.sub(r" \(\d+\)$", "", song["title"])  # yt-dlp numbers even a single player
         return song
 
     def fetch(self, song: Record) -> str:
-        """Downloads what find has found, and returns the file's path."""
+        """Downloads the song that find has returned, and returns the file's path."""
         from yt_dlp.utils import MEDIA_EXTENSIONS
 
         if song["ext"] not in (*MEDIA_EXTENSIONS.audio, *MEDIA_EXTENSIONS.video):
-            song["ext"] = "unknown_video"  # a link may end in anything, such as php, which yt-dlp refuses
+            song["ext"] = "unknown_video"  # yt-dlp refuses extensions such as php
         _explaining(self._yt_dlp.process_info, song)
         return song["filepath"]
 
 
 class _Silence:
-    """Keeps yt-dlp's own lines from the program: its errors come as exceptions."""
+    """Discards yt-dlp's log: its errors arrive as exceptions."""
 
     def debug(self, message: str) -> None: ...
 
@@ -99,7 +99,7 @@ def _only_song(entries: list[Record]) -> Record:
         return songs[0]
     if not songs:
         raise worker.WorkerError("No song was found at this link: give a link to a page that plays one.")
-    number = len(songs) if len(entries) < _MOST_ENTRIES else f"{_MOST_ENTRIES} or more"
+    number = len(songs) if len(entries) < _MAX_ENTRIES else f"{_MAX_ENTRIES} or more"
     raise worker.WorkerError(f"There are {number} songs at this link: give a link to one of them.")
 
 
@@ -117,17 +117,17 @@ def _explaining(action: Callable[..., Record], *arguments: object, **options: ob
 
 
 def _explained(error: Exception) -> Exception:
-    """The sentence for the user, by the classes of the error and its causes, or else by what yt-dlp says."""
+    """Returns the error to raise: a sentence chosen by the causes' types, an OSError, or yt-dlp's own message."""
     from yt_dlp.networking.exceptions import CertificateVerifyError, HTTPError, IncompleteRead, TransportError
     from yt_dlp.utils import ExtractorError, GeoRestrictedError, UnsupportedError
 
     sentences = {
         UnsupportedError: "No song was found at this link: give a link to a page or a file that plays one.",
         GeoRestrictedError: "The site does not offer this song in your country: look for it on another site.",
-        CertificateVerifyError: "The site could not prove who it is: check the link, and this computer's date.",
+        CertificateVerifyError: "The site could not prove its identity: check the link, and this computer's date.",
         TimeoutError: "The server did not answer in time: check your connection and try again.",
         socket.gaierror: "The server was not found: check the link and your connection.",
-        IncompleteRead: "The server broke off in the middle: try again.",
+        IncompleteRead: "The server closed the connection too early: try again.",
         TransportError: "The server could not be reached: check the link and your connection.",
     }
     causes = list(_causes(error))
@@ -144,12 +144,12 @@ def _explained(error: Exception) -> Exception:
         if isinstance(cause, ExtractorError) and cause.expected:
             return worker.WorkerError(f'The site says "{_gist(cause.orig_msg)}".')
         if isinstance(cause, ExtractorError):
-            return worker.WorkerError(f"The page was not understood ({_gist(cause.orig_msg)}): try another link.")
-    return worker.WorkerError(f"The download broke off ({_gist(str(error))}): check your connection and try again.")
+            return worker.WorkerError(f"The page could not be read ({_gist(cause.orig_msg)}): try another link.")
+    return worker.WorkerError(f"The download failed ({_gist(str(error))}): check your connection and try again.")
 
 
 def _causes(error: BaseException) -> Iterator[BaseException]:
-    """The error and what has led to it, as yt-dlp and urllib hand it on: the root comes last."""
+    """Yields the error and its causes, as yt-dlp and urllib chain them, the root cause last."""
     from yt_dlp.utils import DownloadError, UnavailableVideoError
 
     cause: object = error
@@ -163,17 +163,17 @@ def _causes(error: BaseException) -> Iterator[BaseException]:
 
 def _http_sentence(status: int) -> str:
     sentences = {
-        401: "The site wants a login for this song (HTTP 401): look for it on another site.",
+        401: "The site requires a login for this song (HTTP 401): look for it on another site.",
         403: "The site refuses access to this song (HTTP 403): try again later, or look for it on another site.",
-        404: "There is nothing at this link (HTTP 404): check it for mistakes.",
+        404: "There is nothing at this link (HTTP 404): check it for typos.",
         410: "The song is no longer at this link (HTTP 410): look for it on another site.",
-        429: "The site was asked too often (HTTP 429): wait a while and try again.",
+        429: "The site has received too many requests (HTTP 429): wait a while and try again.",
     }
     return sentences.get(status, f"The server could not deliver this song (HTTP {status}): try again later.")
 
 
 def _gist(message: str) -> str:
-    """A message of yt-dlp's without its marks, and without its advice on options that the user does not have."""
+    """Strips yt-dlp's message of its prefixes, and of advice on options that the user does not have."""
     from yt_dlp.utils import remove_terminal_sequences
 
     text = " ".join(remove_terminal_sequences(message).split())

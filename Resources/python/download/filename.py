@@ -1,19 +1,19 @@
-"""Names from the web, made safe for every file system."""
+"""Turns titles from the web into file names that every file system accepts."""
 
 import unicodedata
 
-MAX_BYTES = 180  # file systems stop at 255: this leaves room for what the program adds
+MAX_BYTES = 180  # of the 255 that file systems allow: the program adds to the name
 
-# What Windows keeps for devices, with any extension behind it.
+# Reserved by Windows for devices, with or without an extension.
 _DEVICES = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"} | {
     name + digit for name in ("COM", "LPT") for digit in "0123456789¹²³"
 }
-# What file systems forbid, and what reads alike.
+# Characters that file systems forbid, and their replacements.
 _READABLE = {"/": "-", "\\": "-", "|": "-", ": ": " - ", ":": "-", '"': "'", "<": "(", ">": ")", "?": "", "*": ""}
 
 
 def safe_name(title: str) -> str:
-    """Turns a title into a file name without its extension, as close to the title as can be."""
+    """Returns a file name without an extension, as close to the title as possible."""
     text = unicodedata.normalize("NFC", " ".join(title.split()))
     text = "".join(character for character in text if not unicodedata.category(character).startswith("C"))
     for forbidden, readable in _READABLE.items():
@@ -27,7 +27,7 @@ def safe_name(title: str) -> str:
 
 
 def _cut(text: str) -> str:
-    """Cuts at a length in UTF-8, but neither within a character nor between one and its accents."""
+    """Limits the length in UTF-8, but keeps characters whole and their accents attached."""
     kept = text.encode()[:MAX_BYTES].decode(errors="ignore")
     while kept != text and unicodedata.combining(text[len(kept)]):
         kept = kept[:-1]

@@ -1,7 +1,7 @@
-"""Gives each worker on Linux an environment with its packages, in the user's cache.
+"""Installs each worker's packages on Linux, in an environment of its own in the user's cache.
 
-uv run could install them, too, but it would show no progress, and it cannot choose among the builds of PyTorch: the
-package index has the one for NVIDIA's GPUs, which is several gigabytes. So markers keep the packages from uv run.
+"uv run" would show no progress and cannot choose a build of PyTorch: it would take the package index's, for NVIDIA
+GPUs, which is several gigabytes. So markers in the workers' metadata hide the packages from it.
 """
 
 import hashlib
@@ -25,24 +25,23 @@ import worker
 from installation import uv_tool
 from installation.setup_progress import SetupProgress
 
-# Names the environment that a process has been restarted in, so that it is not restarted for ever.
+# Names the environment in which the process has been restarted, so that it cannot restart forever.
 _ENTERED = "KELVANE_ENTERED_ENVIRONMENT"
 
-# Where packages come from is up to a user who sets one of these.
+# A user who sets one of these chooses where packages come from.
 _USERS_SOURCES = ("UV_DEFAULT_INDEX", "UV_EXTRA_INDEX_URL", "UV_FIND_LINKS", "UV_INDEX", "UV_INDEX_URL")
 
-# PyTorch's own index does not say when a file was uploaded, and uv refuses files without a date. The versions of
-# these packages are bounded by torch's instead.
+# PyTorch's own index gives no upload dates, and uv rejects files without one. The bounds of torch apply instead.
 _UNDATED = ("pytorch-triton-rocm", "pytorch-triton-xpu", "torch", "triton", "triton-rocm", "triton-xpu")
 
 _NVIDIA_TRACES = ("/proc/driver/nvidia/version", "/usr/lib/wsl/lib/libcuda.so.1")
 
 
 def enter(script: Path, progress: SetupProgress | None = None) -> None:
-    """Restarts the process in the script's environment, which is made if it is missing.
+    """Restarts the process in the script's environment, which is created if necessary.
 
-    Returns if the process runs in it already, and where packages are not Kelvane's to install: on other systems, and
-    if the user has chosen the interpreter instead of uv. Raises WorkerError if the environment could not be made.
+    Returns if the process already runs in it, and where Kelvane does not install packages: on other systems, and with
+    an interpreter that the user has chosen instead of uv. Raises WorkerError if the environment cannot be created.
     """
     if _is_new_python_on_intel_mac() and _Requirements.read(script).include_torch():
         raise worker.WorkerError(
@@ -67,11 +66,11 @@ def enter(script: Path, progress: SetupProgress | None = None) -> None:
 @dataclass(frozen=True)
 class _Requirements:
     packages: list[str]
-    day: str  # what was uploaded later is ignored
+    day: str  # ignores later uploads
 
     @staticmethod
     def read(script: Path) -> "_Requirements":
-        """Reads the block at the script's top, without the markers."""
+        """Reads the metadata at the top of the script, without the markers."""
         _, _, text = script.read_text(encoding="utf-8").partition("# /// script\n")
         block, _, _ = text.partition("# ///\n")
         metadata = tomllib.loads(re.sub("^# ?", "", block, flags=re.MULTILINE))
@@ -79,7 +78,7 @@ class _Requirements:
         return _Requirements(packages, metadata["tool"]["uv"]["exclude-newer"])
 
     def key(self) -> str:
-        """Differs for other packages and for a Python that takes other binaries."""
+        """Identifies the packages and the Python ABI that they are installed for."""
         python = str(sysconfig.get_config_var("SOABI"))
         return hashlib.sha256("\n".join([*self.packages, self.day, python]).encode()).hexdigest()[:12]
 
@@ -88,9 +87,9 @@ class _Requirements:
 
 
 class Environment:
-    """A script's environment: a folder that is complete or missing, and never changed once it is there.
+    """A script's environment: a folder that is complete or missing, and never changes.
 
-    Whoever uses it shares the lock on the file beside it, and whoever makes or deletes it holds that lock alone.
+    Processes that use it hold a shared lock on the file beside it. Creating or deleting it takes an exclusive lock.
     """
 
     def __init__(self, script: Path) -> None:
@@ -100,10 +99,10 @@ class Environment:
         self.python = self.folder / "bin" / "python"
 
     def is_ready(self) -> bool:
-        return self.python.exists()  # a link: its interpreter may have been removed from the system
+        return self.python.exists()  # false for a link whose interpreter was removed
 
     def num_bytes_to_fetch(self) -> int | None:
-        """Returns the size of the packages, some of which uv may have already, or None if it cannot be told."""
+        """Returns the size of the packages, including those in uv's cache, or None if it is unknown."""
         uv = uv_tool.Uv(self._scripts)
         command = ["pip", "compile", "-", "--python", sys.executable, "--format", "pylock.toml", "--quiet"]
         command += ["--exclude-newer", self._requirements.day]
@@ -116,9 +115,9 @@ class Environment:
         return None
 
     def provide(self, progress: SetupProgress) -> Path:
-        """Returns the interpreter of the environment, which is made if it is missing.
+        """Returns the interpreter of the environment, which is created if necessary.
 
-        Raises WorkerError if it could not be made.
+        Raises WorkerError if it cannot be created.
         """
         while not self.is_ready():
             with file_lock.take(self._lock_file(), on_wait=progress.wait) as lock:
@@ -128,7 +127,7 @@ class Environment:
         return self.python
 
     def hold(self) -> bool:
-        """Keeps the environment until this process, or what it becomes, has ended. Returns False if it has gone."""
+        """Keeps the environment for the life of this process, even after exec. Returns False if it is missing."""
         with file_lock.take(self._lock_file(), shared=True) as lock:
             if not self.is_ready():
                 return False
@@ -141,16 +140,16 @@ class Environment:
     def _make(self, lock: int, progress: SetupProgress) -> None:
         part = self.folder.with_suffix(".part")
         uv = uv_tool.Uv(self._scripts, (lock,))
-        progress.step("Preparing what is needed, which happens once")
-        if part.exists():  # left by an installation that was cut off
+        progress.step("Installing packages (only needed once)")
+        if part.exists():  # left by an interrupted installation
             shutil.rmtree(part)
             uv.remove_leftovers()
         try:
             uv.run("venv", "--quiet", "--python", sys.executable, part)
             self._install(uv, part / "bin" / "python", progress)
             (part / surroundings.RECEIPT).write_text("\n".join([*self._requirements.packages, ""]))
-            os.sync()  # the new name must not survive a power cut without the contents
-            shutil.rmtree(self.folder, ignore_errors=True)  # it has lost its interpreter
+            os.sync()  # a power cut must not leave the final name on incomplete contents
+            shutil.rmtree(self.folder, ignore_errors=True)  # one without its interpreter
             part.rename(self.folder)
         finally:
             shutil.rmtree(part, ignore_errors=True)
@@ -160,18 +159,18 @@ class Environment:
         command += self._requirements.packages
         *fitting, ordinary = self._alternatives()
         if fitting:
-            progress.step("Looking for the build of PyTorch that fits this machine")
+            progress.step("Looking for the build of PyTorch for this machine")
         options = next((options for options in fitting if _resolves(uv, *command, *options)), ordinary)
         has_fallen_back = bool(fitting) and options is ordinary
         if has_fallen_back:
-            progress.notice("The build of PyTorch that fits this machine is out of reach: fetching the ordinary one")
+            progress.notice("The build of PyTorch for this machine is unavailable: fetching the standard one")
         progress.step("Fetching packages")
         uv.fetch(*command, *options, on_progress=partial(progress.amount, "Fetching packages"))
         if has_fallen_back:
-            progress.notice(f"To look for the fitting build again later, delete {self.folder}")
+            progress.notice(f"To try again later, delete {self.folder}")
 
     def _alternatives(self) -> list[list[str]]:
-        """Returns uv's options for the builds to try, best first. The last is to be taken without a trial."""
+        """Returns uv's options for the builds to try, best first. The last one is used without a trial."""
         if not self._requirements.include_torch():
             return [[]]
         undated = [f"--exclude-newer-package={name}=false" for name in _UNDATED]
@@ -182,7 +181,7 @@ class Environment:
         return [[*undated, f"--torch-backend={'auto' if _has_nvidia_driver() else 'cpu'}"], []]
 
     def _sweep(self) -> None:
-        """Deletes older environments of the script that nobody uses, and what cut-off installations left of them."""
+        """Deletes unused older environments of the script, and the remains of interrupted installations."""
         name, _, _ = self.folder.name.rpartition("-")
         for lock_file in self.folder.parent.glob(f"{name}-*.lock"):
             if lock_file == self._lock_file():
@@ -197,7 +196,7 @@ class Environment:
 
 
 def _resolves(uv: uv_tool.Uv, *command: str | Path) -> bool:
-    """Tries a command without its effect. Raises UvError if it fails for a reason that would stop any other, too."""
+    """Tries a command as a dry run. Raises UvError if it fails for a reason that no other build would avoid."""
     try:
         uv.run(*command, "--dry-run", "--quiet", environment=_impatient())
     except uv_tool.UvError as error:
@@ -208,10 +207,10 @@ def _resolves(uv: uv_tool.Uv, *command: str | Path) -> bool:
 
 
 def _size(wheel: dict[str, Any]) -> int | None:
-    """Returns the size of a file in bytes, as the index says, or else the server; PyTorch's index says none."""
+    """Returns a file's size in bytes from the index, or else from the server: PyTorch's index gives none."""
     if "size" in wheel or "url" not in wheel:
-        return wheel.get("size", 0)  # a file without an address is on this machine
-    import urllib.request  # takes long to import, and is needed seldom
+        return wheel.get("size", 0)  # no URL means a local file
+    import urllib.request  # rarely needed and slow to import
 
     request = urllib.request.Request(wheel["url"], method="HEAD")
     try:
@@ -230,5 +229,5 @@ def _is_new_python_on_intel_mac() -> bool:
 
 
 def _has_nvidia_driver() -> bool:
-    """Returns whether uv has a driver to fit a build to. Left alone, it would also choose one for Intel's graphics."""
+    """Returns True if there is a driver to choose a build for: uv's automatic choice would also consider Intel GPUs."""
     return bool(os.environ.get("UV_CUDA_DRIVER_VERSION")) or any(map(os.path.exists, _NVIDIA_TRACES))

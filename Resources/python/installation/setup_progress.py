@@ -1,4 +1,4 @@
-"""Shows what a worker fetches and installs before it can begin its own work, which may take minutes."""
+"""Shows the progress of fetching and installing, which may take minutes before a worker can begin."""
 
 import time
 
@@ -8,9 +8,9 @@ _INTERVAL_SECONDS = 0.25
 
 
 class SetupProgress:
-    """Prints a line for each step, and while a download is under way a bar as well, for the program to move its own.
+    """Prints a line for each step and, during a download, the position of the program's progress bar.
 
-    The program shows a line by its tag: "[setup]" while it waits for stems, "[download]" while it waits for a song.
+    The program shows lines by their tag: "[setup]" while it waits for stems, "[download]" while it waits for a song.
     """
 
     def __init__(self, tag: str = "[setup]") -> None:
@@ -21,15 +21,15 @@ class SetupProgress:
         worker.say(f"{self._tag} {text}")
 
     def wait(self) -> None:
-        self.step("Waiting for another Kelvane, which is fetching the same")
+        self.step("Waiting for another Kelvane to finish the same download")
 
     def notice(self, text: str) -> None:
-        """Prints a line that a preparation keeps on the screen."""
+        """Prints a line that stays on the screen when everything is fetched in advance."""
         worker.say(f"[plan] {text}")
         self.step(text)
 
     def amount(self, text: str, num_arrived: int, num_needed: int) -> None:
-        """Prints how many bytes have arrived of how many, but at most a few times a second until they are complete."""
+        """Prints the bytes that have arrived and the bytes needed, at most a few times a second until complete."""
         if time.monotonic() < self._next_time and num_arrived < num_needed:
             return
         self._next_time = time.monotonic() + _INTERVAL_SECONDS

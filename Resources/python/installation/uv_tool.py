@@ -1,4 +1,4 @@
-"""Runs uv for a worker: reports how much of a download has arrived, and explains failures."""
+"""Runs uv for a worker, reports the progress of downloads and explains failures."""
 
 import codecs
 import errno
@@ -15,28 +15,27 @@ from pathlib import Path
 
 import worker
 
-# Receives the bytes that have arrived and the bytes known to be needed.
+# Called with the bytes that have arrived and the bytes known to be needed.
 OnProgress = Callable[[int, int], None]
 
 
 class Cause(Enum):
-    """Why uv failed, as far as it matters to the user, with the sentence that says what to do."""
+    """The causes of uv's failures that matter to the user, each with the sentence that says what to do."""
 
-    DISK_FULL = "The disk is full: free some space and try again. What has been fetched is kept."
-    NOT_WRITABLE = "uv could not write to the place that it names above: make it writable and try again."
+    DISK_FULL = "The disk is full: free some space and try again. Finished downloads are kept."
+    NOT_WRITABLE = "uv could not write to the path named above: make it writable and try again."
     CERTIFICATE = (
-        "The package server could not prove who it is: check this computer's date, or install the certificate "
+        "The package server could not prove its identity: check this computer's date, or install the certificate "
         "authority of your network."
     )
     NETWORK = (
-        "The packages could not be fetched: check your internet connection and try again. What has been fetched "
-        "is kept."
+        "The packages could not be fetched: check your internet connection and try again. Finished downloads are kept."
     )
-    OTHER = "uv could not install the packages, for the reason that it gives above: update uv and try again."
+    OTHER = "uv could not install the packages, for the reason given above: update uv and try again."
 
 
 class UvError(worker.WorkerError):
-    """uv failed. The text is what uv said and, as its last line, the sentence of the cause."""
+    """A failure of uv. Its text is uv's output, followed by the sentence of its cause."""
 
     def __init__(self, words: str) -> None:
         self.cause = _cause(words)
@@ -44,22 +43,22 @@ class UvError(worker.WorkerError):
 
 
 def path() -> str:
-    """Returns the path of the uv that has started this process. Raises WorkerError if it cannot be found."""
+    """Returns the path of the uv that started this process. Raises WorkerError if it is not found."""
     if named := os.environ.get("UV"):
         return named
-    with suppress(OSError):  # uv before 0.6 does not set the variable, and no uv does where /proc cannot be read
+    with suppress(OSError):  # uv before 0.6 does not set UV; /proc may be unreadable
         parent = os.readlink(f"/proc/{os.getppid()}/exe")
         if os.path.basename(parent).startswith("uv"):
             return parent
     if found := os.environ.get("KELVANE_UV") or shutil.which("uv"):
         return found
-    raise worker.WorkerError("uv cannot be found: let the environment variable KELVANE_UV name it.")
+    raise worker.WorkerError("uv was not found: set the environment variable KELVANE_UV to its path.")
 
 
 class Uv:
     """Runs uv with the configuration beside the scripts instead of the working folder's.
 
-    Every uv that this starts ends with this process, and inherits the given descriptors.
+    Each uv ends with this process and inherits the given file descriptors.
     """
 
     def __init__(self, scripts: Path, descriptors: tuple[int, ...] = ()) -> None:
@@ -68,7 +67,7 @@ class Uv:
         self._descriptors = descriptors
 
     def run(self, *arguments: str | Path, text: str = "", environment: dict[str, str] | None = None) -> str:
-        """Runs uv with the text as its input and returns what it prints. Raises UvError."""
+        """Runs uv with text as its input and returns its output. Raises UvError."""
         done = subprocess.run(
             self._command(arguments),
             input=text,
@@ -84,7 +83,7 @@ class Uv:
 
     def fetch(self, *arguments: str | Path, on_progress: OnProgress) -> None:
         """Runs a uv command that downloads. Raises UvError."""
-        # uv draws progress bars only on a terminal, so it gets one.
+        # uv draws progress bars only on a terminal.
         environment = os.environ | {"NO_COLOR": "1", "TERM": "xterm", "COLUMNS": "120"}
         reader, writer = _terminal()
         process = subprocess.Popen(
@@ -105,9 +104,9 @@ class Uv:
         screen.finish()
 
     def remove_leftovers(self) -> None:
-        """Deletes what killed processes of uv have left in its cache, which it never does itself, if no other uv runs.
+        """Deletes temporary folders of killed uv processes from uv's cache, unless another uv is running.
 
-        An installation that was cut off leaves up to a gigabyte.
+        uv never does. An interrupted installation leaves up to a gigabyte.
         """
         if sys.platform != "linux" or _is_other_uv_running():
             return
@@ -126,14 +125,14 @@ class Uv:
 def _is_other_uv_running() -> bool:
     own = str(os.getppid())
     for name in Path("/proc").glob("[0-9]*/comm"):
-        with suppress(OSError):  # it has ended meanwhile
+        with suppress(OSError):  # it has just ended
             if name.parent.name != own and name.read_text().strip() == "uv":
                 return True
     return False
 
 
 def _terminal() -> tuple[int, int]:
-    """Returns two descriptors, to read from and to write to: a pseudoterminal, or a pipe where there is none."""
+    """Returns file descriptors to read from and to write to: of a pseudoterminal or, if there is none, a pipe."""
     try:
         import termios
 
@@ -148,7 +147,7 @@ def _read(descriptor: int) -> bytes:
     try:
         return os.read(descriptor, 1 << 16)
     except OSError as error:
-        if error.errno == errno.EIO:  # how a pseudoterminal says that its other end is closed
+        if error.errno == errno.EIO:  # the other end of a pseudoterminal was closed
             return b""
         raise
 
@@ -157,13 +156,13 @@ _UNITS = {"B": 1, "KiB": 1 << 10, "MiB": 1 << 20, "GiB": 1 << 30}
 
 
 class _Screen:
-    """Reads the bars that uv draws: a frame is a heading and a line for each download that is under way."""
+    """Parses uv's progress bars: frames of a heading and one line for each running download."""
 
     _HEADING = "Preparing packages..."
     _BAR = re.compile(r"(\S+)\s+-+\s+([\d.]+) (\w+)/([\d.]+) (\w+)")
     _SEQUENCE = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]")
     _DRAWING = re.compile(r"[\u2800-\u28ff]|[█░]{4}|-{8}")
-    _SPINNER_BEFORE_ERROR = re.compile(r"^[\u2800-\u28ff].*?(?=error: )")  # uv does not always begin a line
+    _SPINNER_BEFORE_ERROR = re.compile(r"^[\u2800-\u28ff].*?(?=error: )")  # uv may not start a new line
 
     def __init__(self, on_progress: OnProgress) -> None:
         self._decoder = codecs.getincrementaldecoder("utf-8")(errors="replace")
@@ -184,13 +183,13 @@ class _Screen:
         self._on_progress(arrived, sum(self._sizes.values()))
 
     def finish(self) -> None:
-        """Reports that all has arrived: uv takes a bar away before it is full."""
+        """Reports that everything has arrived: uv removes a bar before it is full."""
         num_needed = sum(self._sizes.values())
         if num_needed:
             self._on_progress(num_needed, num_needed)
 
     def words(self) -> str:
-        """Returns what uv has said since the last frame, without what it has drawn."""
+        """Returns uv's messages since the last frame, without its drawings."""
         lines = re.split(r"[\r\n]+", self._SEQUENCE.sub("\n", self._text))
         said = (self._SPINNER_BEFORE_ERROR.sub("", line).rstrip() for line in lines)
         kept = (line for line in said if line and not self._DRAWING.search(line))
@@ -201,7 +200,7 @@ class _Screen:
 
 
 def _cause(words: str) -> Cause:
-    words = " ".join(words.split())  # uv wraps them to fit its terminal
+    words = " ".join(words.split())  # uv wraps lines at the terminal's width
     codes = {int(code) for code in re.findall(r"os error (\d+)", words)}
     if codes & {errno.ENOSPC, errno.EDQUOT}:
         return Cause.DISK_FULL

@@ -1,4 +1,4 @@
-"""Runs work beside the work that produces it."""
+"""Runs one stage of work while the stage before it continues."""
 
 from collections.abc import Callable
 from concurrent.futures import Future, ThreadPoolExecutor
@@ -6,14 +6,14 @@ from types import TracebackType
 
 
 class Background:
-    """A thread for one call at a time. A new call waits for the one before, so that no more than two pile up."""
+    """A thread that runs one call at a time. A new call waits for the previous one, so that calls never pile up."""
 
     def __init__(self) -> None:
         self._pool = ThreadPoolExecutor(1)
         self._running: Future[None] | None = None
 
     def run(self, call: Callable[..., None], *arguments: object) -> None:
-        """Raises what the call before has raised."""
+        """Starts a call. Raises the previous call's exception, if there was one."""
         self._wait()
         self._running = self._pool.submit(call, *arguments)
 

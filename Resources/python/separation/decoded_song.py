@@ -1,4 +1,4 @@
-"""A decoded song of any length, which lies on disk while it is separated."""
+"""A decoded song of any length, stored on disk while it is separated."""
 
 import hashlib
 import tempfile
@@ -20,14 +20,14 @@ _BATCH = 1 << 18  # frames
 
 
 class DecodedSong:
-    """Stereo floats at 44.1 kHz. The file has no name, so it is gone when the process is, however that ends.
+    """Stereo floats at 44.1 kHz, in a nameless file that disappears with the process, however it ends.
 
-    digest is the same for the same samples, whatever file they come from.
+    digest depends on the samples alone, not on the file that they come from.
     """
 
     def __init__(self, path: str, folder: Path) -> None:
         """Decodes a file into the folder. Raises WorkerError if nothing can be decoded."""
-        self._file = tempfile.TemporaryFile(dir=folder)  # noqa: SIM115  # needed as long as the song
+        self._file = tempfile.TemporaryFile(dir=folder)  # noqa: SIM115  # open as long as the song
         digest = hashlib.sha256()
 
         def store(samples: bytes) -> None:
@@ -42,7 +42,7 @@ class DecodedSong:
         self.num_samples = self._file.tell() // _FRAME_SIZE
 
     def read(self, start: int, end: int) -> "np.ndarray":
-        """Samples of shape (2, end - start)."""
+        """Returns samples of shape (2, end - start)."""
         import numpy as np
 
         self._file.seek(start * _FRAME_SIZE)
@@ -50,7 +50,7 @@ class DecodedSong:
         return np.array(interleaved.reshape(-1, 2).T, order="C")
 
     def normalization(self) -> "tuple[np.float32, np.float32]":
-        """Mean and deviation of the two channels' mean, as Demucs takes them, over the whole song."""
+        """Returns the mean and standard deviation of the whole song in mono, as Demucs computes them."""
         import numpy as np
 
         total = squares = 0.0
@@ -64,7 +64,7 @@ class DecodedSong:
 
 
 def _batches(path: str) -> Iterator[bytes]:
-    """Interleaved samples. Those that are no numbers become silence."""
+    """Yields interleaved samples, with silence in place of NaN and infinity."""
     import numpy as np
 
     blocks, num_samples = [], 0

@@ -1,4 +1,4 @@
-"""Runs Demucs over a song of any length, in memory that does not grow with it."""
+"""Runs Demucs on a song of any length, in constant memory."""
 
 from collections.abc import Iterator
 from typing import TYPE_CHECKING
@@ -15,9 +15,9 @@ _OVERLAP = 0.25  # of a chunk, as in Demucs' own command
 
 
 def separate(model: "BagOfModels", song: DecodedSong) -> "Iterator[torch.Tensor]":
-    """Yields the stems from start to end, in tensors of shape (stems, 2, samples), one for each chunk of the song.
+    """Yields consecutive parts of the stems, in tensors of shape (stems, 2, samples).
 
-    They are those of Demucs' own command without random shifts. Runs on a GPU where there is one.
+    The result equals that of Demucs' own command without random shifts. Uses a GPU if there is one.
     """
     import torch
 
@@ -26,7 +26,7 @@ def separate(model: "BagOfModels", song: DecodedSong) -> "Iterator[torch.Tensor]
     chunk_size = int(model.samplerate * model.models[0].segment)
     stride = int((1 - _OVERLAP) * chunk_size)
     fading = _fading_weights(chunk_size)
-    tail, tail_weights = torch.zeros(0), torch.zeros(0)  # of the chunk before, beyond its stride
+    tail, tail_weights = torch.zeros(0), torch.zeros(0)  # of the previous chunk, beyond its stride
 
     for start in range(0, song.num_samples, stride):
         length = min(chunk_size, song.num_samples - start)
@@ -40,7 +40,7 @@ def separate(model: "BagOfModels", song: DecodedSong) -> "Iterator[torch.Tensor]
 
 
 def _fading_weights(size: int) -> "torch.Tensor":
-    """A triangle, whose maximum is 1."""
+    """Returns a triangular window with a peak of 1."""
     import torch
 
     rising = torch.arange(1, size // 2 + 1)
@@ -51,7 +51,7 @@ def _fading_weights(size: int) -> "torch.Tensor":
 def _chunk(
     song: DecodedSong, start: int, length: int, padded_length: int, mean: float, deviation: float
 ) -> "TensorChunk":
-    """A normalized chunk, with as much of the song around it as Demucs pads it with."""
+    """Returns a normalized chunk, with the samples around it that Demucs uses as padding."""
     import torch
     from demucs.apply import TensorChunk
 
@@ -63,29 +63,29 @@ def _chunk(
 
 
 class _Network:
-    """Runs the model chunk by chunk, on a GPU until that fails."""
+    """Runs the model chunk by chunk, on a GPU until one fails there."""
 
     def __init__(self, model: "BagOfModels") -> None:
         import torch
 
-        if hasattr(torch.backends, "mha"):  # not in the last torch for Intel Macs
-            torch.backends.mha.set_fastpath_enabled(False)  # slower than the fused attention behind it
+        if hasattr(torch.backends, "mha"):  # missing from the last torch for Intel Macs
+            torch.backends.mha.set_fastpath_enabled(False)  # slower than the fused attention used otherwise
         self._model = model
         self._use(_gpu() or "cpu")
 
     def run(self, chunk: "TensorChunk") -> "torch.Tensor":
-        """The chunk's stems, of shape (stems, 2, samples), on the CPU."""
+        """Returns the chunk's stems, of shape (stems, 2, samples), in the CPU's memory."""
         if self._device != "cpu":
             try:
                 return self._run(chunk)
-            except RuntimeError as error:  # out of memory above all, or a GPU that this torch does not know
+            except RuntimeError as error:  # most often out of memory, or a GPU that this torch does not support
                 reason = str(error).partition("\n")[0]
                 worker.say(f"The GPU failed, so the CPU continues ({reason})")
             self._use("cpu")
         try:
             return self._run(chunk)
         except RuntimeError as error:
-            if "you tried to allocate" in str(error):  # torch has no type for it
+            if "you tried to allocate" in str(error):  # torch raises no specific type
                 raise MemoryError from error
             raise
 
@@ -105,7 +105,7 @@ class _Network:
     def _run(self, chunk: "TensorChunk") -> "torch.Tensor":
         from demucs.apply import apply_model
 
-        self._model.to(self._device)  # once: Demucs would move it there and back for each chunk
+        self._model.to(self._device)  # stays there: Demucs would move it for each chunk
         return apply_model(self._model, chunk, shifts=0, split=False, device=self._device)[0].cpu()
 
 

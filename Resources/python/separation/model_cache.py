@@ -1,4 +1,4 @@
-"""Gets Demucs' models out of the hub's cache, and into it where they are missing."""
+"""Loads Demucs' models from the hub's cache, and fetches those that are missing."""
 
 import os
 import ssl
@@ -10,11 +10,11 @@ import file_lock
 import worker
 from installation.setup_progress import SetupProgress
 
-# The hub's client reads these when it is imported. Plain HTTP gives up soon where there is no network.
+# The hub's client reads these when it is imported. Plain HTTP, unlike Xet, fails soon without a network.
 os.environ.setdefault("HF_HUB_DISABLE_TELEMETRY", "1")
 os.environ.setdefault("HF_HUB_DISABLE_XET", "1")
 
-_MIN_SHOWN_SIZE = 100_000  # bytes: a file that is there at once needs no bar
+_MIN_SHOWN_SIZE = 100_000  # bytes: a smaller file arrives at once
 
 if TYPE_CHECKING:
     from demucs.api import Separator
@@ -22,15 +22,15 @@ if TYPE_CHECKING:
 
 
 def load(name: str) -> "Separator":
-    """Loads a model without a look at the network where it is cached. Raises WorkerError if it cannot be had."""
+    """Loads a model, which needs no network if it is cached. Raises WorkerError if it cannot be loaded."""
     from huggingface_hub import constants
     from huggingface_hub.errors import LocalEntryNotFoundError
 
-    constants.HF_HUB_DISABLE_IMPLICIT_TOKEN = True  # the hub refuses what is public to a token that has expired
+    constants.HF_HUB_DISABLE_IMPLICIT_TOKEN = True  # with an expired token the hub refuses even public files
     with suppress(LocalEntryNotFoundError):
         return _load_cached(name)
     with file_lock.take(worker.cache_folder() / f"{name}.lock", on_wait=SetupProgress().wait):
-        with suppress(LocalEntryNotFoundError):  # another process may have fetched it
+        with suppress(LocalEntryNotFoundError):  # another process may have just fetched it
             return _load_cached(name)
         _fetch(name)
     return _load_cached(name)
@@ -42,7 +42,7 @@ def _load_cached(name: str) -> "Separator":
 
     is_offline, constants.HF_HUB_OFFLINE = constants.HF_HUB_OFFLINE, True
     try:
-        return Separator(f"hf://{name}")  # the bare name would fall back to pickles, which can run code
+        return Separator(f"hf://{name}")  # the bare name falls back to pickles, which can run code
     except (OSError, MemoryError):
         raise
     except Exception as error:
@@ -55,42 +55,42 @@ def _fetch(name: str) -> None:
     from huggingface_hub import HfApi, hf_hub_download
     from huggingface_hub.errors import RepositoryNotFoundError
 
-    SetupProgress().step(f"Fetching the {name} model, which is needed once")
+    SetupProgress().step(f"Fetching the {name} model (only needed once)")
     for part in Path(_folder(name), "blobs").glob("*.incomplete"):
-        part.unlink()  # the hub's client never goes on with what a killed one has left
+        part.unlink()  # the hub's client never resumes a killed one's downloads
     try:
         for file in HfApi().model_info(_repository(name), timeout=10).siblings:
             if Path(file.rfilename).suffix in (".yaml", ".safetensors"):
-                hf_hub_download(_repository(name), file.rfilename, tqdm_class=_words())
+                hf_hub_download(_repository(name), file.rfilename, tqdm_class=_progress_lines())
     except RepositoryNotFoundError as error:
         raise worker.WorkerError(f'Demucs has no model called "{name}": choose htdemucs.') from error
     except Exception as error:
-        if getattr(error, "errno", None):  # the disk's failure; the network's have no number
+        if getattr(error, "errno", None):  # from the disk: network errors have no number
             raise
-        if _is_distrust(error):
+        if _is_certificate_error(error):
             raise worker.WorkerError(
-                f"The site of the {name} model could not prove who it is: check this computer's date, "
-                "or let SSL_CERT_FILE name your network's certificate."
+                f"The server of the {name} model could not prove its identity: check this computer's date, "
+                "or set SSL_CERT_FILE to your network's certificate."
             ) from error
         raise worker.WorkerError(
-            f"The {name} model, which is needed once, could not be fetched: connect to the internet and try again."
+            f"The {name} model could not be fetched: connect to the internet once and try again."
         ) from error
 
 
-def _is_distrust(error: BaseException | None) -> bool:
-    """Whether a certificate was refused, which is the cause of the cause of what the hub's library raises."""
+def _is_certificate_error(error: BaseException | None) -> bool:
+    """Returns True if a rejected certificate is among the causes: the hub's library wraps it twice."""
     while error is not None and not isinstance(error, ssl.SSLCertVerificationError):
         error = error.__cause__ or error.__context__
     return error is not None
 
 
-def _words() -> "type[tqdm]":
+def _progress_lines() -> "type[tqdm]":
     from tqdm import tqdm
 
     progress = SetupProgress()
 
-    class Words(tqdm):
-        """Progress by the worker's own lines, which the program knows."""
+    class ProgressLines(tqdm):
+        """Prints progress as the lines that the program reads, instead of a bar."""
 
         def __init__(self, *arguments: object, **options: object) -> None:
             super().__init__(*arguments, mininterval=1, **options)
@@ -99,7 +99,7 @@ def _words() -> "type[tqdm]":
             if (self.total or 0) > _MIN_SHOWN_SIZE:
                 progress.amount("Fetching the model", self.n, self.total)
 
-    return Words
+    return ProgressLines
 
 
 def _repository(name: str) -> str:

@@ -1,11 +1,11 @@
-"""Makes Demucs' network faster on a CPU. What it computes stays the same, but for the last bits."""
+"""Makes Demucs' network faster on a CPU. Its results stay the same, except for rounding."""
 
 import torch
 from demucs.demucs import DConv
 from demucs.transformer import LayerScale, MyGroupNorm
 from torch import Tensor, nn
 
-_TILE_SIZE = 4 << 20  # bytes, of which a few fit into two cores' caches
+_TILE_SIZE = 4 << 20  # bytes: a few tiles fit into the caches of two cores
 
 
 def tune(network: nn.Module) -> None:
@@ -17,14 +17,14 @@ def tune(network: nn.Module) -> None:
 
 
 def _make_contiguous(_module: nn.Module, _inputs: tuple[Tensor], output: Tensor) -> Tensor:
-    """It comes out transposed, and so would all sums with it, which take several times as long."""
+    """Restores the normal layout: the output is transposed, and adding to it takes several times as long."""
     return output.contiguous()
 
 
 class _TiledBranches(nn.Module):
-    """The residual branches of a layer, which Demucs runs over all frequencies at once.
+    """Runs a layer's residual branches on a few frequencies at a time, where Demucs takes all at once.
 
-    No frequency depends on another, so a few at a time give the same, and stay in the cache from one step to the next.
+    Frequencies are independent, so the result is the same, and tiles stay in the cache from one step to the next.
     """
 
     def __init__(self, branches: DConv) -> None:
@@ -32,7 +32,7 @@ class _TiledBranches(nn.Module):
         self._branches = nn.ModuleList(map(_tuned_branch, branches.layers))
 
     def forward(self, x: Tensor) -> Tensor:
-        """Of shape (frequencies, channels, samples)."""
+        """x is of shape (frequencies, channels, samples)."""
         rows = max(1, _TILE_SIZE // (x[0].numel() * x.element_size()))
         if rows >= len(x):
             return self._add_branches(x)
@@ -61,14 +61,14 @@ def _is_pointwise(step: nn.Module) -> bool:
 
 
 def _fold(scale: Tensor, norm: nn.GroupNorm) -> None:
-    """Scales what the gate lets through, which is the first half of the channels, one step earlier."""
+    """Moves the scaling into the norm: only its first half of channels passes the gate."""
     with torch.no_grad():
         norm.weight[: len(scale)] *= scale
         norm.bias[: len(scale)] *= scale
 
 
 class _MatrixProduct(nn.Module):
-    """A convolution whose kernel is one sample wide, without its changes of the memory's layout."""
+    """Computes a convolution with a kernel of one sample, without conversions of the memory layout."""
 
     def __init__(self, convolution: nn.Conv1d) -> None:
         super().__init__()

@@ -1,7 +1,7 @@
 """Keeps the stems of separated songs in the user's cache.
 
-Each entry is a folder of its own, with all stems of a song and a receipt. It is made under another name, so it is
-complete or not there. What goes wrong here makes no separation fail.
+Each entry is a folder with all stems of a song and a receipt. It is written under a temporary name, so it is complete
+or missing. A failure of the cache never fails a separation.
 """
 
 import contextlib
@@ -28,19 +28,19 @@ if TYPE_CHECKING:
     import numpy as np
 
 _GIGABYTE = 10**9
-_LEFT_FREE = 2 * _GIGABYTE  # on the disk, for everything else
+_RESERVED = 2 * _GIGABYTE  # of the disk, for everything else
 
-_RECEIPT = "stems.json"  # each stem's checksum
+_RECEIPT = "stems.json"  # the checksum of each stem
 _UNFINISHED = ".part"
 
-# A stem that is linked from an entry is the entry's own file, so nobody may change it. Windows deletes no such file.
+# Read-only, because a link to a stem shares the entry's file. Windows does not delete read-only files.
 _MODE = 0o600 if sys.platform == "win32" else 0o400
 
 
 class StemCache:
-    """Holds the entries that fit KELVANE_STEM_CACHE. With a limit of 0 or an unusable folder it stays empty.
+    """The entries, up to the limit in KELVANE_STEM_CACHE. With a limit of 0 or an unusable folder it stays empty.
 
-    Raises WorkerError if the limit is not a number, or if the user has no cache.
+    Raises WorkerError if the limit is not a number, or if the user has no cache folder.
     """
 
     def __init__(self) -> None:
@@ -52,18 +52,18 @@ class StemCache:
             self._remove_unfinished()
             self._make_room(0)
         except OSError as error:
-            worker.say(f"Stems cannot be kept in {self._folder} ({error.strerror})")
+            worker.say(f"Stems cannot be cached in {self._folder} ({error.strerror})")
             self._limit = 0
 
     def scratch_folder(self, other: Path) -> Path:
-        """Whichever of the cache and the other folder has more space."""
+        """Returns the cache's folder or the other one, the one with more free space."""
         folders = [other] if self._limit == 0 else [self._folder, other]
         return max(folders, key=lambda folder: shutil.disk_usage(folder).free)
 
     def place(self, key: str | None, stems: list[str], folder: Path) -> bool:
-        """Puts an entry's stems into the folder, as links where it can. Returns whether they are there now.
+        """Puts an entry's stems into the folder, as links where possible. Returns False if they are not available.
 
-        A damaged entry is removed.
+        Removes a damaged entry.
         """
         if key is None or self._limit == 0 or not (self._folder / key).is_dir():
             return False
@@ -75,17 +75,17 @@ class StemCache:
             _place(entry, {stem: checksums[stem] for stem in stems}, folder)
             os.utime(entry)
         except _DamagedError:
-            worker.say("The kept stems are damaged, so the song is separated again")
+            worker.say("The cached stems are damaged: separating the song again")
             self._remove(entry)
             return False
         except OSError as error:
-            worker.say(f"The kept stems cannot be used ({error.strerror})")
+            worker.say(f"The cached stems cannot be used ({error.strerror})")
             return False
         return True
 
     @contextmanager
     def new_entry(self, key: str | None, size: int) -> "Iterator[NewEntry]":
-        """An entry of so many bytes, which is removed if it is not finished. Where it has no room it takes nothing."""
+        """Provides a new entry of size bytes, removed unless it is finished. Without room it stores nothing."""
         has_room = False
         with contextlib.suppress(OSError):
             has_room = key is not None and self._make_room(size)
@@ -95,19 +95,19 @@ class StemCache:
         finally:
             entry.abandon()
         with contextlib.suppress(OSError):
-            self._make_room(0)  # another separation may have made an entry meanwhile
+            self._make_room(0)  # another separation may have added an entry
 
     def _make_room(self, size: int) -> bool:
-        """Removes what was not used for longest until so many bytes fit. Returns False if they never will."""
+        """Removes the least recently used entries until size bytes fit. Returns False if they cannot fit at all."""
         if not self._folder.is_dir():
             return False
         entries = sorted(self._entries(), key=lambda entry: entry.last_use)
         kept = sum(entry.size for entry in entries)
         free = shutil.disk_usage(self._folder).free
-        fits = size <= self._limit and size + _LEFT_FREE <= free + kept
-        wanted = size if fits else 0
+        fits = size <= self._limit and size + _RESERVED <= free + kept
+        needed = size if fits else 0
         for entry in entries:
-            if kept + wanted <= self._limit and wanted + _LEFT_FREE <= free:
+            if kept + needed <= self._limit and needed + _RESERVED <= free:
                 break
             self._remove(entry.folder)
             kept -= entry.size
@@ -122,12 +122,12 @@ class StemCache:
                     yield _Entry(folder, size, folder.stat().st_mtime)
 
     def _remove(self, folder: Path) -> None:
-        """Its name goes first, so that no part of it is taken for an entry."""
+        """Renames the folder first, so that a partly deleted one is never taken for an entry."""
         with contextlib.suppress(OSError):
             shutil.rmtree(folder.rename(_unfinished(folder)), ignore_errors=True)
 
     def _remove_unfinished(self) -> None:
-        """What processes have left that were killed: the others hold their receipts locked."""
+        """Removes the entries of processes that were killed: running ones keep their receipts locked."""
         for folder in self._folder.glob(f"*{_UNFINISHED}"):
             is_in_use = False
             with contextlib.suppress(OSError), (folder / _RECEIPT).open("r+b") as receipt:
@@ -144,10 +144,10 @@ class _Entry:
 
 
 class NewEntry:
-    """Takes the stems of one song, and is an entry when it is finished. Its own failures end it and nothing else."""
+    """Collects the stems of one song, and becomes an entry when it is finished. If it fails, only the entry is lost."""
 
     def __init__(self, target: Path | None) -> None:
-        """Without a target it takes nothing."""
+        """Without a target it stores nothing."""
         self._target = target
         self._folder: Path | None = None
         self._files: dict[str, StemFile] = {}
@@ -160,7 +160,7 @@ class NewEntry:
                 file_lock.lock(self._receipt)
 
     def write(self, stem: str, samples: "np.ndarray", num_samples: int) -> None:
-        """Appends floats of shape (2, samples) to a stem, whose whole length is num_samples."""
+        """Appends floats of shape (2, samples) to a stem, num_samples long in total."""
         if self._folder is None:
             return
         with self._or_abandon():
@@ -169,7 +169,7 @@ class NewEntry:
             self._files[stem].write(samples)
 
     def finish(self, others: dict[str, StemFile]) -> None:
-        """Adds the stems that are complete elsewhere, as links where it can."""
+        """Adds the stems that were written elsewhere, as links where possible, and publishes the entry."""
         if self._folder is None:
             return
         with self._or_abandon():
@@ -189,7 +189,7 @@ class NewEntry:
         folder, self._folder = self._folder, None
         if folder is not None:
             for file in (self._receipt, *self._files.values()):
-                with contextlib.suppress(OSError):  # of what could not be written
+                with contextlib.suppress(OSError):  # the last write may fail here
                     file.close()
             shutil.rmtree(folder, ignore_errors=True)
 
@@ -198,8 +198,8 @@ class NewEntry:
         try:
             yield
         except OSError as error:
-            if not self._target.is_dir():  # else another process has been faster
-                worker.say(f"The stems will not be kept ({error.strerror})")
+            if not self._target.is_dir():  # otherwise another process was faster
+                worker.say(f"The stems will not be cached ({error.strerror})")
             self.abandon()
 
 
@@ -218,7 +218,7 @@ def _read_receipt(entry: Path) -> dict[str, int]:
 
 
 def _place(entry: Path, checksums: dict[str, int], folder: Path) -> None:
-    """All stems or, where one is damaged, none."""
+    """Places all stems, or none if one is damaged."""
     placed = {stem: folder / f"{stem}.kept" for stem in checksums}
     try:
         with ThreadPoolExecutor() as pool:
@@ -236,7 +236,7 @@ def _place(entry: Path, checksums: dict[str, int], folder: Path) -> None:
 
 
 def _place_intact(source: Path, target: Path, checksum: int) -> None:
-    """Links first and looks then, as another process may remove the entry."""
+    """Links before checking, because another process may remove the entry in between."""
     try:
         target.unlink(missing_ok=True)
         _link_or_copy(source, target)
@@ -255,7 +255,7 @@ def _checksum(file: Path) -> int:
 
 
 def _link_or_copy(source: Path, target: Path) -> None:
-    """Copies across file systems, and where there are no links."""
+    """Copies if the folders are on different file systems, or on one without links."""
     try:
         target.hardlink_to(source)
     except OSError:
@@ -267,13 +267,13 @@ def _unfinished(folder: Path) -> Path:
 
 
 def _limit() -> int:
-    """In bytes."""
+    """Returns the size that the user allows, in bytes."""
     text = os.environ.get("KELVANE_STEM_CACHE", "").strip()
     if not text:
         return 4 * _GIGABYTE
     gigabytes = re.fullmatch(r"(\d+(?:\.\d+)?) ?(?:GB?)?", text, re.IGNORECASE)
     if gigabytes is None:
         raise worker.WorkerError(
-            f'KELVANE_STEM_CACHE is "{text}": let it be a number of gigabytes, or 0 to keep no stems.'
+            f'KELVANE_STEM_CACHE is "{text}": set it to a number of gigabytes, or to 0 to cache no stems.'
         )
     return round(float(gigabytes[1]) * _GIGABYTE)

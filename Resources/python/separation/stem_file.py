@@ -11,20 +11,20 @@ from separation.decoded_song import RATE
 if TYPE_CHECKING:
     import numpy as np
 
-_FLOAT = 3  # WAV's code for the samples' type
+_FLOAT = 3  # WAV's format code
 _CHANNELS = 2
 _FRAME_SIZE = 4 * _CHANNELS  # bytes
-_UNKNOWN = 0xFFFFFFFF  # in 32 bits, where RF64 has the size in 64
+_UNKNOWN = 0xFFFFFFFF  # RF64's 32-bit sizes, which 64-bit ones replace
 
 
 class StemFile:
-    """A stereo WAV file of 32-bit floats, written from start to end, which its owner alone may read.
+    """A stereo WAV file of 32-bit floats, written from start to end and readable by its owner alone.
 
-    checksum is the CRC-32 of what has been written.
+    checksum is the CRC-32 of everything written so far.
     """
 
     def __init__(self, path: Path, num_samples: int) -> None:
-        """The header states the length: what follows has to be as long."""
+        """Writes the header, which fixes the length at num_samples."""
         self.path = path
         self.checksum = 0
         self._file = open(path, "wb", opener=_open_private)  # noqa: SIM115  # close() does
@@ -46,7 +46,7 @@ class StemFile:
 
 
 def file_size(num_samples: int) -> int:
-    """In bytes."""
+    """Returns the size of a stem of this length, in bytes."""
     return len(_header(num_samples)) + num_samples * _FRAME_SIZE
 
 
@@ -55,7 +55,7 @@ def _open_private(path: str, flags: int) -> int:
 
 
 def _header(num_samples: int) -> bytes:
-    """Of RF64, WAV with sizes of 64 bits, where 32 do not suffice."""
+    """Returns a WAV header, or an RF64 one where sizes exceed 32 bits."""
     data_size = num_samples * _FRAME_SIZE
     form = struct.pack("<4sIHHIIHH", b"fmt ", 16, _FLOAT, _CHANNELS, RATE, RATE * _FRAME_SIZE, _FRAME_SIZE, 32)
     riff_size = 4 + len(form) + 8 + data_size

@@ -1,15 +1,15 @@
-"""Names what a separation's result depends on, without loading what computes it."""
+"""Identifies a separation's result by everything it depends on, without loading Demucs."""
 
 import hashlib
 from importlib.metadata import version
 from pathlib import Path
 
-# To be raised when the same song would give other stems for another reason than its packages.
+# Increase when our own code changes the stems of a song.
 _VERSION = 1
 
 
 def stem_key(song_digest: str, model: str) -> str | None:
-    """The same for the same samples, weights and versions. None where the model is not in the hub's cache yet."""
+    """Returns a key for these samples, weights and versions, or None if the model is not in the hub's cache yet."""
     files = _model_files(model)
     if not files:
         return None
@@ -19,7 +19,7 @@ def stem_key(song_digest: str, model: str) -> str | None:
 
 
 def _model_files(name: str) -> list[Path]:
-    """Those that Demucs would load: its own look-up takes the seconds of its import."""
+    """Returns the files that Demucs would load. Importing Demucs to find them would take seconds."""
     from huggingface_hub import constants
 
     for reference in Path(constants.HF_HUB_CACHE).glob("models--adefossez--*/refs/main"):
@@ -30,7 +30,7 @@ def _model_files(name: str) -> list[Path]:
 
 
 def _content(file: Path) -> str:
-    """The hub's cache links to files that it names after their contents; where it cannot link, these are read."""
+    """Returns a digest of a file: its name, where the hub's cache links to files named by their contents."""
     content = file.resolve()
     if content.parent.name == "blobs":
         return content.name
