@@ -1,8 +1,8 @@
-"""Draws Kelvane's logo (Logo.png) and application icon (Icon.png) beside this file, and the icons of the desktop.
+"""Draws Kelvane's logo (Logo.png), its application icon (Icon.png) and the desktop icons.
 
-The header shows the logo at 52 by 52 pixels and takes one point of it for each pixel, without smoothing.
-So the logo is drawn on 52 by 52 cells: a cell is exactly one pixel on the screen, or two by two at double scale.
-For the same reason a small icon is no smaller picture of the big one, but a drawing of its own, with less in it.
+The header shows the logo at 52 by 52 pixels, scaled down without smoothing. So the logo is drawn on 52 by 52 cells: one
+cell is exactly one pixel on the screen, or two by two at double scale. For the same reason small icons are simpler
+drawings, not scaled copies of the large one.
 """
 
 import struct
@@ -11,7 +11,7 @@ from dataclasses import dataclass
 from itertools import pairwise
 from pathlib import Path
 
-Canvas = list[list[str | None]]  # rows of cells; a cell is a colour as RRGGBB, or None where nothing is drawn
+Canvas = list[list[str | None]]  # rows of cells: a colour as RRGGBB, or None for transparent
 
 IMAGE_SIZE = 1024
 
@@ -20,19 +20,19 @@ RED, BRICK, CORAL, ORANGE, APRICOT = "AC0404", "CC4125", "E45938", "E69138", "E7
 AMBER, GREEN, BLUE, PURPLE = "EEAF3C", "3F7429", "507ECE", "674EA7"
 TILE_AMBER, TILE_RED, TILE_BROWN = "DF7705", "A03310", "721B00"
 
-LEVELS = (GREEN, GREEN, GREEN, AMBER, AMBER, APRICOT, CORAL, BRICK, RED, RED)  # the highest bar, from the bottom up
+LEVELS = (GREEN, GREEN, GREEN, AMBER, AMBER, APRICOT, CORAL, BRICK, RED, RED)  # of the highest bar, from the bottom up
 
-# How many cells each row of a stepped corner is set in, from the outermost row inwards.
+# How many cells each row of a stepped corner is indented, from the outermost row inwards.
 PANEL_CORNER = (1,)
 
 
 @dataclass(frozen=True)
 class Design:
-    """A drawing of the logo for one number of cells. Rows and columns count from the logo's upper left corner."""
+    """The logo's dimensions on a grid of cells, which are counted from the upper left corner."""
 
     cells: int
-    pitch: int  # from one stripe, and one bar, to the next
-    stripes: tuple[str, ...]  # left to right, a column of diamonds each
+    pitch: int  # distance of neighbouring stripes, and of bars
+    stripes: tuple[str, ...]  # left to right, each a column of diamonds
     stripe_rows: int
     bar_heights: tuple[int, ...]
     case: tuple[int, int, int, int]  # left, top, width, height
@@ -132,7 +132,7 @@ TINIEST = Design(
     tile_corner=(2, 1),
 )
 
-# Each icon of the desktop by its size, which is a whole multiple of its cells.
+# The design and the cells of each desktop icon; its size is a whole multiple of the cells.
 DESKTOP_ICONS = {
     16: (TINIEST, 16),
     22: (TINY, 22),
@@ -165,7 +165,7 @@ def box(canvas: Canvas, left: int, top: int, width: int, height: int, colour: st
 
 
 def inset(corner: tuple[int, ...], row: int, height: int) -> int:
-    """How far a row of a shape with stepped corners is set in at both ends."""
+    """Returns how far a row of a shape with stepped corners is indented at both ends."""
     depth = min(row, height - 1 - row)
     return corner[depth] if depth < len(corner) else 0
 
@@ -179,7 +179,7 @@ def rounded_box(
 
 
 def diamond(canvas: Canvas, left: int, middle: int, pitch: int, colour: str) -> None:
-    """A diamond 8 cells wide and 7 high at a pitch of 5, around the row `middle`; what lies outside is cut off."""
+    """Draws a diamond, 8 cells wide and 7 high at a pitch of 5, around the row `middle`, clipped to the canvas."""
     reach = pitch - 2
     for row in range(max(middle - reach, 0), min(middle + reach + 1, len(canvas))):
         step = abs(row - middle)
@@ -187,7 +187,7 @@ def diamond(canvas: Canvas, left: int, middle: int, pitch: int, colour: str) -> 
 
 
 def diamond_stripes(design: Design) -> Canvas:
-    """The panel's stripes; every second one is shifted by half a diamond, so that they interlock one cell apart."""
+    """Returns the panel's stripes, every second one shifted by half a diamond, so that they interlock."""
     pitch = design.pitch
     stripes = blank(design.stripes_width, design.stripe_rows)
     for index, colour in enumerate(design.stripes):
@@ -197,7 +197,7 @@ def diamond_stripes(design: Design) -> Canvas:
 
 
 def bar(canvas: Canvas, left: int, bottom: int, width: int, height: int, highest: int) -> None:
-    """A level bar; its dark rim keeps the warm colours apart from a warm background."""
+    """Draws a level bar, with a dark rim that sets its warm colours off from a warm background."""
     box(canvas, left - 1, bottom - height, width + 2, height + 1, FRAME)
     for level in range(height):
         box(canvas, left, bottom - level, width, 1, LEVELS[level * len(LEVELS) // highest])
@@ -226,7 +226,7 @@ def logo(design: Design) -> Canvas:
 
 
 def tile(cells: int, corner: tuple[int, ...]) -> Canvas:
-    """The icon's ground: diagonal stripes from the upper left corner, mirrored at the lower right one."""
+    """Returns the icon's background: diagonal stripes, mirrored between the upper left and lower right corners."""
     canvas = blank(cells, cells)
     for y, row in enumerate(canvas):
         step = inset(corner, y, cells)
@@ -248,12 +248,12 @@ def png_chunk(name: bytes, data: bytes) -> bytes:
 
 
 def write_png(path: Path, canvas: Canvas, size: int) -> None:
-    """Writes the square canvas as an RGBA image, each cell's edges rounded to whole pixels."""
+    """Writes a square canvas as an RGBA image, with the cells' edges rounded to whole pixels."""
     edges = [round(cell * size / len(canvas)) for cell in range(len(canvas) + 1)]
     sizes = [end - start for start, end in pairwise(edges)]
     lines = bytearray()
     for row, height in zip(canvas, sizes, strict=True):
-        line = bytearray(1)  # the line's filter: none
+        line = bytearray(1)  # filter type: none
         for cell, width in zip(row, sizes, strict=True):
             line += bytes.fromhex(f"{cell}FF" if cell else "00000000") * width
         lines += line * height

@@ -1,9 +1,9 @@
-"""What the stretch does to attacks: how far it moves them, softens them, and how many of them sound twice.
+"""Measures how the stretch treats attacks: how far they move, how many soften, and how many sound twice.
 
     attacks.py [RENDER]
 
-Renders drum-like hits, half a second apart over a held chord, at several speeds, and looks for each hit around the
-place where it belongs. RENDER is the kelvane-render to be used; scripts/run leaves one where it is looked for else.
+Renders drum-like hits, half a second apart over a sustained chord, at several speeds, and searches for each hit near
+its expected place. RENDER is the kelvane-render to test; the default is the one that scripts/run builds.
 """
 
 import subprocess
@@ -18,9 +18,9 @@ _RENDER = Path(__file__).parents[1] / "build" / "release" / "bin" / "kelvane-ren
 _RATE = 44100
 _PERIOD = 0.5  # seconds
 _STARTS = _PERIOD * np.arange(1, 199)
-_SPEEDS = (0.25, 0.5, 0.75, 0.875, 1.125, 1.25, 1.5, 2, 3, 4)  # at which the stretch's hop needs no rounding
-_COMPARED = 2000  # samples of a hit that are looked for
-_COPY_DISTANCE = 0.02  # seconds from which on another place counts as a second hit
+_SPEEDS = (0.25, 0.5, 0.75, 0.875, 1.125, 1.25, 1.5, 2, 3, 4)  # whose hops need no rounding
+_COMPARED = 2000  # samples of each hit to search for
+_COPY_DISTANCE = 0.02  # seconds: a match at least this far away is a second hit
 
 
 def main() -> None:
@@ -36,7 +36,7 @@ def main() -> None:
             options = ["--full-song", "--percent", str(100 * speed - 100), "--bits", "16", "--out", folder]
             subprocess.run([render, song, *options], check=True, stdout=subprocess.DEVNULL)
             samples = _read(Path(folder, "hits - Stems", "hits - full mix.wav"))
-            found = [_find(samples, pattern, start / speed, _reach(speed)) for start in _STARTS]
+            found = [_find(samples, pattern, start / speed, _search_radius(speed)) for start in _STARTS]
             moved, level, twice = map(np.array, zip(*filter(None, found), strict=True))
             print(
                 f"{speed:5}{1000 * np.median(np.abs(moved)):19.0f}{1000 * np.abs(moved).max():7.0f}"
@@ -58,17 +58,17 @@ def _song(hit: np.ndarray) -> np.ndarray:
     return samples
 
 
-def _reach(speed: float) -> float:
-    """How far around its place a hit is looked for, in seconds: not as far as to its neighbours."""
+def _search_radius(speed: float) -> float:
+    """Returns how far from its place to search for a hit, in seconds, without reaching its neighbours."""
     return min(0.2, 0.4 * _PERIOD / speed)
 
 
-def _find(samples: np.ndarray, pattern: np.ndarray, place: float, reach: float) -> tuple[float, float, bool] | None:
-    """How far the likest sound lies from the place, in seconds, how loud it is, and whether it comes twice.
+def _find(samples: np.ndarray, pattern: np.ndarray, place: float, radius: float) -> tuple[float, float, bool] | None:
+    """Returns the best match's distance from its place in seconds, its relative level, and if there is a second match.
 
-    Nothing where the song ends too early to tell.
+    Returns None if the song ends too early.
     """
-    first, last = round((place - reach) * _RATE), round((place + reach) * _RATE)
+    first, last = round((place - radius) * _RATE), round((place + radius) * _RATE)
     if last + len(pattern) > len(samples):
         return None
     levels = np.correlate(samples[first : last + len(pattern)], pattern, "valid") / np.dot(pattern, pattern)

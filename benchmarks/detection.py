@@ -1,9 +1,9 @@
-"""How well and how fast analyze.py detects tempo and key on labelled clips, beside what is asked of it.
+"""Measures accuracy and speed of analyze.py on labelled clips, against its targets.
 
     detection.py FOLDER
 
-FOLDER holds labels.csv, with the columns file, bpm (in part empty) and key_index, and wav/. uv is taken from
-KELVANE_UV or the search path.
+FOLDER holds wav/ and labels.csv, with the columns file, bpm and key_index, of which the last two may be empty. Uses uv
+from KELVANE_UV or the search path.
 """
 
 import csv
@@ -26,7 +26,7 @@ def main() -> None:
     with open(folder / "labels.csv", newline="") as file:
         labels = [row for row in csv.DictReader(file) if (folder / "wav" / f"{row['file']}.wav").exists()]
     clips = [folder / "wav" / f"{row['file']}.wav" for row in labels]
-    analyze(clips[0])  # installs what is missing
+    analyze(clips[0])  # installs the packages
 
     cpu_before = children_cpu_seconds()
     results = [analyze(clip) for clip in clips]
@@ -38,12 +38,12 @@ def main() -> None:
         for result, row in zip(results, labels, strict=True)
         if row["key_index"]
     ]
-    print(f"{len(clips)} clips, {sum(map(seconds_of, clips)) / 60:.0f} min{'':20}measured   asked  ratio")
+    print(f"{len(clips)} clips, {sum(map(seconds_of, clips)) / 60:.0f} min{'':20}measured  target  ratio")
     show("tempo within 4 %", share(abs(found / true - 1) <= 0.04 for found, true in tempos), 0.88)
     show("tempo within 0.1 BPM", share(abs(found - true) <= 0.1 for found, true in tempos), 0.85)
     show("right tonic", share(found == true for found, true in keys), 0.90)
     show("CPU seconds per minute of audio", cpu_seconds / sum(map(seconds_of, clips)) * 60, 1)
-    show("seconds to the first work, warm", min(seconds_to_first_work() for _ in range(5)), 1.5)
+    show("seconds to start, warm", min(seconds_to_start() for _ in range(5)), 1.5)
     show("megabytes installed", installed_megabytes(), 120)
 
 
@@ -68,19 +68,19 @@ def share(hits: Iterable[bool]) -> float:
     return sum(hits) / len(hits)
 
 
-def show(what: str, measured: float, asked: float) -> None:
-    print(f"{what:34}{measured:10.3f}{asked:8.2f}{measured / asked:7.2f}")
+def show(name: str, measured: float, target: float) -> None:
+    print(f"{name:34}{measured:10.3f}{target:8.2f}{measured / target:7.2f}")
 
 
-def seconds_to_first_work() -> float:
-    """What a run takes that finds nothing to decode."""
+def seconds_to_start() -> float:
+    """Times a run on a file that does not exist."""
     start = time.perf_counter()
     subprocess.run([UV, "run", str(WORKER), "/nothing.wav", "--bpm", "--key"], capture_output=True)
     return time.perf_counter() - start
 
 
 def installed_megabytes() -> float:
-    """The size of the packages that uv installs for the worker, without what Python compiles from them."""
+    """Returns the size of the worker's packages, without Python's compiled bytecode."""
     command = [UV, "python", "find", "--script", str(WORKER)]
     environment = Path(subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()).parents[1]
     files = (file for file in environment.rglob("*") if file.is_file() and "__pycache__" not in file.parts)

@@ -1,7 +1,7 @@
-"""Compares separate.py with Demucs' own command: the same WAV, weights, device and options, in turns.
+"""Compares separate.py with Demucs' own command, in turns, with the same WAV, weights, device and options.
 
-Then measures how long the song takes the second time, and how much memory other lengths take. The weights are
-untrained, but of full size.
+Then times a second run on the same song, and measures the memory that other lengths take. The weights are untrained,
+but full-sized.
 """
 
 import argparse
@@ -27,7 +27,7 @@ _UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or "uv"
 
 @dataclass
 class _Run:
-    start: float  # seconds up to the first progress line
+    start: float  # seconds to the first progress line
     wall: float  # seconds
     cpu: float  # seconds
     peak: float  # megabytes
@@ -37,7 +37,7 @@ def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("song", type=Path, help="16-bit PCM, of any length")
     parser.add_argument("turns", type=int)
-    parser.add_argument("--minutes", type=int, nargs="*", default=[], help="lengths to measure the memory at")
+    parser.add_argument("--minutes", type=int, nargs="*", default=[], help="lengths at which to measure memory")
     options = parser.parse_args()
     song = options.song.absolute()
     environment = {**os.environ, "HF_HUB_OFFLINE": "1", "UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", "")}
@@ -55,7 +55,7 @@ def main() -> None:
 
 
 def _empty_cache(cache: Path, python: Path) -> dict[str, str]:
-    """Variables for a cache with the workers' packages and no stems."""
+    """Returns variables for a cache that has the workers' packages, but no stems."""
     (cache / "kelvane").mkdir(parents=True)
     if sys.platform == "linux":
         for item in python.parents[2].iterdir():
@@ -71,8 +71,8 @@ def _ours(song: Path, out: Path) -> list[str | Path]:
 
 def _compare(song: Path, num_turns: int, folder: Path, python: str, environment: dict[str, str]) -> None:
     ours = _ours(song, folder / "stems")
-    as_they_are = ["--shifts", "0", "--float32", "--clip-mode", "none"]  # neither shifted by chance nor scaled
-    theirs = [python, "-m", "demucs.separate", "-n", "htdemucs", *as_they_are, "-o", folder, song]
+    unchanged = ["--shifts", "0", "--float32", "--clip-mode", "none"]  # without random shifts or scaling
+    theirs = [python, "-m", "demucs.separate", "-n", "htdemucs", *unchanged, "-o", folder, song]
 
     for load in ("idle", "busy"):
         with ExitStack() as stack:
@@ -93,7 +93,7 @@ def _print_second_run(song: Path, folder: Path, environment: dict[str, str]) -> 
 
 
 def _print_peak(song: Path, minutes: int, folder: Path, environment: dict[str, str]) -> None:
-    """Of the song again and again until it is so long."""
+    """Repeats the song to a length, and prints the peak memory of its separation."""
     long_song = folder / "long.wav"
     with wave.open(str(song)) as source, wave.open(str(long_song), "wb") as target:
         target.setparams(source.getparams())
@@ -107,7 +107,7 @@ def _print_peak(song: Path, minutes: int, folder: Path, environment: dict[str, s
 
 
 def _interpreter(environment: dict[str, str]) -> str:
-    """The one that has what the script needs, which is installed."""
+    """Returns the interpreter that has the script's packages, which are installed if necessary."""
     subprocess.run([_UV, "sync", "--quiet", "--script", _SCRIPT], env=environment, check=True)
     find = [_UV, "python", "find", "--script", _SCRIPT]
     if sys.platform == "linux":
@@ -140,7 +140,7 @@ def _print_turns(load: str, turns: list[tuple[_Run, _Run]]) -> None:
 
 
 def _distance(ours: Path, theirs: Path) -> float:
-    """How far the difference lies below the signal, in dB, where the other command has not clipped."""
+    """Returns the signal-to-difference ratio in dB, except where the other command has clipped."""
     expected, actual = _samples(theirs), _samples(ours)
     error = np.where(np.abs(expected) < 1, actual - expected, 0)
     return 10 * np.log10(np.sum(expected**2) / max(np.sum(error**2), 1e-300))

@@ -22,7 +22,7 @@ CONTENTS = (PROGRAM, "LICENSE-MIT", "LICENSE-APACHE", "uv.cyclonedx.json")
 PLATFORMS = ("macosx_11_0_arm64", "macosx_11_0_x86_64") if sys.platform == "darwin" else (None,)
 
 
-def is_there(folder: Path) -> bool:
+def is_complete(folder: Path) -> bool:
     if not all((folder / name).is_file() for name in CONTENTS):
         return False
     version = subprocess.run([folder / PROGRAM, "--version"], capture_output=True, text=True, check=True).stdout
@@ -53,10 +53,10 @@ def fetch(folder: Path) -> None:
         pip = [str(python), "-m", "pip", "--disable-pip-version-check"]
         parts = []
         for index, platform in enumerate(PLATFORMS):
-            work = Path(scratch) / str(index)
-            work.mkdir()
-            unpack(download(pip, platform, work), work)
-            parts.append(work / PROGRAM)
+            part = Path(scratch) / str(index)
+            part.mkdir()
+            unpack(download(pip, platform, part), part)
+            parts.append(part / PROGRAM)
 
         # The program goes last, in one step, so that its presence means that the folder is complete.
         for name in CONTENTS[1:]:
@@ -75,7 +75,7 @@ def main() -> None:
         sys.exit("usage: fetch_uv.py FOLDER")
     folder = Path(sys.argv[1])
     folder.mkdir(parents=True, exist_ok=True)
-    if is_there(folder):
+    if is_complete(folder):
         return
     try:
         fetch(folder)

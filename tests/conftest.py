@@ -1,4 +1,4 @@
-"""What the tests of the workers and those of the programs share."""
+"""Fixtures for the tests of both the workers and the programs."""
 
 import os
 import subprocess
@@ -7,7 +7,7 @@ from pathlib import Path
 
 import pytest
 
-# Meant for the tests' own files. The workers' packages shall be compiled once, as for a user.
+# It is meant for the tests' own files. The workers' packages are compiled once, as for a user.
 os.environ.pop("PYTHONDONTWRITEBYTECODE", None)
 
 import model_hub as hubs
@@ -16,7 +16,7 @@ from workers import ROOT, provide
 
 @pytest.fixture(scope="session")
 def hub(tmp_path_factory: pytest.TempPathFactory) -> Path:
-    """A folder for HF_HOME that holds an untrained model of a tiny size in the place of htdemucs."""
+    """Returns a folder for HF_HOME with a tiny untrained model instead of htdemucs."""
     folder = tmp_path_factory.mktemp("hub")
     python = provide("separate.py")
     subprocess.run([python, ROOT / "tests" / "support" / "make_checkpoint.py", folder], check=True)
@@ -25,6 +25,6 @@ def hub(tmp_path_factory: pytest.TempPathFactory) -> Path:
 
 @pytest.fixture
 def model_hub(hub: Path) -> Iterator[str]:
-    """The address of a hub on loopback that has this model."""
+    """Yields the address of a local hub that has this model."""
     with hubs.serve(hub) as address:
         yield address

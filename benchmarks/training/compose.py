@@ -1,9 +1,9 @@
-"""Composes labelled songs by rule in many genres and renders them: what the detectors' weights are learned on.
+"""Composes and renders labelled songs in many genres, to train the detectors on.
 
     compose.py FOLDER COUNT [FIRST_SEED]
 
-Needs mido, numpy, scipy, soundfile, and fluidsynth with the sound font FluidR3_GM.
-Writes FOLDER/wav/*.wav (22.05 kHz mono) and FOLDER/labels.csv.
+Needs mido, numpy, scipy, soundfile, and fluidsynth with the sound font FluidR3_GM. Writes FOLDER/wav/*.wav
+(22.05 kHz mono) and FOLDER/labels.csv.
 """
 
 import csv

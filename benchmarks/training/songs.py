@@ -1,4 +1,4 @@
-"""Composes songs by rule, in the genres of genres.toml."""
+"""Composes songs by fixed rules and chance, in the genres of genres.toml."""
 
 import tomllib
 from dataclasses import dataclass
@@ -8,7 +8,7 @@ from typing import TypeVar
 import mido
 import numpy as np
 
-DRUMS = {  # General MIDI's notes
+DRUMS = {  # General MIDI notes
     "KICK": 36,
     "RIM": 37,
     "SNARE": 38,
@@ -39,7 +39,7 @@ SCALES = {
     "harmonic": (0, 2, 3, 5, 7, 8, 11),
     "dorian": (0, 2, 3, 5, 7, 9, 10),
 }
-# Chords by scale degree from 0. A capital M makes a minor chord major, as the dominant in minor is.
+# Chords by scale degree from 0. M turns a minor chord into a major one, such as the dominant in minor.
 PROGRESSIONS = {
     mode: text.split(", ")
     for mode, text in {
@@ -56,27 +56,28 @@ PROGRESSIONS = {
 
 @dataclass
 class Genre:
-    tempi: list[float]  # from, to; in BPM
-    drums: list[dict[str, str]]  # variants: the steps of each drum
-    bass: list[str]  # variants: "x" accented, "o" normal, "g" soft, "." none; as all patterns of a genre
+    tempi: list[float]  # slowest and fastest, in BPM
+    # Variants of patterns, with a character for each step: "x" accented, "o" normal, "g" soft, "." silent.
+    drums: list[dict[str, str]]
+    bass: list[str]
     comp: list[str]
     comp_programs: list[int]
     bass_programs: list[int]
     lead_programs: list[int]
-    lead: float = 0.5  # how densely a melody moves in half beats
+    lead: float = 0.5  # density of the melody
     beats: int = 4
     swing: tuple[float, ...] = (0.5,)
     humanize: float = 0.004
     chord_bars: tuple[float, ...] = (1,)
-    texture: str = ""  # of classical music, which has no patterns: "chorale", "melody" or "sonata"
-    alternative: float = 0  # another tempo that a listener would accept, as a factor
+    texture: str = ""  # for classical music, which has no patterns: "chorale", "melody" or "sonata"
+    alternative: float = 0  # the factor to another tempo that listeners would accept
 
 
 GENRES = {
     name: Genre(**values)
     for name, values in tomllib.loads(Path(__file__).with_name("genres.toml").read_text(encoding="utf-8")).items()
 }
-# The genres a producer feeds most are drawn more often.
+# Genres that producers use most are chosen more often.
 COMMON = (
     "chorale",
     "melody",
@@ -139,7 +140,7 @@ class Song:
         self.notes.append((max(0.0, beat + late), length, channel, int(pitch), loud))
 
     def chords(self, num_bars: int) -> list[tuple[int, list[int]]]:
-        """One (root, pitch classes) for each half bar."""
+        """Returns a root and pitch classes for each half bar."""
         rng, scale = self.rng, SCALES[self.mode]
         degrees = self.pick(PROGRESSIONS[self.mode]).split()
         bars_each = float(rng.choice(self.genre.chord_bars))
@@ -172,7 +173,7 @@ class Song:
         layers = rng.random(5) < (0.95, 0.9, 0.9, 0.6, 0.35)  # drums bass comp lead pad
         if not layers[:4].any() or (not drums and not layers[1:3].any()):
             layers[:3] = True
-        if rng.random() < 0.15:  # a stem or a loop out of a sample pack
+        if rng.random() < 0.15:  # a stem, or a loop from a sample pack
             layers = np.isin(np.arange(5), rng.choice(5 if drums else [1, 2, 3], rng.choice([1, 1, 2]), replace=False))
             self.has_key = layers[1:].any()
         has_intro = not self.loop and rng.random() < 0.3
@@ -192,7 +193,7 @@ class Song:
             self.play_melody(chords)
 
     def compose_classical(self) -> None:
-        """Functional harmony in phrases of eight beats, through related keys, in one of three textures."""
+        """Composes functional harmony in phrases of eight beats, through related keys, in one of three textures."""
         rng, texture = self.rng, self.genre.texture
         self.loop, self.synthetic, self.swing, self.tightness = False, 0, 0.5, 1.0
         self.mode = "major" if rng.random() < 0.6 else "harmonic"
@@ -235,7 +236,7 @@ class Song:
                 )
 
     def phrase_chords(self, closes: bool, beats_per_chord: int) -> list[int]:
-        """Eight scale degrees, one a beat: tonic, subdominant, dominant, and a full or a half cadence."""
+        """Returns eight scale degrees, one for each beat: tonic, subdominant, dominant, then a full or half cadence."""
         follow = {
             0: (3, 4, 5, 1, 0, 2),
             1: (4, 4, 6, 4),

@@ -1,4 +1,4 @@
-"""Renders songs: by a sound font or a plain synthesizer, and as recordings come."""
+"""Renders songs with a sound font or a simple synthesizer, and adds the flaws of recordings."""
 
 import subprocess
 import tempfile
@@ -19,7 +19,7 @@ def adsr(count: int, attack: float, decay: float) -> np.ndarray:
 
 
 def drum(rng: np.random.Generator, kit: dict[str, float], pitch: int) -> np.ndarray:
-    """A drum machine's sound: a falling sine for drums with a pitch, filtered noise for the others."""
+    """Synthesizes a drum: a falling sine for pitched drums, filtered noise for the others."""
     if pitch in (DRUMS["KICK"], DRUMS["TOM"], 43, 48, DRUMS["CONGA_HI"], DRUMS["CONGA_LO"]):
         base = {
             DRUMS["KICK"]: kit["kick"],
@@ -55,7 +55,7 @@ def drum(rng: np.random.Generator, kit: dict[str, float], pitch: int) -> np.ndar
 
 
 def synthesize(song: Song) -> np.ndarray:
-    """The song on drum-machine and subtractive sounds; the lead may glide, waver and drag as a voice does."""
+    """Renders the song with synthetic sounds; the lead may glide, waver and drag like a voice."""
     rng = song.rng
     seconds_per_beat = 60 / song.bpm
     total = round((song.num_bars * song.genre.beats * seconds_per_beat + 4) * RATE)
@@ -142,7 +142,7 @@ def play(song: Song) -> np.ndarray:
 
 
 def trim(song: Song, samples: np.ndarray) -> np.ndarray:
-    """A loop ends exactly on its beat; of some songs an excerpt is taken, which begins and ends anywhere."""
+    """Cuts loops exactly at their last beat, and some songs to an excerpt with arbitrary ends."""
     rng, length = song.rng, song.num_bars * song.genre.beats * 60 / song.bpm
     if song.loop:
         return samples[: round(length * RATE)]
@@ -153,7 +153,7 @@ def trim(song: Song, samples: np.ndarray) -> np.ndarray:
 
 
 def treat(song: Song, samples: np.ndarray) -> tuple[np.ndarray, str]:
-    """What happens to recordings: mastering, noise, another tape speed, a narrow band, a fade, silence."""
+    """Applies at most one treatment, such as mastering, noise or another tape speed, and returns its name, too."""
     rng = song.rng
     samples = samples / max(np.abs(samples).max(), 1e-9)
     post = str(

@@ -2,9 +2,8 @@
 
     train.py WORKERS FOLDER...
 
-WORKERS is the folder of analyze.py; each FOLDER has wav/ and labels.csv, as compose.py writes them. Prints how
-well clips are detected that the weights were not learned on (five folds), and writes detection/weights.json to WORKERS.
-Needs av, numpy and scipy.
+WORKERS is the folder of analyze.py; each FOLDER has wav/ and labels.csv, as compose.py writes them. Prints the
+accuracy by cross-validation in five folds, and writes detection/weights.json to WORKERS. Needs av, numpy and scipy.
 """
 
 import csv
@@ -35,7 +34,7 @@ KEY_MODEL = {"penalty": 3e-3, "num_hidden": 0}
 
 @dataclass
 class Choice:
-    """One clip's alternatives: the features of each, of shape (alternatives, features), and which ones are right."""
+    """One clip's alternatives: their features, of shape (alternatives, features), and which of them are right."""
 
     features: np.ndarray
     is_right: np.ndarray
@@ -79,7 +78,7 @@ def key_choice(samples: np.ndarray, row: dict[str, str]) -> Choice:
 
 
 def learn(choices: list[Choice], penalty: float, num_hidden: int) -> Weights:
-    """The weights of the greatest likelihood of what is right, less penalty times their square."""
+    """Returns the weights of the greatest likelihood, less penalty times their squared norm."""
     rows = np.concatenate([choice.features for choice in choices])
     is_right = np.concatenate([choice.is_right for choice in choices])
     starts = np.cumsum([0] + [len(choice.is_right) for choice in choices[:-1]])
@@ -100,8 +99,8 @@ def learn(choices: list[Choice], penalty: float, num_hidden: int) -> Weights:
         right = np.add.reduceat(shares * is_right, starts) + 1e-12
         slope = (shares - shares * is_right / right[clip]) / len(choices)
         hidden = np.tanh(rows @ weights["inner"] + weights["bias"])
-        behind = np.outer(slope, weights["outer"]) * (1 - hidden**2)
-        gradient = [rows.T @ slope, (rows.T @ behind).ravel(), behind.sum(axis=0), hidden.T @ slope]
+        hidden_slope = np.outer(slope, weights["outer"]) * (1 - hidden**2)
+        gradient = [rows.T @ slope, (rows.T @ hidden_slope).ravel(), hidden_slope.sum(axis=0), hidden.T @ slope]
         return penalty * flat @ flat - np.log(right).mean(), np.concatenate(gradient) + 2 * penalty * flat
 
     start = np.random.default_rng(0).normal(0, 0.02, num_features + num_hidden * (num_features + 2))

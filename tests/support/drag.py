@@ -1,6 +1,6 @@
-"""Drops something on a window, as another program would by the XDND protocol.
+"""Drops data on a window by the XDND protocol, as another program would.
 
-Usage: drag.py WINDOW X Y TYPE DATA, with X and Y from the screen's corner. Ends once the window has taken the drop.
+Usage: drag.py WINDOW X Y TYPE DATA, with X and Y in screen coordinates. Ends when the window has accepted the drop.
 """
 
 import sys
@@ -69,7 +69,7 @@ deadline = time.monotonic() + 30
 while not (event.type == CLIENT_MESSAGE and event.message.kind == atom("XdndFinished")):
     x11.XFlush(display)
     if not x11.XPending(display):
-        assert time.monotonic() < deadline, "the drop was not taken"
+        assert time.monotonic() < deadline, "the drop was not accepted"
         time.sleep(0.01)
         continue
     x11.XNextEvent(display, byref(event))

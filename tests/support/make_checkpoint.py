@@ -1,6 +1,6 @@
-"""Writes an untrained htdemucs into a hub cache, where Demucs finds it by its normal way and offline.
+"""Writes an untrained htdemucs into a hub cache, where Demucs finds it as usual, without a network.
 
-Arguments: the folder for HF_HOME, then "--full" for the real model's size; without it, 1/400 of that.
+Arguments: the folder for HF_HOME, and "--full" for the real model's size instead of 1/400 of it.
 Runs in the environment of separate.py.
 """
 
@@ -22,11 +22,11 @@ _SIGNATURE = "955717e8"
 
 
 def write_checkpoint(hf_home: Path, sizes: dict[str, int | Fraction]) -> None:
-    """Random weights are the same each time."""
+    """Writes weights that are random, but the same each time."""
     torch.manual_seed(0)
     model = HTDemucs(_SOURCES, **sizes)
     for module in model.modules():
-        if isinstance(module, LayerScale):  # near 0 at first, which would mute the branch behind it
+        if isinstance(module, LayerScale):  # near 0 initially, which would mute its branch
             torch.nn.init.constant_(module.scale, 0.2)
 
     repository = hf_home / "hub" / "models--adefossez--HTDemucs"

@@ -1,4 +1,4 @@
-"""A model hub on loopback."""
+"""A local model hub."""
 
 import json
 import threading
@@ -20,7 +20,7 @@ def serve(hub: Path) -> Iterator[str]:
 
 
 class _Handler(BaseHTTPRequestHandler):
-    """What a download needs of the hub's interface. Refuses every token, as the hub does one that has expired."""
+    """Implements the hub's interface for downloads. Refuses every token, as the hub refuses expired ones."""
 
     files: dict[str, bytes]
 
@@ -35,7 +35,7 @@ class _Handler(BaseHTTPRequestHandler):
         if self.command == "GET":
             self.wfile.write(body)
 
-    do_HEAD = do_GET  # the name that the base class looks for
+    do_HEAD = do_GET  # named by the base class
 
     def log_message(self, *_: object) -> None:
         pass

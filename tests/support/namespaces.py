@@ -1,4 +1,4 @@
-"""Commands that see another system than the test does."""
+"""Runs commands on a system that differs from the test's."""
 
 import subprocess
 from pathlib import Path
@@ -7,7 +7,7 @@ import pytest
 
 
 def with_disk(folder: Path, options: str, *command: str | Path) -> list[str | Path]:
-    """Returns a command that has a disk of its own mounted on the folder. Skips the test if that is not allowed."""
+    """Returns a command that runs with a separate disk mounted at folder. Skips the test if that is not permitted."""
     mount = f'mount -t tmpfs -o {options} tmpfs "{folder}"'
     in_namespace = ["unshare", "--mount", "--map-root-user", "sh", "-c"]
     if subprocess.run([*in_namespace, mount], capture_output=True).returncode != 0:

@@ -1,4 +1,4 @@
-"""Package indexes on loopback: a proxy that answers for every host, from small wheels of its own."""
+"""Local package indexes: a proxy that answers for every host, with small wheels of its own."""
 
 import hashlib
 import io
@@ -12,11 +12,11 @@ from pathlib import Path
 
 
 class PackageIndexes:
-    """One with upload times under /simple, and PyTorch's own, without them, under /whl/BACKEND.
+    """An index with upload times under /simple, and PyTorch's, without them, under /whl/BACKEND.
 
-    The file authority holds the certificate of the authority that vouches for them. requests holds the path of each
-    request. What begins with out_of_order is answered by a 404. What ends with stalled stops in the middle until
-    released is set, and what ends with cut stops there for good.
+    authority is the file with the certificate of their authority, and requests the paths requested so far. Paths that
+    begin with out_of_order are missing. Downloads whose paths end with stalled pause in the middle until released is
+    set, and those that end with cut break off there.
     """
 
     def __init__(self, folder: Path) -> None:
@@ -44,7 +44,7 @@ class PackageIndexes:
     def add(
         self, page: str, version: str, uploaded: str | None = None, requires: tuple[str, ...] = (), size: int = 0
     ) -> None:
-        """Adds a package of one module, which holds its version and size bytes, to the page of its name."""
+        """Adds a package to its page: a module with its version, and size bytes of data."""
         name = page.rpartition("/")[2].replace("-", "_")
         record = f"{name}-{version}.dist-info"
         metadata = f"Metadata-Version: 2.1\nName: {name}\nVersion: {version}\n"
@@ -73,7 +73,7 @@ class PackageIndexes:
         return None if path.startswith(self.out_of_order) else self._answers.get(path)
 
     def context(self, host: str) -> ssl.SSLContext:
-        """With a certificate for the host."""
+        """Returns a context with a certificate for the host."""
         with self._lock:
             if host not in self._contexts:
                 signed = ["-CA", "authority.pem", "-CAkey", "authority.key"]
@@ -122,7 +122,7 @@ class _Handler(BaseHTTPRequestHandler):
             self.indexes.released.wait()
         self.wfile.write(body[middle:])
 
-    do_HEAD = do_GET  # the name that the base class looks for
+    do_HEAD = do_GET  # named by the base class
 
     def log_message(self, *_: object) -> None:
         pass

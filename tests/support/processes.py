@@ -1,4 +1,4 @@
-"""Looks at processes, by Linux' own account."""
+"""Inspects processes through /proc."""
 
 import os
 import signal
@@ -7,10 +7,10 @@ from pathlib import Path
 
 
 def descendants(pid: int) -> list[int]:
-    """The living processes below one."""
+    """Returns the living descendants of a process."""
     try:
         children = " ".join(path.read_text() for path in Path(f"/proc/{pid}/task").glob("*/children")).split()
-    except (FileNotFoundError, ProcessLookupError):  # it has ended meanwhile
+    except (FileNotFoundError, ProcessLookupError):  # it has just ended
         return []
     return [one for child in map(int, children) for one in [child, *descendants(child)] if is_alive(one)]
 
@@ -23,7 +23,7 @@ def is_alive(pid: int) -> bool:
 
 
 def gone(family: list[int], seconds: float) -> bool:
-    """Whether processes are gone within a time. Ends those that are not."""
+    """Returns True if all processes end in time, and kills those that do not."""
     deadline = time.monotonic() + seconds
     while (alive := [pid for pid in family if is_alive(pid)]) and time.monotonic() < deadline:
         time.sleep(0.02)

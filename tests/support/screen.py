@@ -1,4 +1,4 @@
-"""A screen of its own for a program with a window, and what a user sees and does there."""
+"""A separate screen for a program with a window."""
 
 import os
 import struct
@@ -16,7 +16,7 @@ Found = TypeVar("Found")
 
 
 def wait_for(condition: Callable[[], Found], seconds: float = 60.0) -> Found | None:
-    """What a condition gives once it gives anything, or nothing when the time is up."""
+    """Returns the condition's result as soon as it is true, or None after a timeout."""
     deadline = time.monotonic() + seconds
     while time.monotonic() < deadline:
         if found := condition():
@@ -26,7 +26,7 @@ def wait_for(condition: Callable[[], Found], seconds: float = 60.0) -> Found | N
 
 
 class Screen:
-    """An X server with a window manager, and what a user sees and does there."""
+    """An X server with a window manager, and a user's eyes and hands."""
 
     def __init__(self, environment: dict[str, str]) -> None:
         reading, writing = os.pipe()
@@ -68,7 +68,7 @@ class Screen:
         return window
 
     def find_window(self, title: str, seconds: float) -> str | None:
-        """Waits for a window that stays as it is: JUCE makes some anew, and all small, as they appear."""
+        """Waits for a window that no longer changes: JUCE creates them small, and some of them twice."""
 
         def look() -> list[tuple[str, tuple[int, int]]]:
             return [(window, self.size_of(window)) for window in self.windows(title)]
@@ -82,19 +82,19 @@ class Screen:
         return wait_for(one_that_stays, seconds)
 
     def size_of(self, window: str) -> tuple[int, int]:
-        """Nothing by nothing if it has gone."""
+        """Returns width and height, or zeros if the window has gone."""
         shell = dict(line.split("=") for line in self.xdotool("getwindowgeometry", "--shell", window).split())
         return int(shell.get("WIDTH", 0)), int(shell.get("HEIGHT", 0))
 
     def outer_size_of(self, window: str) -> tuple[int, int]:
-        """With the frame that the window manager draws around it."""
+        """Returns width and height, including the window manager's frame."""
         extents = self.ask("xprop", "-id", window, "_NET_FRAME_EXTENTS").split("=")[1]
         left, right, top, bottom = (int(extent) for extent in extents.split(","))
         width, height = self.size_of(window)
         return width + left + right, height + top + bottom
 
     def drag_corner(self, window: str, right: int, down: int) -> None:
-        """Resizes as a user would, with the mouse: Alt and the right button, near the bottom right corner."""
+        """Resizes with the mouse, as a user would: with Alt and the right button near the bottom right corner."""
         width, height = self.size_of(window)
         self.xdotool("mousemove", "--window", window, str(width - 10), str(height - 10))
         self.xdotool("keydown", "alt", "mousedown", "3")
@@ -112,7 +112,7 @@ class Screen:
         self.xdotool("mousemove", "--window", window, str(x), str(y), "click", "1")
 
     def drop(self, window: str, x: int, y: int, kind: str, data: str) -> None:
-        """Drops data of a MIME type at a point of a window."""
+        """Drops data of a MIME type at a point in a window."""
         place = dict(line.split("=") for line in self.xdotool("getwindowgeometry", "--shell", window).split())
         point = str(int(place["X"]) + x), str(int(place["Y"]) + y)
         command = [sys.executable, str(Path(__file__).with_name("drag.py")), window, *point, kind, data]
@@ -122,7 +122,7 @@ class Screen:
         self.xdotool("key", "--clearmodifiers", *keys)
 
     def picture_of(self, window: str) -> np.ndarray:
-        """A window's, or the root's, pixels, of shape (height, width, 3), in red, green and blue from 0 to 255."""
+        """Returns the pixels of a window, or of "root", of shape (height, width, 3): RGB from 0 to 255."""
         which = ["-root"] if window == "root" else ["-id", window]
         dump = subprocess.run(
             ["xwd", "-silent", *which], env=self.environment, capture_output=True, check=True, timeout=60
@@ -134,7 +134,7 @@ class Screen:
 
 
 def save(name: str, picture: np.ndarray) -> None:
-    """Leaves a picture where the environment says so, for whoever wants to know what there was to be seen."""
+    """Saves a picture in the folder that KELVANE_PICTURES names, if any."""
     if folder := os.environ.get("KELVANE_PICTURES"):
         Path(folder).mkdir(parents=True, exist_ok=True)
         write_png(Path(folder) / f"{name}.png", picture)

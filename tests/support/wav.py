@@ -1,4 +1,4 @@
-"""Writes and reads WAV files, of samples in arrays of shape (frames, channels)."""
+"""Writes and reads WAV files, with samples of shape (frames, channels)."""
 
 import struct
 import wave
@@ -21,7 +21,7 @@ IEEE_FLOAT = 3
 
 
 def write_float_wav(path: Path, samples: np.ndarray, rate: int) -> Path:
-    """Writes 32-bit floats as they are, whatever they are."""
+    """Writes 32-bit floats unchanged, even NaN and infinity."""
     data = samples.astype("<f4").tobytes()
     channels = samples.shape[1]
     header = struct.pack("<4sIHHIIHH", b"fmt ", 16, IEEE_FLOAT, channels, rate, 4 * channels * rate, 4 * channels, 32)
@@ -31,7 +31,7 @@ def write_float_wav(path: Path, samples: np.ndarray, rate: int) -> Path:
 
 
 def read_float_wav(path: Path) -> tuple[np.ndarray, int]:
-    """Reads 32-bit floats, with the rate, by the format's definition alone."""
+    """Reads 32-bit floats and the rate, following the format's definition without a library."""
     content = path.read_bytes()
     assert content[:4] + content[8:12] == b"RIFFWAVE"
     chunks, position = {}, 12

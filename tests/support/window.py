@@ -1,4 +1,4 @@
-"""Kelvane's window at its first size, as a user sees it and works it."""
+"""Kelvane's window at its initial size, seen and operated as by a user."""
 
 import time
 from collections.abc import Callable
@@ -16,20 +16,20 @@ ANALYZE, BPM, BPM_TO, BPM_AUTO = (880, 132), (596, 304), (750, 330), (800, 330)
 CHOOSE_FOLDER, EXECUTE = (1100, 197), (1153, 539)
 NOWHERE = (700, 30)
 
-# Where something is shown.
+# Regions that show something.
 FILE_NAME, FOLDER_NAME = (62, 226, 182, 22), (993, 216, 219, 22)
 DETECTED, STATUS, PROGRESS_BAR = (857, 316, 64, 92), (22, 494, 1206, 20), (22, 522, 1042, 34)
 ACCENT, PANEL = (0xF2, 0xA8, 0x38), (0x3A, 0x21, 0x17)
 
 
 def same(a: np.ndarray, b: np.ndarray) -> bool:
-    """Whether two pictures are, but for what a renderer rounds otherwise when it paints a part."""
+    """Returns True if two pictures are equal, apart from rounding when only a part is repainted."""
     return bool(np.abs(a.astype(int) - b).max() <= 8)
 
 
 class Window:
     def __init__(self, screen: Screen) -> None:
-        """If none comes up, there may be another Kelvane running."""
+        """Fails if another Kelvane is already running."""
         self.screen = screen
         self.id = screen.window_with("Kelvane")
         assert wait_for(lambda: screen.size_of(self.id) == (1250, 572))
@@ -53,13 +53,13 @@ class Window:
         return bool(wait_for(lambda: not same(self.part(region), before)))
 
     def progress(self) -> float:
-        """How far the bar is filled, from 0 to 1, give or take its text."""
+        """Returns how far the bar is filled, from 0 to 1. Its text makes this approximate."""
         left, top, width, height = PROGRESS_BAR
         filled = (self.part((left, top + height // 2, width, 1))[0] == ACCENT).all(axis=1)
         return float(np.flatnonzero(filled).max(initial=-1) + 1) / width
 
     def open_dialog(self, title: str, ask: Callable[[], None]) -> str:
-        """Again and again: on a busy machine JUCE's file dialog may stay a single pixel."""
+        """Tries several times: on a busy machine JUCE's file dialog may remain a single pixel."""
         for _ in range(5):
             ask()
             if dialog := self.screen.find_window(title, 10):
@@ -69,7 +69,7 @@ class Window:
         raise AssertionError(f"{title!r} did not open")
 
     def choose(self, button: tuple[int, int], title: str, path: Path) -> None:
-        """By the program's own dialog, which comes where the desktop has none."""
+        """Chooses a path in JUCE's own dialog, which appears where the desktop has none."""
         dialog = self.open_dialog(title, lambda: self.click(button))
         width, height = self.screen.size_of(dialog)
         self.screen.click(dialog, width // 2, height - 64)
@@ -82,7 +82,7 @@ class Window:
         self.wait_for_end(title)
 
     def dismiss(self, title: str, seconds: float = 120) -> None:
-        """Waits for a message of this title and closes it."""
+        """Waits for a message with this title and closes it."""
         dialog = self.screen.window_with(title, seconds)
         assert wait_for(lambda: (self.screen.picture_of(dialog) == PANEL).all(axis=2).mean() > 0.5)
         save(title, self.screen.picture_of(dialog))
@@ -91,7 +91,7 @@ class Window:
         self.wait_for_end(title)
 
     def wait_for_end(self, title: str) -> None:
-        """Until a dialog has gone and clicks reach the window again, whose button then lights up under the mouse."""
+        """Waits until a dialog has gone and the window's button lights up under the mouse again."""
         assert wait_for(lambda: not self.screen.windows(title))
 
         def under_mouse_at(point: tuple[int, int]) -> np.ndarray:

@@ -1,4 +1,4 @@
-"""Where the workers are, what starts them, and the environments they run in."""
+"""The workers' folder, their environments and the command that runs them."""
 
 import os
 import shutil
@@ -12,32 +12,32 @@ ROOT = Path(__file__).parents[2]
 SCRIPTS = ROOT / "Resources" / "python"
 DEMO_SONG = ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
 
-BLOCK_SIZE = 8192  # what the program reads at a time
+BLOCK_SIZE = 8192  # bytes that the program reads at a time
 
-# From where the program would take it.
+# Found where the program finds it.
 UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or str(Path.home() / ".local/share/kelvane/uv/bin/uv")
 
-# Where pip looks for wheels beside its index, uv shall look too. Loopback is not for a proxy.
+# uv finds wheels where pip does, and requests to loopback bypass proxies.
 ENVIRONMENT = os.environ | {"UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", ""), "no_proxy": "127.0.0.1"}
 
 
 @cache
 def provide(script: str) -> Path:
-    """Installs what a worker needs, and returns the interpreter that has it. Skips the test where it cannot be had."""
+    """Installs a worker's packages and returns their interpreter. Skips the test if that is not possible."""
     return Path(run_uv(script, "run", SCRIPTS / "prepare.py", SCRIPTS / script).splitlines()[-1])
 
 
-def run_uv(what: str, *arguments: str | Path) -> str:
-    """Installs, and returns the output. Skips the test where what is wanted cannot be had, but not in CI."""
+def run_uv(purpose: str, *arguments: str | Path) -> str:
+    """Runs uv and returns its output. If it fails, skips the test, or fails it in CI."""
     done = subprocess.run([UV, *arguments], env=ENVIRONMENT, capture_output=True, text=True)
     if done.returncode != 0 and not os.environ.get("CI"):
-        pytest.skip(f"What {what} needs could not be installed: {done.stderr.strip()}")
+        pytest.skip(f"The packages for {purpose} could not be installed: {done.stderr.strip()}")
     assert done.returncode == 0, done.stderr
     return done.stdout
 
 
 def cache_without_stems(folder: Path) -> dict[str, str]:
-    """Variables for a cache of the test's own that shares nothing with the user's but the workers' packages."""
+    """Returns variables for a new cache that shares only the workers' packages with the user's."""
     cache = folder / "kelvane"
     cache.mkdir(parents=True)
     for item in provide("separate.py").parents[2].iterdir():
@@ -47,7 +47,7 @@ def cache_without_stems(folder: Path) -> dict[str, str]:
 
 
 def run_worker(*command: str | Path, status: int, environment: dict[str, str] = ENVIRONMENT) -> list[str]:
-    """Runs a script, which has to end with the status. Returns its lines as the program sees them."""
+    """Runs a script, which must exit with the status. Returns its lines as the program reads them."""
     done = subprocess.run(
         [UV, "run", "--quiet", *command],
         env=environment,
