@@ -1,4 +1,4 @@
-"""Locks between processes, held on files. A lock ends with its process, however that process ends."""
+"""Locks between processes, on files. A lock ends with the process that holds it, however that ends."""
 
 import os
 import sys

@@ -131,7 +131,7 @@ def say(line: str) -> None:
 
 
 def bar(fraction: float) -> str:
-    """Returns the line from which the program reads a progress from 0 to 1."""
+    """Returns the line from which the program reads progress, from 0 to 1."""
     percent = int(100 * fraction)
     return f"{percent:3}%|{'#' * (percent // 10):<10}|"
 
@@ -173,7 +173,7 @@ def _has_lost_uv(parent: int) -> bool:
     if name == os.path.basename(os.environ["UV"])[:15]:
         return False
     with contextlib.suppress(OSError):
-        return not os.path.samefile(f"/proc/{parent}/exe", os.environ["UV"])  # it may run under a link's name
+        return not os.path.samefile(f"/proc/{parent}/exe", os.environ["UV"])  # true if it was started through a link
     return True
 
 
@@ -188,7 +188,7 @@ def die_with_parent() -> None:
 
 
 def begin_child(parent: int) -> None:
-    """Makes a child end with its parent, whose process id is given."""
+    """Makes a child process end with its parent, whose id is given."""
     die_with_parent()
     if os.getppid() != parent:  # it had already ended
         os._exit(1)

@@ -31,7 +31,7 @@ from download.filename import safe_name
 from installation import environment
 from installation.setup_progress import SetupProgress
 
-CONVERTED = "converted"  # clashes with no download, which all have an extension
+CONVERTED = "converted"  # has no extension, unlike every download
 
 
 def main(arguments: list[str]) -> None:

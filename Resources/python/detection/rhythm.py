@@ -38,7 +38,7 @@ class Periodicity:
         return _interpolated(self.autocorrelation, seconds[..., None] * _NEARBY * FRAME_RATE).max(axis=-1)
 
     def alternation(self, hertz: np.ndarray) -> np.ndarray:
-        """Returns how far each pair of bands pulses together (> 0) or in turn (< 0), of shape (pairs, *rates)."""
+        """Returns how far each pair of bands pulses together (> 0) or alternates (< 0), of shape (pairs, *rates)."""
         index = hertz * _FFT_SIZE / FRAME_RATE
         cross = _interpolated(self.cross_spectra, index)
         magnitudes = _interpolated(self.magnitudes, index)

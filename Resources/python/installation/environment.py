@@ -66,7 +66,7 @@ def enter(script: Path, progress: SetupProgress | None = None) -> None:
 @dataclass(frozen=True)
 class _Requirements:
     packages: list[str]
-    day: str  # ignores later uploads
+    day: str  # later uploads are ignored
 
     @staticmethod
     def read(script: Path) -> "_Requirements":
@@ -149,7 +149,7 @@ class Environment:
             self._install(uv, part / "bin" / "python", progress)
             (part / surroundings.RECEIPT).write_text("\n".join([*self._requirements.packages, ""]))
             os.sync()  # a power cut must not leave the final name on incomplete contents
-            shutil.rmtree(self.folder, ignore_errors=True)  # one without its interpreter
+            shutil.rmtree(self.folder, ignore_errors=True)  # a folder whose interpreter was removed
             part.rename(self.folder)
         finally:
             shutil.rmtree(part, ignore_errors=True)

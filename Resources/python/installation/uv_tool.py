@@ -162,7 +162,7 @@ class _Screen:
     _BAR = re.compile(r"(\S+)\s+-+\s+([\d.]+) (\w+)/([\d.]+) (\w+)")
     _SEQUENCE = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]")
     _DRAWING = re.compile(r"[\u2800-\u28ff]|[█░]{4}|-{8}")
-    _SPINNER_BEFORE_ERROR = re.compile(r"^[\u2800-\u28ff].*?(?=error: )")  # uv may not start a new line
+    _SPINNER_BEFORE_ERROR = re.compile(r"^[\u2800-\u28ff].*?(?=error: )")  # uv may print it on the spinner's line
 
     def __init__(self, on_progress: OnProgress) -> None:
         self._decoder = codecs.getincrementaldecoder("utf-8")(errors="replace")

@@ -105,7 +105,7 @@ class _Network:
     def _run(self, chunk: "TensorChunk") -> "torch.Tensor":
         from demucs.apply import apply_model
 
-        self._model.to(self._device)  # stays there: Demucs would move it for each chunk
+        self._model.to(self._device)  # once: Demucs would move it back after each chunk
         return apply_model(self._model, chunk, shifts=0, split=False, device=self._device)[0].cpu()
 
 

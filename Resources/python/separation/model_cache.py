@@ -10,7 +10,7 @@ import file_lock
 import worker
 from installation.setup_progress import SetupProgress
 
-# The hub's client reads these when it is imported. Plain HTTP, unlike Xet, fails soon without a network.
+# The hub's client reads these when it is imported. Plain HTTP, unlike Xet, fails quickly without a network.
 os.environ.setdefault("HF_HUB_DISABLE_TELEMETRY", "1")
 os.environ.setdefault("HF_HUB_DISABLE_XET", "1")
 
@@ -65,7 +65,7 @@ def _fetch(name: str) -> None:
     except RepositoryNotFoundError as error:
         raise worker.WorkerError(f'Demucs has no model called "{name}": choose htdemucs.') from error
     except Exception as error:
-        if getattr(error, "errno", None):  # from the disk: network errors have no number
+        if getattr(error, "errno", None):  # from the disk: network errors have none
             raise
         if _is_certificate_error(error):
             raise worker.WorkerError(

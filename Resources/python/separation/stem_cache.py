@@ -56,7 +56,7 @@ class StemCache:
             self._limit = 0
 
     def scratch_folder(self, other: Path) -> Path:
-        """Returns the cache's folder or the other one, the one with more free space."""
+        """Returns either the cache's folder or the other one, depending on free space."""
         folders = [other] if self._limit == 0 else [self._folder, other]
         return max(folders, key=lambda folder: shutil.disk_usage(folder).free)
 
