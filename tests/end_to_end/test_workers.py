@@ -119,7 +119,7 @@ def start(environment: dict[str, str], tmp_path: Path) -> Iterator[Start]:
         ("long", ["--full-song", "--bpm", "auto:100"], "Detecting", 2),
         ("long", ["--stems", "bass"], "Separating stems... 1%", 2),
         ("installing", ["--stems", "bass"], "Fetching", 3),
-        ("", ["--prepare"], "Looking for", 3),
+        ("", ["--prepare"], "Checking what is missing", 3),
     ],
     ids=["download", "detection", "separation", "installation", "preparation"],
 )

@@ -73,7 +73,7 @@ def _fetch(name: str) -> None:
                 "or set SSL_CERT_FILE to your network's certificate."
             ) from error
         raise worker.WorkerError(
-            f"The {name} model could not be fetched: connect to the internet once and try again."
+            f"The {name} model could not be fetched: connect to the internet and try again."
         ) from error
 
 
