@@ -12,8 +12,10 @@ def tune(network: nn.Module) -> None:
     for module in list(network.modules()):
         if isinstance(module, MyGroupNorm):
             module.register_forward_hook(_make_contiguous)
-        elif isinstance(getattr(module, "dconv", None), DConv):
+        if isinstance(getattr(module, "dconv", None), DConv):
             module.dconv = _TiledBranches(module.dconv)
+        if _is_upsampling(getattr(module, "conv_tr", None)):
+            module.conv_tr = _Upsampling(module.conv_tr)
 
 
 def _make_contiguous(_module: nn.Module, _inputs: tuple[Tensor], output: Tensor) -> Tensor:
@@ -77,3 +79,52 @@ class _MatrixProduct(nn.Module):
 
     def forward(self, x: Tensor) -> Tensor:
         return torch.baddbmm(self._bias.expand(len(x), -1, -1), self._weight.expand(len(x), -1, -1), x)
+
+
+def _is_upsampling(step: nn.Module | None) -> bool:
+    if not isinstance(step, nn.ConvTranspose1d | nn.ConvTranspose2d):
+        return False
+    plain = not any((*step.padding, *step.output_padding)) and {*step.dilation, step.groups} == {1}
+    return plain and step.kernel_size[0] == 2 * step.stride[0] and {*step.kernel_size[1:], *step.stride[1:]} <= {1}
+
+
+class _Upsampling(nn.Module):
+    """Computes a transposed convolution whose kernel is twice as long as its stride.
+
+    Each input row then yields two blocks of output rows, and the second overlaps the first block of the next row. The
+    blocks come from matrix products of a few rows at a time, so they stay in the cache until they are added.
+    """
+
+    def __init__(self, convolution: nn.ConvTranspose1d | nn.ConvTranspose2d) -> None:
+        super().__init__()
+        num_inputs, self._num_outputs = convolution.weight.shape[:2]
+        self._stride = convolution.stride[0]
+        kernel = convolution.weight.detach().reshape(num_inputs, self._num_outputs, 2, self._stride)
+        self._weight = kernel.permute(2, 1, 3, 0).reshape(-1, num_inputs).contiguous()
+        bias = convolution.bias.detach()[:, None].expand(-1, self._stride)
+        self._bias = torch.stack([bias, torch.zeros_like(bias)]).reshape(-1, 1)
+
+    def forward(self, x: Tensor) -> Tensor:
+        """Maps the shape (batch, inputs, rows) or (batch, inputs, rows, samples) to the same with the outputs."""
+        batch, _, num_rows, *columns = x.shape
+        result = x.new_empty(batch, self._num_outputs, num_rows + 1, self._stride, *columns)
+        result[:, :, 0] = 0
+        row_size = len(self._weight) * x[0, 0, 0].numel() * x.element_size()
+        tile_rows = max(1, _TILE_SIZE // row_size)
+        for start in range(0, num_rows, tile_rows):
+            first, second = self._blocks(x[:, :, start : start + tile_rows])
+            end = start + first.shape[2]
+            result[:, :, start] += first[:, :, 0]
+            torch.add(first[:, :, 1:], second[:, :, :-1], out=result[:, :, start + 1 : end])
+            result[:, :, end] = second[:, :, -1]
+        bias = self._bias[: self._num_outputs * self._stride]
+        result[:, :, -1] += bias.view(self._num_outputs, self._stride, *[1] * len(columns))
+        return result.flatten(2, 3)
+
+    def _blocks(self, x: Tensor) -> tuple[Tensor, Tensor]:
+        """The two blocks of each row, of shape (batch, outputs, rows, stride) or (..., stride, samples)."""
+        batch, _, num_rows, *columns = x.shape
+        bias, weight = (values.expand(batch, -1, -1) for values in (self._bias, self._weight))
+        products = torch.baddbmm(bias, weight, x.flatten(2))
+        shape = (batch, 2, self._num_outputs, self._stride, num_rows, *columns)
+        return products.view(shape).transpose(3, 4).unbind(1)
