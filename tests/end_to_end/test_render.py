@@ -48,7 +48,10 @@ def song(tmp_path: Path) -> Path:
             ["song.wav", "--out", "out", "--key", "H:C"],
             "--key takes two keys as FROM:TO, out of C C# D D# E F F# G G# A A# B, not 'H:C'.",
         ),
-        (["song.wav", "--out", "out", "--rate", "7999"], "--rate takes a whole number of Hz from 8000 to 384000, not '7999'."),
+        (
+            ["song.wav", "--out", "out", "--rate", "7999"],
+            "--rate takes a whole number of Hz from 8000 to 384000, not '7999'.",
+        ),
         (["song.wav", "--out", "out", "--bits", "20"], "--bits takes 16, 24 or 32, not '20'."),
         (
             ["song.wav", "--out", "out", "--stems", "drums,piano"],
