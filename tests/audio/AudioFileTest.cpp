@@ -76,10 +76,8 @@ TEST_F (AudioFileTest, WritesHeadersThatSayWhatIsThere)
 
 TEST_F (AudioFileTest, IntegersClipAndFloatsDoNot)
 {
-    const auto buffer = signals::make (1, 4,
-                                       [] (int, int i) {
-                                           return std::array { 0.0f, -0.5f, 1.5f, -7.0f }[static_cast<size_t> (i)];
-                                       });
+    const auto buffer = signals::make (1, 4, [] (int, int i)
+                                       { return std::array { 0.0f, -0.5f, 1.5f, -7.0f }[static_cast<size_t> (i)]; });
     const auto file = folder.getChild ("levels.wav");
 
     ASSERT_TRUE (audiofile::writeWav (file, buffer, 44100.0, 16, error));

@@ -18,7 +18,7 @@ static Buffer loadMusic()
     return audiofile::readWhole (*audiofile::open (formats, juce::File (KELVANE_DEMO_SONG)));
 }
 
-TEST (TimeStretch, ResultLengthFollowsFramesAndTarget)
+TEST (TimeStretchTest, LimitsTheLengthByFramesAndTarget)
 {
     struct Case
     {
@@ -37,30 +37,18 @@ TEST (TimeStretch, ResultLengthFollowsFramesAndTarget)
             << c.numSamples << " samples, ratio " << c.ratio;
 }
 
-TEST (TimeStretch, RatioOfOneAndEmptyInputGiveCopies)
+TEST (TimeStretchTest, CopiesAtARatioOfOneAndResamplesShortInput)
 {
-    for (const auto numSamples : { 0, 1, 100, 10000 })
-    {
-        const auto input = signals::noise (2, numSamples);
-        EXPECT_TRUE (signals::identical (stretch::timeStretch (input, 1.0 + 0.9e-9), input));
-    }
-
-    EXPECT_EQ (stretch::timeStretch (Buffer (2, 0), 2.0).getNumSamples(), 0);
-    EXPECT_FALSE (
-        signals::identical (stretch::timeStretch (signals::noise (2, 10000), 1.0 + 1.1e-9), signals::noise (2, 10000)));
-}
-
-TEST (TimeStretch, ShortInputIsResampledInstead)
-{
-    const auto shortInput = signals::noise (2, 4095);
+    const auto input = signals::noise (2, 4096), shortInput = signals::noise (2, 4095);
+    EXPECT_TRUE (signals::identical (stretch::timeStretch (input, 1.0 + 0.9e-9), input));
+    EXPECT_FALSE (signals::identical (stretch::timeStretch (input, 1.0 + 1.1e-9), input));
+    EXPECT_TRUE (signals::identical (stretch::timeStretch (input, 1.5), scalarTimeStretch (input, 1.5)));
     EXPECT_TRUE (
         signals::identical (stretch::timeStretch (shortInput, 1.5), stretch::resample (shortInput, 1.0 / 1.5)));
-
-    const auto longEnough = signals::noise (2, 4096);
-    EXPECT_TRUE (signals::identical (stretch::timeStretch (longEnough, 1.5), scalarTimeStretch (longEnough, 1.5)));
+    EXPECT_EQ (stretch::timeStretch (Buffer (2, 0), 2.0).getNumSamples(), 0);
 }
 
-TEST (TimeStretch, EveryBackendAgreesWithPlainLoopsToTheBit)
+TEST (TimeStretchTest, GivesTheBitsOfPlainLoopsOnEveryBackend)
 {
 #if JUCE_64BIT && (JUCE_INTEL || JUCE_ARM)
     EXPECT_STRNE (stretch::fastestSearchBackend().name, "plain");
@@ -107,7 +95,7 @@ TEST (TimeStretch, EveryBackendAgreesWithPlainLoopsToTheBit)
         }
 }
 
-TEST (TimeStretch, KeepsLevelAndChannelsAligned)
+TEST (TimeStretchTest, KeepsLevelAndChannelsAligned)
 {
     const auto result =
         stretch::timeStretch (signals::make (2, 50000, [] (int c, int) { return c ? -0.5 : 0.5; }), 1.3);
