@@ -1,59 +1,69 @@
 #include "audio/AudioFile.h"
 
 #include "JuceCompatibility.h"
+#include "audio/BarePcmStream.h"
 #include "audio/ContainerCheck.h"
 #include "audio/FFmpegAudioFormat.h"
 #include "audio/LargeBuffer.h"
 #include "audio/MemoryLimit.h"
 
+#include <limits>
+
 namespace audiofile
 {
 
-constexpr int maxChannels = 64;
-
-static bool isPcm (const juce::AudioFormatReader& reader)
+static bool isPcm (const juce::String& formatName)
 {
-    const auto name = reader.getFormatName();
-    return name == juce::WavAudioFormat().getFormatName() || name == juce::AiffAudioFormat().getFormatName();
+    return formatName == juce::WavAudioFormat().getFormatName()
+           || formatName == juce::AiffAudioFormat().getFormatName();
 }
 
-/** The depths that the library's PCM readers convert; others would leave the samples unset. */
+/** The depths that JUCE's PCM readers convert. At others they would leave the samples unset. */
 static bool canConvertPcm (const juce::AudioFormatReader& reader)
 {
     const auto bits = reader.bitsPerSample;
     return reader.usesFloatingPointData ? bits == 32 : bits == 8 || bits == 16 || bits == 24 || bits == 32;
 }
 
-/** How many samples of a PCM file's claimed length lie within the file. */
-static juce::int64 samplesHeld (const juce::AudioFormatReader& reader, juce::AudioFormat& format,
-                                const juce::File& file)
+static std::unique_ptr<juce::InputStream> openStream (const juce::AudioFormat& format, const juce::File& file)
 {
-    // As if the header were audio too.
-    const auto estimate = file.getSize() * 8 / (static_cast<juce::int64> (reader.numChannels) * reader.bitsPerSample);
-    const std::unique_ptr<juce::MemoryMappedAudioFormatReader> mapped (format.createMemoryMappedReader (file));
+    if (isPcm (format.getFormatName()))
+        return BarePcmStream::open (file);
 
-    // Some file systems cannot map, and a section may lie behind the end of its file.
-    if (mapped != nullptr && mapped->mapEntireFile())
-        return juce::jmin (estimate, mapped->getMappedSection().getEnd());
-
-    return estimate;
+    return file.createInputStream();
 }
 
-/** @returns null if the format cannot read the file, or not for certain */
+/** @returns null if the format cannot read the file, or not with certainty */
 static std::unique_ptr<juce::AudioFormatReader> createReader (juce::AudioFormat& format, const juce::File& file)
 {
     if (! format.canHandleFile (file))
         return nullptr;
 
-    auto stream = file.createInputStream();
+    auto stream = openStream (format, file);
 
     if (stream == nullptr)
         return nullptr;
 
     std::unique_ptr<juce::AudioFormatReader> reader (format.createReaderFor (stream.release(), true));
-    const auto isFit =
-        reader != nullptr && reader->numChannels <= maxChannels && (! isPcm (*reader) || canConvertPcm (*reader));
+    const auto isFit = reader != nullptr && reader->numChannels <= maxChannels
+                       && (! isPcm (reader->getFormatName()) || canConvertPcm (*reader));
     return isFit ? std::move (reader) : nullptr;
+}
+
+/** @returns the most samples per channel that the file can hold; nothing if it is unsafe to decode. PCM readers know
+   for themselves, and FFmpeg's counts.
+*/
+static std::optional<juce::int64> samplesHeld (const juce::AudioFormatReader& reader, const juce::File& file)
+{
+    juce::FileInputStream stream (file);
+
+    if (reader.getFormatName() == "FLAC file")
+        return containercheck::countFlacSamples (stream);
+
+    if (reader.getFormatName() == "Ogg-Vorbis file")
+        return containercheck::maxVorbisSamples (stream);
+
+    return std::numeric_limits<juce::int64>::max();
 }
 
 void registerFormats (juce::AudioFormatManager& formats)
@@ -66,19 +76,20 @@ void registerFormats (juce::AudioFormatManager& formats)
 
 std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats, const juce::File& file)
 {
-    // No size is no audio, and no file at all if it is a pipe, which would be waited for in vain.
-    const auto isFile = file.existsAsFile() && file.getSize() > 0;
-    const auto maxSamplesByStructure = isFile ? containercheck::maxSamples (file) : std::nullopt;
-
-    if (! maxSamplesByStructure)
+    // A pipe has no size either. To open it would wait for its other end.
+    if (! file.existsAsFile() || file.getSize() == 0)
         return nullptr;
 
     for (auto* const format : formats)
     {
         if (auto reader = createReader (*format, file))
         {
-            const auto held = isPcm (*reader) ? samplesHeld (*reader, *format, file) : *maxSamplesByStructure;
-            reader->lengthInSamples = juce::jlimit (juce::int64 {}, held, reader->lengthInSamples);
+            const auto held = samplesHeld (*reader, file);
+
+            if (! held)
+                return nullptr;
+
+            reader->lengthInSamples = juce::jlimit (juce::int64 {}, *held, reader->lengthInSamples);
             return reader;
         }
     }
@@ -104,7 +115,7 @@ static juce::String notOpened (const juce::File& file)
     return "Could not open output file for writing:\n" + file.getFullPathName();
 }
 
-/** @param named  the file that an error names
+/** @param named  the file that an error message names
     @returns null if the stream could not be opened, or if there is no WAV of that depth or channel count
 */
 static std::unique_ptr<juce::AudioFormatWriter> createWriter (std::unique_ptr<juce::FileOutputStream> fileStream,
@@ -152,7 +163,7 @@ bool writeWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, d
     return true;
 }
 
-/** @returns whether the file's header states these samples and the file is long enough to have them */
+/** @returns true if the file's header states as many samples as the buffer has and the file is long enough for them */
 static bool holds (const juce::File& file, const juce::AudioBuffer<float>& buffer, int bitDepth)
 {
     const std::unique_ptr<juce::AudioFormatReader> reader (
@@ -174,7 +185,7 @@ static bool writeAll (const juce::File& file, const juce::File& named, const juc
 
     const auto written = writer->writeFromAudioSampleBuffer (buffer, 0, buffer.getNumSamples()) && writer->flush();
 
-    // The system writes what still fits and gives no reason for that. It gives one when nothing fits.
+    // A partial write succeeds without a reason. The next one, which finds no space at all, has one.
     if (! written && opened->getStatus().wasOk())
     {
         opened->setPosition (file.getSize());

@@ -6,19 +6,23 @@
 namespace audiofile
 {
 
-/** The longest audio that is read; what lies behind it is left out. */
+/** The longest audio that is read, in samples per channel. The rest is left out. */
 constexpr juce::int64 maxSamples = juce::int64 { 1 } << 30;
 
-/** Registers the basic formats and, behind them, what the build has besides. */
+/** The most channels that a file may have. */
+constexpr int maxChannels = 64;
+
+/** Registers the basic formats and, after them, all others that the build has. */
 void registerFormats (juce::AudioFormatManager& formats);
 
-/** Opens a file with the first of the manager's formats that can read it.
+/** Opens a file with the first of the manager's formats that can read it. The reader has no metadata of WAV and AIFF
+    files.
 
-    The length that a basic format's reader states is no more than the file can hold: a header may claim
-    more, as that of a recording that was cut off or piped does.
+    The length that a basic format's reader states is no more than the file can hold. The header of a recording that was
+    cut off or piped may claim more.
 
-    @returns null for a file that is missing, empty or damaged in its structure, or that no format can
-             read: unknown, more than 64 channels, or PCM other than 8, 16, 24 or 32 bits
+    @returns null for a file that is missing, empty or damaged in its structure, or that no format can read: an unknown
+             one, more than maxChannels channels, or PCM other than 8, 16, 24 or 32 bits
 */
 std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats, const juce::File& file);
 
@@ -30,7 +34,7 @@ juce::AudioBuffer<float> readWhole (juce::AudioFormatReader& reader);
 
 /** Writes a WAV file, in place of an older one of that name, which is deleted first.
 
-    What cannot be written, because the disk is full, say, is lost without an error.
+    Anything that cannot be written, because the disk is full, say, is lost without an error.
 
     @param bitDepth  16 or 24: integer PCM, clipped at full scale; 32: floating point, unclipped
     @param error     receives the message for the user
@@ -40,11 +44,11 @@ bool writeWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, d
                juce::String& error);
 
 /** Writes a WAV file as writeWav() does, but loses nothing: an older file of that name is replaced, at once, only when
-    the new one is complete, on the disk and as long as its header says. Until then it lies beside it, under a hidden
-    name that depends only on the file's, so that the next attempt replaces what a killed one has left.
+    the new one is complete, on the disk and as long as its header says. Until then the new one lies beside it, under a
+    hidden name that depends only on the file's, so that the next attempt replaces the remains of one that was killed.
 
     @param error  receives the message for the user, with the reason that the system gives
-    @returns false if the file could not be written; the older one is then there as it was
+    @returns false if the file could not be written; the older one is then unchanged
 */
 bool replaceWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, double sampleRate, int bitDepth,
                  juce::String& error);

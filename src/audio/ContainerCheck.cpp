@@ -1,10 +1,10 @@
 #include "audio/ContainerCheck.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
-#include <limits>
+#include <numeric>
 #include <string>
+#include <string_view>
 
 namespace containercheck
 {
@@ -12,160 +12,165 @@ namespace containercheck
 namespace
 {
 
-/** Four letters that name a file's format or a part of it. They may be any bytes. */
-std::string readName (juce::InputStream& stream)
+juce::uint8 byteAt (std::string_view bytes, size_t index)
 {
-    std::string name (4, '\0');
-    stream.read (name.data(), 4);
-    return name;
+    return index < bytes.size() ? static_cast<juce::uint8> (bytes[index]) : juce::uint8 {};
+}
+
+/** Finds every place at which a mark stands.
+
+    @param maxLength  the most bytes from there on that visit looks at
+    @param visit      receives these bytes, fewer at the end of the stream; returns how many of them to skip, at least 1
+*/
+template <typename Visit>
+void findAll (juce::InputStream& stream, std::string_view mark, size_t maxLength, Visit&& visit)
+{
+    constexpr size_t blockSize = 1 << 16;
+    std::string window;
+
+    for (auto isAtEnd = false; ! isAtEnd;)
+    {
+        const auto oldSize = window.size();
+        window.resize (oldSize + blockSize);
+        const auto numRead = stream.read (window.data() + oldSize, static_cast<int> (blockSize));
+        window.resize (oldSize + static_cast<size_t> (juce::jmax (0, numRead)));
+        isAtEnd = numRead <= 0;
+
+        auto at = window.find (mark);
+
+        while (at != std::string::npos && (isAtEnd || at + maxLength <= window.size()))
+            at = window.find (mark, at + visit (std::string_view (window).substr (at, maxLength)));
+
+        // Half a mark may stand at the end.
+        window.erase (0, at != std::string::npos ? at : window.size() - std::min (window.size(), mark.size() - 1));
+    }
+}
+
+/** The checksum of a FLAC frame's header: x^8 + x^2 + x + 1, from 0. */
+juce::uint8 crc8 (std::string_view bytes)
+{
+    const auto add = [] (unsigned crc, char byte)
+    {
+        crc ^= static_cast<juce::uint8> (byte);
+
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc & 0x80) != 0 ? ((crc << 1) ^ 0x07) & 0xff : crc << 1;
+
+        return crc;
+    };
+
+    return static_cast<juce::uint8> (std::accumulate (bytes.begin(), bytes.end(), 0u, add));
+}
+
+struct FlacFrame
+{
+    int numSamples = 0; // 0 if there is no frame
+    size_t minSize = 1; // bytes
+};
+
+/** Reads the header of a FLAC frame (RFC 9639, section 9.1). */
+FlacFrame parseFlacFrame (std::string_view bytes)
+{
+    const auto sizeCode = byteAt (bytes, 2) >> 4, rateCode = byteAt (bytes, 2) & 15;
+    const auto channelCode = byteAt (bytes, 3) >> 4;
+    const auto lengthOfNumber = std::countl_one (byteAt (bytes, 4));
+
+    if ((byteAt (bytes, 1) & 0xfe) != 0xf8 || sizeCode == 0 || rateCode == 15 || channelCode > 10 || lengthOfNumber == 1
+        || lengthOfNumber == 8)
+        return {};
+
+    auto size = 4 + static_cast<size_t> (juce::jmax (1, lengthOfNumber));
+    auto numSamples = sizeCode == 1 ? 192 : sizeCode < 6 ? 144 << sizeCode : 1 << sizeCode;
+
+    if (sizeCode == 6 || sizeCode == 7)
+    {
+        numSamples = byteAt (bytes, size++);
+
+        if (sizeCode == 7)
+            numSamples = (numSamples << 8) + byteAt (bytes, size++);
+
+        ++numSamples;
+    }
+
+    if (rateCode >= 12)
+        size += rateCode == 12 ? 1 : 2;
+
+    if (size >= bytes.size() || crc8 (bytes.substr (0, size)) != byteAt (bytes, size))
+        return {};
+
+    // A subframe has a byte at least, and the frame a checksum of two.
+    const auto numChannels = static_cast<size_t> (channelCode < 8 ? channelCode + 1 : 2);
+    return { numSamples, size + 1 + numChannels + 2 };
 }
 
 struct VorbisFormat
 {
-    int numChannels = 0;
-    int sampleRate = 0;
+    juce::uint8 numChannels = 0;
+    juce::uint32 sampleRate = 0;
 
     bool operator== (const VorbisFormat&) const = default;
 };
 
-/** The format that a Vorbis stream's first packet states, if this is one: its type, "vorbis", four
-    bytes of version, one of channels and four of rate.
-*/
-std::optional<VorbisFormat> readVorbisFormat (juce::InputStream& stream)
-{
-    constexpr std::array name { 'v', 'o', 'r', 'b', 'i', 's' };
-    std::array<char, 11> start {};
-
-    if (stream.read (start.data(), static_cast<int> (start.size())) != static_cast<int> (start.size())
-        || ! std::equal (name.begin(), name.end(), start.begin() + 1))
-        return {};
-
-    const auto numChannels = static_cast<juce::uint8> (stream.readByte());
-    return VorbisFormat { numChannels, stream.readInt() };
-}
-
-/** Goes from page to page: 27 bytes of header, of which the last counts the segments, then a byte a
-    segment for its length.
-*/
-bool oggLinksAgree (juce::InputStream& stream)
-{
-    constexpr auto beginsStream = 2;
-    std::optional<VorbisFormat> first;
-
-    for (juce::int64 page = 0; ! stream.isExhausted();)
-    {
-        stream.setPosition (page);
-
-        if (readName (stream) != "OggS")
-            return true;
-
-        std::array<char, 23> header {}; // what is left of it
-        std::array<juce::uint8, 255> segments {};
-        stream.read (header.data(), 23);
-        const auto numSegments = static_cast<juce::uint8> (header[22]);
-        stream.read (segments.data(), numSegments);
-        const auto body = page + 27 + numSegments;
-
-        if ((header[1] & beginsStream) != 0)
-        {
-            const auto format = readVorbisFormat (stream);
-
-            if (first && format && *format != *first)
-                return false;
-
-            first = first ? first : format;
-        }
-
-        page = body;
-
-        for (const auto length : segments)
-            page += length;
-    }
-
-    return true;
-}
-
-/** Goes from chunk to chunk, each a name, a length and so many bytes, padded to an even number.
-
-    @param visit  receives a chunk's name and the position behind it; returns false to go no further
-*/
-template <typename Visit>
-void visitChunks (juce::InputStream& stream, std::endian order, Visit&& visit)
-{
-    for (juce::int64 chunk = 12; chunk + 8 <= stream.getTotalLength();)
-    {
-        stream.setPosition (chunk);
-        const auto name = readName (stream);
-        const auto length =
-            static_cast<juce::uint32> (order == std::endian::big ? stream.readIntBigEndian() : stream.readInt());
-        chunk += 8 + static_cast<juce::int64> (length) + (length & 1);
-
-        if (! visit (name, chunk))
-            return;
-    }
-}
-
-bool aiffDescribesItsSound (juce::InputStream& stream)
-{
-    auto isDescribed = false, hasSound = false;
-
-    visitChunks (stream, std::endian::big,
-                 [&] (const std::string& name, juce::int64)
-                 {
-                     isDescribed = isDescribed || name == "COMM";
-                     hasSound = name == "SSND";
-                     return ! hasSound;
-                 });
-
-    return isDescribed && hasSound;
-}
-
-/** A table of loops or cues whose length goes beyond the file would be read on in memory, gigabytes of it. */
-bool wavTablesFit (juce::InputStream& stream)
-{
-    const auto paddedEnd = stream.getTotalLength() + 1;
-    auto fit = true;
-
-    visitChunks (stream, std::endian::little,
-                 [&] (const std::string& name, juce::int64 end)
-                 {
-                     fit = (name != "smpl" && name != "cue ") || end <= paddedEnd;
-                     return fit;
-                 });
-
-    return fit;
-}
-
-/** A frame has a header, a constant subframe a channel at least, and a checksum. */
-juce::int64 maxFlacSamples (juce::InputStream& stream)
-{
-    constexpr auto smallestFrame = 10;
-
-    stream.setPosition (10);
-    const auto maxBlockSize = static_cast<juce::uint16> (stream.readShortBigEndian());
-    return (stream.getTotalLength() / smallestFrame + 1) * maxBlockSize;
-}
-
 } // namespace
 
-std::optional<juce::int64> maxSamples (const juce::File& file)
+juce::int64 countFlacSamples (juce::InputStream& stream)
 {
-    constexpr auto noBound = std::numeric_limits<juce::int64>::max();
-    juce::FileInputStream stream (file);
+    constexpr size_t longestHeader = 16; // bytes
+    juce::int64 numSamples = 0;
 
-    if (! stream.openedOk())
+    findAll (stream, "\xff", longestHeader,
+             [&] (std::string_view bytes)
+             {
+                 const auto frame = parseFlacFrame (bytes);
+                 numSamples += frame.numSamples;
+                 return frame.minSize;
+             });
+
+    return numSamples;
+}
+
+/** A page has 27 bytes of header, of which the last counts its segments, and then a length for each segment. A segment
+    shorter than 255 bytes ends a packet. The first packet of a Vorbis stream states its format.
+*/
+std::optional<juce::int64> maxVorbisSamples (juce::InputStream& stream)
+{
+    constexpr size_t headerSize = 27, maxSegments = 255, formatSize = 30;
+    constexpr auto beginsStream = 2, lossAllowance = 2;
+
+    std::optional<VorbisFormat> first;
+    auto linksAgree = true;
+    juce::int64 numPackets = 0;
+    auto longestBlock = 0; // samples
+
+    findAll (stream, "OggS", headerSize + maxSegments + formatSize,
+             [&] (std::string_view page)
+             {
+                 const auto numSegments = size_t { byteAt (page, headerSize - 1) };
+                 const auto body = juce::jmin (headerSize + numSegments, page.size());
+                 const auto segments = page.substr (juce::jmin (headerSize, body), numSegments);
+                 numPackets += std::count_if (segments.begin(), segments.end(),
+                                              [] (char length) { return length != '\0' && length != '\xff'; });
+
+                 const auto format = page.substr (body);
+
+                 if ((byteAt (page, 5) & beginsStream) != 0 && format.size() >= formatSize
+                     && format.substr (0, 7) == "\x01vorbis")
+                 {
+                     const VorbisFormat stated { byteAt (format, 11),
+                                                 juce::ByteOrder::littleEndianInt (format.data() + 12) };
+                     first = first.value_or (stated);
+                     linksAgree = linksAgree && stated == *first;
+                     longestBlock = juce::jmax (longestBlock, 1 << (byteAt (format, 28) >> 4));
+                 }
+
+                 return size_t { 4 };
+             });
+
+    if (! linksAgree)
         return {};
 
-    const auto name = readName (stream);
-
-    if (name == "fLaC")
-        return maxFlacSamples (stream);
-
-    if ((name == "OggS" && ! oggLinksAgree (stream)) || (name == "FORM" && ! aiffDescribesItsSound (stream))
-        || ((name == "RIFF" || name == "RF64") && ! wavTablesFit (stream)))
-        return {};
-
-    return noBound;
+    // Blocks overlap by half.
+    return lossAllowance * numPackets * (longestBlock / 2);
 }
 
 } // namespace containercheck

@@ -4,18 +4,17 @@
 
 #include <optional>
 
-/** What a file's own structure says, before a decoder that trusts it is let near. */
+/** Counts what a compressed file can really hold, for decoders that believe its claims. */
 namespace containercheck
 {
 
-/** The most samples per channel that a file can hold, whatever length it claims.
+/** @returns the samples per channel of all frames of a FLAC stream, as the frames' own headers state them */
+juce::int64 countFlacSamples (juce::InputStream& stream);
 
-    @returns for FLAC what follows from the file's size and its largest block; for other formats no
-             bound. Nothing at all if a decoder cannot rely on the file's structure: an Ogg file chained
-             of streams that differ in channels or rate, an AIFF file that lacks its sound data or has
-             it ahead of its description, a WAV file whose loops or cues go beyond its end, a file that
-             cannot be read.
+/** @returns the most samples per channel that the packets of an Ogg Vorbis file can fill, with as much again for
+   packets that got lost; nothing if the file chains streams that differ in channels or sample rate, which a decoder
+             would read beyond its buffers
 */
-std::optional<juce::int64> maxSamples (const juce::File& file);
+std::optional<juce::int64> maxVorbisSamples (juce::InputStream& stream);
 
 } // namespace containercheck

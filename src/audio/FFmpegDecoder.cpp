@@ -7,11 +7,11 @@
 namespace
 {
 
-/** The containers of single songs and videos. Lists of other files are none of them. */
+/** The containers of single songs and videos, without playlists, which name other files. */
 constexpr auto containers = "aac,ac3,aiff,amr,ape,asf,au,avi,caf,dts,eac3,flac,flv,matroska,mov,mp3,mpc,mpc8,mpeg,"
                             "mpegts,ogg,tak,tta,voc,w64,wav,wv";
 
-/** Above what any converter works at; a damaged file may claim anything. */
+/** No converter runs faster. A damaged file may claim any rate. */
 constexpr auto maxSampleRate = 768000;
 
 int readBytes (void* source, uint8_t* bytes, int size)
@@ -30,7 +30,7 @@ int64_t seek (void* source, int64_t offset, int whence)
     return stream.setPosition (offset) ? stream.getPosition() : AVERROR (EIO);
 }
 
-/** The samples that are to be left out of a packet's audio: 32 bits for its start, 32 for its end. */
+/** The samples to leave out of a packet's audio: 32 bits for its start, 32 for its end. */
 juce::int64 samplesToSkip (const AVPacket& packet)
 {
     size_t size = 0;
@@ -42,14 +42,14 @@ juce::int64 samplesToSkip (const AVPacket& packet)
     return juce::int64 { juce::ByteOrder::littleEndianInt (data) } + juce::ByteOrder::littleEndianInt (data + 4);
 }
 
-/** What a demuxer takes for a packet because it lies behind the last one: tags of all kinds, or rubbish. */
+/** Demuxers take tags or rubbish after the last frame for a packet. */
 bool isNoMp3Frame (const AVPacket& packet, const AVCodecParameters& parameters)
 {
     return parameters.codec_id == AV_CODEC_ID_MP3
            && (packet.size < 2 || packet.data[0] != 0xff || (packet.data[1] & 0xe0) != 0xe0);
 }
 
-/** The length that Apple's encoders note: the fourth of some hexadecimal numbers; 0 if there is none. */
+/** The length that Apple's encoders note, as the fourth of several hexadecimal numbers; 0 if there is none. */
 juce::int64 appleSamples (const AVFormatContext& container)
 {
     const auto* const entry = ffmpeg::library().av_dict_get (container.metadata, "iTunSMPB", nullptr, 0);
@@ -80,7 +80,7 @@ std::unique_ptr<FFmpegDecoder> FFmpegDecoder::open (juce::InputStream& source)
     if (! ffmpeg::isAvailable())
         return nullptr;
 
-    // What the libraries find wrong with a file, they would print.
+    // They would print all they find wrong with a file.
     ffmpeg::library().av_log_set_level (AV_LOG_QUIET);
 
     std::unique_ptr<FFmpegDecoder> decoder (new FFmpegDecoder (source));
@@ -133,15 +133,13 @@ bool FFmpegDecoder::openCodec()
            && lib.avcodec_open2 (codec.get(), implementation, nullptr) >= 0;
 }
 
-/** Only a frame tells for certain what the frames are like: an AAC file may keep to itself that its rate is twice what
-    its header says.
-*/
+/** Reads the format off a decoded frame: an AAC file may play at twice the rate that its header states. */
 bool FFmpegDecoder::readFirstBlock()
 {
     auto outcome = decode();
 
     for (; outcome == Outcome::lostPacket; outcome = decode())
-        numTicks = 0; // there is nothing yet that silence could keep in its place
+        numTicks = 0; // nothing precedes it, so there is nothing to keep in its place
 
     if (outcome == Outcome::end || frame->sample_rate <= 0 || frame->sample_rate > maxSampleRate)
         return false;
@@ -190,8 +188,8 @@ juce::int64 FFmpegDecoder::countByClock()
     return juce::jmax (juce::int64 {}, toSamples (numTicks) - numToSkip);
 }
 
-/** An MPEG-4 file plays a section of its audio, whose length is told by a clock that may be as coarse as milliseconds.
-    To such a tick it is mostly all that there is behind the encoder's delay, and how much that is is told exactly.
+/** An MPEG-4 file plays a section of its audio, and states that section's length in ticks as coarse as milliseconds. To
+    the nearest tick, that is mostly all the audio after the encoder's delay, whose length is known exactly.
 */
 juce::int64 FFmpegDecoder::countByEdits()
 {
@@ -210,7 +208,7 @@ juce::int64 FFmpegDecoder::countByEdits()
 
     if (stream->duration != AV_NOPTS_VALUE)
     {
-        // What no edit has shortened still has the delay in it.
+        // Without an edit, the duration includes the delay.
         const auto isEdited = stream->duration < unedited.stream->duration;
         const auto played = juce::jmax (juce::int64 {}, toSamples (stream->duration) - (isEdited ? 0 : delay));
 
@@ -245,7 +243,7 @@ FFmpegDecoder::Outcome FFmpegDecoder::decode()
         if (result == 0)
             return Outcome::frame;
 
-        // After a failure there has to be another packet, or it could go on for ever.
+        // After a failure, take another packet, or this could go on for ever.
         hasFailed = false;
 
         if (result == AVERROR (EAGAIN))
@@ -261,7 +259,10 @@ FFmpegDecoder::Outcome FFmpegDecoder::decode()
     }
 }
 
-/** @returns what the codec says to the packet that follows, or to the end */
+/** Sends the codec the next packet, or the end.
+
+    @returns the codec's answer
+*/
 int FFmpegDecoder::feedCodec()
 {
     if (isDraining)
@@ -274,7 +275,7 @@ int FFmpegDecoder::feedCodec()
     return lib.avcodec_send_packet (codec.get(), nullptr);
 }
 
-/** @returns false at the end, be it the file's or that of what can be read of it */
+/** @returns false at the end of the file, or of its readable part */
 bool FFmpegDecoder::readPacket()
 {
     do
@@ -293,8 +294,8 @@ bool FFmpegDecoder::readPacket()
     return true;
 }
 
-/** What lies ahead of time zero in an MPEG-4 file is the encoder's delay. Versions before 6 do not say so if the file
-   is in fragments.
+/** Marks the audio before time zero of an MPEG-4 file as the encoder's delay. FFmpeg before version 6 does not do so if
+    the file is in fragments.
 */
 void FFmpegDecoder::markDelay()
 {
@@ -364,7 +365,7 @@ void FFmpegDecoder::readAllPackets()
     }
 }
 
-/** @returns for how long the packet plays; a damaged one is not believed everything */
+/** @returns how long the packet plays, within reason: a damaged one may state any length */
 juce::int64 FFmpegDecoder::packetTicks() const
 {
     constexpr auto longestFrame = 10; // seconds
@@ -372,11 +373,11 @@ juce::int64 FFmpegDecoder::packetTicks() const
     const auto rate = juce::jlimit (1, maxSampleRate, stream->codecpar->sample_rate);
     const auto frameTicks = lib.av_rescale_q (codec->frame_size, { 1, rate }, stream->time_base);
 
-    // The first packet of a fragment may not say.
+    // The first packet of a fragment may not state it.
     if (packet->duration <= 0)
         return frameTicks;
 
-    // The band that is replicated doubles a frame; so does what a muxer puts together.
+    // Spectral band replication doubles a frame, and a muxer may join two.
     const auto maxTicks =
         frameTicks > 0 ? 4 * frameTicks : lib.av_rescale_q (longestFrame, { 1, 1 }, stream->time_base);
     return juce::jmin (juce::int64 { packet->duration }, juce::int64 { maxTicks });
@@ -387,7 +388,7 @@ juce::int64 FFmpegDecoder::toSamples (juce::int64 ticks) const
     return lib.av_rescale_q (ticks, stream->time_base, { 1, sampleRate });
 }
 
-/** Whether this is one of the names of the container's format. */
+/** @returns true if this is one of the names of the container's format */
 bool FFmpegDecoder::isContainer (const char* name) const
 {
     return lib.av_match_name (name, container->iformat->name) != 0;

@@ -4,30 +4,30 @@
 
 #include <juce_audio_basics/juce_audio_basics.h>
 
-/** Decodes a file's main audio stream by FFmpeg's libraries, block by block, from its first sample to its last.
+/** Decodes a file's main audio stream with FFmpeg's libraries, block by block, from its first sample to its last.
 
-    What the encoder has put before and behind the music is left out, where the file tells how much that is. A packet
-    that the decoder finds damaged becomes silence of its length, so that all else stays in its place.
+    The encoder's delay and padding are left out if the file states them. A packet that the decoder finds damaged
+   becomes silence of its length, so that everything else stays in its place.
 
-    There is no way back: what timestamps tell is exact enough in some containers only, and an MP3 that is entered in
-    its middle lacks what its frames borrow from those before.
+    It cannot seek: timestamps are exact to the sample in some containers only, and the frames of an MP3 borrow bits
+   from earlier ones.
 */
 class FFmpegDecoder
 {
 public:
-    /** @param source  is read from its start on, and has to outlive the decoder
-        @returns null if the source is in no format that is known, if it has no audio that can be decoded, or if the
-                 system has no such libraries
+    /** @param source  read from its start; must outlive the decoder
+        @returns null if the source is in no known format, if it has no audio that can be decoded, or if the system
+                 has no FFmpeg libraries
     */
     static std::unique_ptr<FFmpegDecoder> open (juce::InputStream& source);
 
     double getSampleRate() const { return sampleRate; }         /**< in Hz, of all blocks */
     int getNumChannels() const { return channels.nb_channels; } /**< of all blocks */
 
-    /** The block that was decoded last, which after opening is the stream's first. */
+    /** The block decoded last; after opening, the stream's first. */
     const juce::AudioBuffer<float>& getBlock() const { return block; }
 
-    /** Decodes the block that follows.
+    /** Decodes the next block.
 
         @returns false if there is none: the block is empty then
     */

@@ -140,8 +140,8 @@ def test_a_flac_that_was_cut_off_gives_what_is_there(render: Run, tmp_path: Path
     assert render("song.flac", "--out", "out", "--full-song", "--bits", "16").returncode == 0
 
     samples, _ = read_wav(rendered(tmp_path / "out", "song"))
+    assert 15000 < len(samples) < 30000
     assert np.abs(samples[:15000] - noise[:15000]).max() < 1e-3
-    assert not samples[-15000:].any()
 
 
 def run_sox(*arguments: str | Path) -> None:
@@ -166,7 +166,7 @@ def test_a_chained_ogg_plays_on_only_if_its_links_agree(render: Run, tmp_path: P
     assert read_wav(rendered(tmp_path / "out", "alike"))[0].shape[1] == 2
 
 
-def test_a_flac_that_claims_hours_is_cut_to_what_it_can_hold(render: Run, tmp_path: Path) -> None:
+def test_a_flac_that_claims_hours_gives_what_is_there(render: Run, tmp_path: Path) -> None:
     write_wav(tmp_path / "source.wav", np.random.default_rng(1).uniform(-0.5, 0.5, (4410, 2)), 44100)
     subprocess.run(["flac", "--silent", "-o", tmp_path / "song.flac", tmp_path / "source.wav"], check=True)
     flac = bytearray((tmp_path / "song.flac").read_bytes())
@@ -174,7 +174,7 @@ def test_a_flac_that_claims_hours_is_cut_to_what_it_can_hold(render: Run, tmp_pa
     (tmp_path / "song.flac").write_bytes(flac)
 
     assert render("song.flac", "--out", "out", "--full-song", "--bits", "16").returncode == 0
-    assert read_wav(rendered(tmp_path / "out", "song"))[0].shape[0] < 4096 * (len(flac) // 10 + 1) + 1
+    assert read_wav(rendered(tmp_path / "out", "song"))[0].shape[0] == 4410
 
 
 @pytest.mark.parametrize("bits", [40, 64, 32760])
