@@ -1,6 +1,7 @@
 #include "pipeline/StemRenderer.h"
 
 #include "audio/AudioFile.h"
+#include "audio/MemoryLimit.h"
 #include "audio/Resample.h"
 #include "audio/TimeStretch.h"
 #include "pipeline/FileInFolder.h"
@@ -34,6 +35,16 @@ bool StemRenderer::render (juce::String& message)
     return true;
 }
 
+static bool changesRate (double sourceRate, double targetRate)
+{
+    return std::abs (targetRate - sourceRate) > 0.5;
+}
+
+bool StemRenderer::changesSpeed() const
+{
+    return std::abs (job.ratio - 1.0) > 1e-6;
+}
+
 bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const Entry& entry, juce::String& message)
 {
     const auto reader = audiofile::open (formats, entry.audio);
@@ -47,9 +58,11 @@ bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const Entry& e
     const auto sourceRate = reader->sampleRate;
     const auto targetRate = config.sampleRate > 0 ? static_cast<double> (config.sampleRate) : sourceRate;
 
+    requireMemoryFor (reader->numChannels * samplesHeldAtOnce (*reader, targetRate));
+
     auto buffer = changeSpeed (audiofile::readWhole (*reader));
 
-    if (std::abs (targetRate - sourceRate) > 0.5)
+    if (changesRate (sourceRate, targetRate))
         buffer = stretch::resample (buffer, sourceRate / targetRate);
 
     const auto outputFile = fileInFolder (job.outDir, job.baseName + " - " + entry.name + ".wav");
@@ -63,9 +76,20 @@ bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const Entry& e
     return true;
 }
 
+double StemRenderer::samplesHeldAtOnce (const juce::AudioFormatReader& reader, double targetRate) const
+{
+    const auto length = static_cast<double> (juce::jmin (reader.lengthInSamples, audiofile::maxSamples));
+    const auto keepsLength = config.adjustMode == AdjustMode::Key && config.stretchMode == StretchMode::TempoOnly;
+    const auto changed = changesSpeed() ? length / job.ratio : 0.0;
+    const auto finished = changesSpeed() && ! keepsLength ? changed : length;
+    const auto converted =
+        changesRate (reader.sampleRate, targetRate) ? finished * targetRate / reader.sampleRate : 0.0;
+    return juce::jmax (length + changed, finished + converted);
+}
+
 juce::AudioBuffer<float> StemRenderer::changeSpeed (juce::AudioBuffer<float> buffer) const
 {
-    if (! (std::abs (job.ratio - 1.0) > 1e-6))
+    if (! changesSpeed())
         return buffer;
 
     if (config.stretchMode == StretchMode::TempoAndPitch)

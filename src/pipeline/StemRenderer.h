@@ -46,7 +46,7 @@ public:
     /** Renders all entries.
         @param message  receives the text for the user after a failure; unchanged after a cancellation
         @returns true if all files have been written
-        @throws std::bad_alloc  if a file's audio does not fit into memory
+        @throws std::bad_alloc  if a file's audio does not fit into memory, mostly before it is read
     */
     bool render (juce::String& message);
 
@@ -54,6 +54,10 @@ public:
 
 private:
     bool renderFile (juce::AudioFormatManager& formats, const Entry& entry, juce::String& message);
+    bool changesSpeed() const;
+
+    /** @returns the most samples per channel that any step of the rendering holds, its source and its result together */
+    double samplesHeldAtOnce (const juce::AudioFormatReader& reader, double targetRate) const;
     juce::AudioBuffer<float> changeSpeed (juce::AudioBuffer<float> buffer) const;
 
     const PipelineConfig& config;

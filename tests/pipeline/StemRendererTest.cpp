@@ -6,6 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#if JUCE_LINUX
+#include <sys/resource.h>
+#endif
+
 using signals::Buffer;
 
 class StemRendererTest : public testing::Test
@@ -108,3 +112,35 @@ TEST_F (StemRendererTest, ChecksForACancellationBeforeEachFile)
         EXPECT_EQ (message, "");
     }
 }
+
+#if JUCE_LINUX
+
+static double peakMemory()
+{
+    rusage usage {};
+    getrusage (RUSAGE_SELF, &usage);
+    return static_cast<double> (usage.ru_maxrss) * 1024.0;
+}
+
+TEST_F (StemRendererTest, RefusesASongLongerThanMemoryBeforeItIsRead)
+{
+    constexpr auto positionOfLength = 76; // in a file with 32 bits a sample
+    const auto memory = juce::SystemStats::getMemorySizeInMegabytes() * 1024.0 * 1024.0;
+    const auto numBytes = static_cast<juce::int64> (memory / 100.0);
+
+    addStem ("long", signals::noise (1, 4), 8000.0);
+    juce::FileOutputStream file (job.stemFiles.back().second);
+    file.setPosition (positionOfLength);
+    file.writeInt (static_cast<int> (numBytes));
+    file.setPosition (numBytes + 1000); // leaves a hole, which takes no space
+    file.writeByte (0);
+    file.flush();
+
+    job.ratio = 0.25;
+    config.sampleRate = 384000;
+    const auto before = peakMemory();
+    EXPECT_THROW (render(), std::bad_alloc);
+    EXPECT_LT (peakMemory() - before, memory / 200.0);
+}
+
+#endif
