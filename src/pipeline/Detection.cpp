@@ -2,13 +2,38 @@
 
 #include "pipeline/PipelineConfig.h"
 
+#include <string_view>
+
+/** JUCE's parser recurses with each bracket, reads on after a minus at the end of the text, and overflows at a number
+   of more than 18 digits.
+*/
+static bool isSafeToParse (std::string_view json)
+{
+    constexpr size_t maxLength = 1000, maxDigits = 18;
+    size_t numDigits = 0;
+
+    for (const auto character : json)
+    {
+        numDigits = character >= '0' && character <= '9' ? numDigits + 1 : 0;
+
+        if (numDigits > maxDigits)
+            return false;
+    }
+
+    return json.size() <= maxLength && json.ends_with ('}');
+}
+
 Detection Detection::fromJson (const juce::String& json)
 {
+    if (! isSafeToParse (json.toRawUTF8()))
+        return {};
+
     const auto value = juce::JSON::parse (json);
+    constexpr auto lastKey = PipelineConfig::numKeys - 1.0;
 
     Detection detection;
     detection.bpm = static_cast<double> (value.getProperty ("bpm", 0.0));
     detection.key =
-        juce::jlimit (0, PipelineConfig::numKeys - 1, static_cast<int> (value.getProperty ("key_index", 0)));
+        static_cast<int> (juce::jlimit (0.0, lastKey, static_cast<double> (value.getProperty ("key_index", 0))));
     return detection;
 }

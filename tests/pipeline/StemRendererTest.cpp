@@ -129,7 +129,7 @@ TEST_F (StemRendererTest, RefusesASongLongerThanMemoryBeforeItIsRead)
     const auto numBytes = static_cast<juce::int64> (memory / 100.0);
 
     addStem ("long", signals::noise (1, 4), 8000.0);
-    juce::FileOutputStream file (job.stemFiles.back().second);
+    juce::FileOutputStream file (job.entries.back().audio);
     file.setPosition (positionOfLength);
     file.writeInt (static_cast<int> (numBytes));
     file.setPosition (numBytes + 1000); // leaves a hole, which takes no space
