@@ -41,6 +41,7 @@ static void readSong (std::string_view bytes)
 
     require (reader->numChannels > 0 && reader->numChannels <= audiofile::maxChannels, "1 to 64 channels");
     require (reader->sampleRate > 0 && std::isfinite (reader->sampleRate), "a sample rate");
+    require (reader->bitsPerSample > 0 && reader->bitsPerSample <= 32, "a depth that can be converted");
     require (reader->lengthInSamples >= 0, "a length");
 
     const auto numChannels = static_cast<int> (reader->numChannels);
@@ -120,7 +121,7 @@ static void parseCommandLine (std::string_view bytes)
     require (settings.bitDepth == 16 || settings.bitDepth == 24 || settings.bitDepth == 32, "a depth");
 }
 
-const std::array<FuzzTarget, 8> fuzzTargets { {
+constinit const std::array<FuzzTarget, 8> fuzzTargets { {
     { "wav", readSong<juce::WavAudioFormat> },
     { "aiff", readSong<juce::AiffAudioFormat> },
     { "flac", readSong<juce::FlacAudioFormat> },

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the seeds of the fuzzers' corpora, in FOLDER/TARGET. Needs ffmpeg and flac."""
+"""Makes seeds for the fuzzers, in FOLDER/TARGET. Needs ffmpeg."""
 
 import itertools
 import subprocess
@@ -21,26 +21,27 @@ PARSED = {
     ],
 }
 ENCODED = {
-    "wav": ["a.wav", "pcm_f32le.wav", "pcm_s24le.wav", "pcm_u8.wav", "adpcm_ms.wav", "a.w64", "-rf64 always 64.wav"],
-    "aiff": ["a.aiff", "pcm_s24be.aiff", "pcm_f32be.aiff", "pcm_s16le.aiff"],
-    "flac": ["a.flac", "-frame_size 16 fine.flac", "-sample_fmt s32 deep.flac", "-compression_level 12 small.flac"],
-    "ogg": ["libvorbis -q:a 0 a.ogg"],
+    "wav": ["16.wav", "24.wav -c:a pcm_s24le", "32.wav -c:a pcm_f32le", "8.wav -c:a pcm_u8", "long.wav -rf64 always"],
+    "aiff": ["16.aiff", "24.aiff -c:a pcm_s24be", "float.aiff -c:a pcm_f32be", "swapped.aiff -c:a pcm_s16le"],
+    "flac": ["16.flac", "24.flac -sample_fmt s32", "frames.flac -frame_size 16", "small.flac -compression_level 12"],
+    "ogg": ["vorbis.ogg -c:a libvorbis -q:a 0"],
     "ffmpeg": [
-        "a.mp3", "a.m4a", "alac.m4a", "-movflags +frag_keyframe+delay_moov fragments.m4a", "libopus a.ogg",
-        "a.wma", "a.aac", "a.ac3", "a.caf", "a.au", "a.tta", "a.wv", "a.mka", "a.mp2", "a.flv", "a.ts", "pcm_s16le.mov",
+        "a.mp3", "a.mp2", "a.m4a", "alac.m4a -c:a alac", "fragments.m4a -movflags +frag_keyframe+delay_moov", "a.mov",
+        "opus.ogg -c:a libopus", "a.wma", "a.aac", "a.ac3", "a.caf", "a.au", "a.tta", "a.wv", "a.mka", "a.flv", "a.ts",
+        "adpcm.wav -c:a adpcm_ms", "a.w64",
     ],
 }  # fmt: skip
 
 
 def encode(folder: Path, rate: int, channels: int, request: str) -> None:
-    *options, name = request.split()
-    stem, _, suffix = name.partition(".")
-    codec = options.pop(0) if options and not options[0].startswith("-") else stem if "_" in stem or stem == "alac" else ""
+    name, *options = request.split()
     wave = "|".join(["0.3*sin(99*t*t*1000)+0.1*random(0)"] * channels)
     source = ["-f", "lavfi", "-i", f"aevalsrc={wave}:s={rate}:d=0.06", "-fflags", "+bitexact"]
-    target = folder / f"{stem}-{rate}-{channels}.{suffix}"
-    named = ["-c:a", codec] if codec else []
-    subprocess.run(["ffmpeg", "-y", "-loglevel", "error", *source, *named, *options, target], check=False)
+    target = folder / f"{channels}-{name}"
+
+    # Not every encoder takes every rate and number of channels.
+    if subprocess.run(["ffmpeg", "-y", "-loglevel", "quiet", *source, *options, target]).returncode != 0:
+        target.unlink(missing_ok=True)
 
 
 def main() -> None:
