@@ -191,3 +191,13 @@ void MainComponent::paint (juce::Graphics& g)
                     tempoPanel.getX() + tempoPanel.analyzeButton.getX() + tempoPanel.analyzeButton.getWidth() / 2);
     paintLogo (g, logo.get(), logoBounds);
 }
+
+void MainComponent::showWarning (const juce::String& title, const juce::String& text)
+{
+    showMessage (juce::MessageBoxIconType::WarningIcon, title, text);
+}
+
+void MainComponent::setStatus (const juce::String& text)
+{
+    statusLabel.setText (text, juce::dontSendNotification);
+}

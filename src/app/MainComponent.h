@@ -85,7 +85,7 @@ private:
     void sourceChanged (bool clearDownload);
     void clearUrlCache();
     bool isCached (const juce::String& url) const;
-    void refuse (const juce::String& title, const juce::String& text);
+    void showWarning (const juce::String& title, const juce::String& text);
     void setStatus (const juce::String& text);
 
     // Members go in reverse order: the runners before what their results are shown in, and the look and

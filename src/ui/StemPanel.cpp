@@ -1,7 +1,7 @@
 #include "ui/StemPanel.h"
 
 #include "ui/Caption.h"
-#include "ui/SeparationDevice.h"
+#include "pipeline/SeparationDevice.h"
 #include "ui/Theme.h"
 
 namespace

@@ -5,7 +5,7 @@
 #include "ui/InputPanel.h"
 #include "ui/OutputPanel.h"
 #include "ui/PipelineLookAndFeel.h"
-#include "ui/SeparationDevice.h"
+#include "pipeline/SeparationDevice.h"
 #include "ui/StemPanel.h"
 #include "ui/TempoPanel.h"
 #include "ui/Theme.h"

@@ -19,7 +19,7 @@ void MainComponent::executeClicked()
 
     if (! buildConfig (config, error))
     {
-        refuse ("Cannot start pipeline", error);
+        showWarning ("Cannot start pipeline", error);
         return;
     }
 
@@ -71,7 +71,7 @@ void MainComponent::pipelineFinished (bool success, const juce::String& message)
     setStatus (wasCancelled ? messages::cancelled : "Failed.");
 
     if (message.isNotEmpty() && ! wasCancelled)
-        refuse ("Pipeline failed", message);
+        showWarning ("Pipeline failed", message);
 }
 
 bool MainComponent::buildConfig (PipelineConfig& config, juce::String& error)
@@ -147,14 +147,4 @@ bool MainComponent::readOutput (PipelineConfig& config, juce::String& error)
 
     error = runchecks::prepareOutputFolder (config.outputDir);
     return error.isEmpty();
-}
-
-void MainComponent::refuse (const juce::String& title, const juce::String& text)
-{
-    showMessage (juce::MessageBoxIconType::WarningIcon, title, text);
-}
-
-void MainComponent::setStatus (const juce::String& text)
-{
-    statusLabel.setText (text, juce::dontSendNotification);
 }

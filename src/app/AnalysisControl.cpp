@@ -38,7 +38,7 @@ bool MainComponent::prepareUrlAnalysis()
 
     if (! runchecks::looksLikeUrl (url))
     {
-        refuse ("Cannot analyze", "Enter a valid YouTube URL first.");
+        showWarning ("Cannot analyze", "Enter a valid YouTube URL first.");
         return false;
     }
 
@@ -61,7 +61,7 @@ bool MainComponent::prepareFileAnalysis()
 {
     if (! inputPanel.selectedFile.existsAsFile())
     {
-        refuse ("Cannot analyze", "Choose an input audio file first.");
+        showWarning ("Cannot analyze", "Choose an input audio file first.");
         return false;
     }
 
@@ -87,7 +87,7 @@ void MainComponent::analysisFinished (const juce::String& url, bool success, dou
     if (! success)
     {
         setStatus ("Analysis failed.");
-        refuse ("Analysis failed", message);
+        showWarning ("Analysis failed", message);
         return;
     }
 

@@ -44,7 +44,7 @@ void MainComponent::takeDroppedFiles (const juce::StringArray& paths)
     }
 
     if (const auto reason = reasonToRefuse (paths); reason.isNotEmpty())
-        refuse ("Cannot use what was dropped", reason);
+        showWarning ("Cannot use what was dropped", reason);
     else
         inputPanel.useFile (juce::File (paths[0]));
 }
@@ -67,5 +67,6 @@ void MainComponent::takeDroppedText (const juce::String& text)
     else if (links.size() == 1)
         inputPanel.useUrl (links[0]);
     else
-        refuse ("Cannot use what was dropped", "This is not one link.\nDrop a link that begins with http, or a file.");
+        showWarning ("Cannot use what was dropped",
+                     "This is not one link.\nDrop a link that begins with http, or a file.");
 }

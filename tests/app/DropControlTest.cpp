@@ -1,6 +1,6 @@
 #include "ControllerFixture.h"
 
-class DropTest : public ControllerFixture
+class DropControlTest : public ControllerFixture
 {
 protected:
     InputPanel& panel() { return child<InputPanel>(); }
@@ -27,7 +27,7 @@ protected:
     const juce::File other = folder.getChild ("other song.WAV");
 };
 
-TEST_F (DropTest, MakesAFileOrALinkTheSong)
+TEST_F (DropControlTest, MakesAFileOrALinkTheSong)
 {
     song.copyFileTo (other);
     clickAnalyze();
@@ -63,7 +63,7 @@ TEST_F (DropTest, MakesAFileOrALinkTheSong)
     EXPECT_TRUE (dialogs.empty());
 }
 
-TEST_F (DropTest, RefusesAnythingElse)
+TEST_F (DropControlTest, RefusesAnythingElse)
 {
     const auto notes = folder.getChild ("notes.txt");
     notes.create();
