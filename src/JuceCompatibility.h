@@ -1,7 +1,7 @@
 #pragma once
 
-// The program is written for the interface of JUCE 8.0.12. What an older 8.0.x lacks of it is
-// supplied here, under the same names in the namespace compat.
+// The code is written for JUCE 8.0.12. This header supplies what older 8.0.x versions lack,
+// under the same names in the namespace compat.
 
 #include <juce_audio_formats/juce_audio_formats.h>
 
@@ -17,7 +17,7 @@ namespace compat
 using juce::AudioFormatWriterOptions;
 using juce::WavAudioFormat;
 
-/** A format that writes nothing. */
+/** A base class for formats that cannot write. */
 class ReadOnlyAudioFormat : public juce::AudioFormat
 {
 public:
@@ -68,7 +68,7 @@ public:
 
 private:
     template <typename Value>
-    AudioFormatWriterOptions with (Value AudioFormatWriterOptions::*member, Value value) const
+    AudioFormatWriterOptions with (Value AudioFormatWriterOptions::* member, Value value) const
     {
         auto copy = *this;
         copy.*member = value;
@@ -81,7 +81,7 @@ private:
     SampleFormat sampleFormat = SampleFormat::automatic;
 };
 
-/** Before 8.0.9 a WAV writer of 32 bits is always a floating-point one, and one of fewer bits never. */
+/** Ignores the sample format: before 8.0.9 JUCE writes 32-bit WAV as floating point, and fewer bits as integers. */
 class WavAudioFormat : public juce::WavAudioFormat
 {
 public:
@@ -101,7 +101,7 @@ public:
     }
 };
 
-/** Before 8.0.9 it is another overload that a format has to supply. */
+/** Overrides the overload that JUCE requires before 8.0.9. */
 class ReadOnlyAudioFormat : public juce::AudioFormat
 {
 public:
@@ -119,8 +119,8 @@ public:
 
 #if JUCE_MODULE_AVAILABLE_juce_gui_basics && JUCE_LINUX
 
-/** JUCE 8.0.6 does not tell the window manager that a window with a native title bar can be resized,
-    and so not within which limits either. Where a later version does, this changes nothing.
+/** Makes a window with a native title bar resizable within its limits: JUCE 8.0.6 passes neither to the window
+    manager. Changes nothing in later versions, which do.
 */
 class DocumentWindow : public juce::DocumentWindow
 {

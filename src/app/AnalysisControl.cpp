@@ -23,7 +23,7 @@ void MainComponent::analyzeClicked()
         [safeThis = juce::Component::SafePointer<MainComponent> (this), number = awaitedAnalysis,
          url = pendingUrl] (bool success, double bpm, int key, const juce::File& audio, const juce::String& message)
     {
-        // The song, or the analysis, can be another one by the time that this is delivered.
+        // The user may have chosen another song, or started another analysis, in the meantime.
         if (auto* const self = safeThis.getComponent(); self != nullptr && self->awaitedAnalysis == number)
             self->analysisFinished (url, success, bpm, key, audio, message);
     };
@@ -77,7 +77,7 @@ void MainComponent::analysisFinished (const juce::String& url, bool success, dou
     pendingUrl.clear();
     tempoPanel.setAnalyzeBusy (false);
 
-    // A download that worked is kept even if the analysis of it failed.
+    // Keep the download even if its analysis failed.
     if (url.isNotEmpty() && audio.existsAsFile())
     {
         cachedUrl = url;
@@ -107,7 +107,7 @@ void MainComponent::sourceChanged (bool clearDownload)
 {
     const auto isAwaited = std::exchange (awaitedAnalysis, 0) != 0;
 
-    // One whose thread has ended can still have its completion in the queue, which does not count any more.
+    // The result of an analysis can still be queued after its thread has ended.
     if (isAwaited || (analysisRunner != nullptr && analysisRunner->isThreadRunning()))
     {
         analysisRunner->cancel();

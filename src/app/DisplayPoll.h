@@ -6,19 +6,19 @@
 
 #include <juce_events/native/juce_EventLoopInternal_linux.h>
 
-/** Looks 20 times a second for what the display has sent.
+/** Handles pending display events 20 times a second.
 
-    JUCE looks when there is something to be read from the display's connection. What has been read by then, together
-    with the answer to a question that a timer asked, it sees only with the next event: a dialog's picture stays where
-    the dialog was, and a key waits until the mouse moves.
+    JUCE handles events when the connection to the display becomes readable. Events that were already read, along with
+    the reply to a request, wait in a queue until the next one arrives: the image of a closed dialog stays on the
+    screen, and a key press has no effect until the mouse moves.
 
-    The window's repaint timer, which JUCE runs at 60 Hz or more even if nothing changes, drives this: a timer of its
-    own would wake an idle program more often.
+    The window's repaint timer drives the polling. JUCE runs it at 60 Hz or more in any case, whereas another timer
+    would wake an idle program more often.
 */
 class DisplayPoll
 {
 public:
-    /** @param window   has to be on the desktop whenever something is to be seen */
+    /** @param window   the top-level window; nothing is polled while it is off the desktop */
     explicit DisplayPoll (juce::Component& window) : repaints (&window, [this] (double seconds) { poll (seconds); }) {}
 
 private:

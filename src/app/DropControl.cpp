@@ -5,7 +5,7 @@
 namespace
 {
 
-/** @returns what the user has to know if this cannot be the song, or an empty text */
+/** Returns the message for the user if the files cannot be the song, and an empty text if they can. */
 juce::String reasonToRefuse (const juce::StringArray& paths)
 {
     if (paths.size() != 1)
@@ -20,8 +20,7 @@ juce::String reasonToRefuse (const juce::StringArray& paths)
         return "This is a folder:\n" + path + "\nDrop a single audio file.";
 
     if (! InputPanel::offers (juce::File (path)))
-        return "This is not one of the types of audio file that can be chosen:\n" + path
-               + "\nDrop a WAV, AIFF, MP3, FLAC, M4A or OGG file.";
+        return "Kelvane does not open files of this type:\n" + path + "\nDrop a " + InputPanel::offeredTypes + " file.";
 
     return {};
 }
@@ -35,8 +34,7 @@ bool isLink (const juce::String& text)
 
 void MainComponent::takeDroppedFiles (const juce::StringArray& paths)
 {
-    // A browser can offer a link as a list of locations. JUCE takes that for files and decodes it: a link has no
-    // blanks.
+    // A browser can offer a link as a list of files. JUCE then decodes it, so its spaces must be encoded again.
     if (const auto link = paths[0].replace (" ", "%20"); paths.size() == 1 && isLink (link))
     {
         inputPanel.useUrl (link);
@@ -53,7 +51,7 @@ void MainComponent::takeDroppedText (const juce::String& text)
 {
     juce::StringArray links, paths;
 
-    // A browser may add the title of the page in a line of its own, and a file manager gives files as links, too.
+    // A browser may add the page's title on another line. A file manager may offer files as links.
     for (const auto& line : juce::StringArray::fromLines (text))
     {
         if (isLink (line.trim()))

@@ -4,17 +4,17 @@
 
 #include <functional>
 
-/** A window that passes on what another program drops anywhere on it.
+/** A window that accepts files and text dropped anywhere on it.
 
-    JUCE looks for a drop's target from the component under the mouse upwards, so the window is asked wherever none of
-    its content wants the drop. It takes everything: a drop that JUCE turns away leaves the user without a reason.
+    JUCE offers a drop to the component under the mouse and then to its parents, so the window gets each drop that none
+    of its controls wants. It accepts them all, because JUCE rejects a drop without an explanation to the user.
 */
 class DropWindow : public compat::DocumentWindow, public juce::FileDragAndDropTarget, public juce::TextDragAndDropTarget
 {
 public:
     using compat::DocumentWindow::DocumentWindow;
 
-    std::function<void (const juce::StringArray&)> onFilesDropped; /**< with the files' paths */
+    std::function<void (const juce::StringArray&)> onFilesDropped; /**< receives the full paths */
     std::function<void (const juce::String&)> onTextDropped;
 
     bool isInterestedInFileDrag (const juce::StringArray&) override { return true; }

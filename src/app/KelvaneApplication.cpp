@@ -33,11 +33,11 @@ public:
     void closeButtonPressed() override { juce::JUCEApplication::getInstance()->systemRequestedQuit(); }
 
 private:
-    /** Elsewhere the icon comes with the program's file. */
+    /** Sets the icon on Linux. On other systems the executable contains it. */
     void showIcon()
     {
 #if JUCE_LINUX
-        // Two pixels for each of the logo's cells: the whole of it is more than a window property may hold.
+        // Two pixels per cell of the logo. The full image exceeds the size limit of a window property.
         const auto logo = juce::ImageFileFormat::loadFrom (BinaryData::Logo_png, BinaryData::Logo_pngSize);
         if (auto* const peer = getPeer())
             peer->setIcon (logo.rescaled (104, 104));
@@ -56,7 +56,7 @@ static bool hasDisplay()
     return ! juce::Desktop::getInstance().getDisplays().displays.isEmpty();
 }
 
-/** Says here that there is no display, since JUCE calls initialise() only if no other Kelvane is running. */
+/** Reports a missing display here, because JUCE skips initialise() if another Kelvane is running. */
 KelvaneApplication::KelvaneApplication()
 {
     if (hasDisplay())

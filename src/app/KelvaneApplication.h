@@ -4,7 +4,7 @@
 
 #include <memory>
 
-/** The application that JUCE starts and stops. It owns the one window, and that owns everything else. */
+/** The application that JUCE starts and stops. It owns the one window, which owns everything else. */
 class KelvaneApplication : public juce::JUCEApplication
 {
 public:

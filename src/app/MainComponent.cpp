@@ -5,9 +5,14 @@
 
 #include <BinaryData.h>
 
+#include <initializer_list>
+#include <utility>
+
 namespace
 {
 
+constexpr int sideMargin = 22;
+constexpr int topMargin = 16;
 constexpr int arrowColumn = 40;
 
 void setUpLabel (juce::Label& label, const juce::String& text, const juce::Font& font, juce::Colour colour)
@@ -22,12 +27,14 @@ juce::Font fontOfHeight (float height)
     return juce::Font (juce::FontOptions (height));
 }
 
-/** Ends a job for good. A run ends with the file that it is rendering, and with an hour of music that takes longer
-    than anybody wants to wait. Its thread is then left to the end of the program: to cut it off by force, as
-    stopThread() does, aborts the program wherever the thread cannot be unwound.
+/** Cancels a job and waits up to 5 seconds for its thread.
+
+    A cancelled run still finishes the file that it is rendering, which can take longer. Its thread is then left
+    running until the program exits: stopThread() would kill it, which aborts the program if the thread is in code
+    that cannot be unwound.
 */
 template <typename Runner>
-void end (std::unique_ptr<Runner>& runner)
+void cancelAndWait (std::unique_ptr<Runner>& runner)
 {
     if (runner == nullptr)
         return;
@@ -56,11 +63,11 @@ MainComponent::MainComponent()
 
 MainComponent::~MainComponent()
 {
-    end (pipelineRunner);
-    end (analysisRunner);
+    cancelAndWait (pipelineRunner);
+    cancelAndWait (analysisRunner);
     clearUrlCache();
 
-    // A download that was cancelled may have gone on for a moment, and made its folder once more.
+    // A cancelled download may have created its folder again before it ended.
     for (const auto& folder : oldCacheDirs)
         folder.deleteRecursively (false);
 
@@ -81,7 +88,7 @@ void MainComponent::setUpLabels()
     setUpLabel (statusLabel, "Ready.", fontOfHeight (13.0f), theme::textDim);
     statusLabel.setMinimumHorizontalScale (0.7f);
 
-    setUpLabel (footerLabel, juce::CharPointer_UTF8 ("Kelvane \xc2\xb7 free software under the AGPL, version 3"),
+    setUpLabel (footerLabel, juce::CharPointer_UTF8 ("Kelvane · free software under the AGPL, version 3"),
                 fontOfHeight (10.5f), theme::textDim.withAlpha (0.6f));
 }
 
@@ -107,30 +114,29 @@ void MainComponent::connectPanels()
 
 void MainComponent::addChildren()
 {
-    addAndMakeVisible (titleLabel);
-    addAndMakeVisible (inputPanel);
-    addAndMakeVisible (stemPanel);
-    addAndMakeVisible (tempoPanel);
-    addAndMakeVisible (outputPanel);
+    const std::initializer_list<std::pair<juce::Component*, const char*>> children {
+        { &titleLabel, "titleLabel" },   { &inputPanel, "inputPanel" },   { &stemPanel, "stemPanel" },
+        { &tempoPanel, "tempoPanel" },   { &outputPanel, "outputPanel" }, { &arrow1, "arrow1" },
+        { &arrow2, "arrow2" },           { &arrow3, "arrow3" },           { &executeButton, "executeButton" },
+        { &progressBar, "progressBar" }, { &statusLabel, "statusLabel" }, { &footerLabel, "footerLabel" }
+    };
 
-    for (auto* const arrow : { &arrow1, &arrow2, &arrow3 })
+    for (const auto& [child, id] : children)
     {
-        arrow->setInterceptsMouseClicks (false, false);
-        addAndMakeVisible (arrow);
+        child->setComponentID (id);
+        addAndMakeVisible (child);
     }
 
-    addAndMakeVisible (executeButton);
-    addAndMakeVisible (progressBar);
-    addAndMakeVisible (statusLabel);
-    addAndMakeVisible (footerLabel);
+    for (auto* const arrow : { &arrow1, &arrow2, &arrow3 })
+        arrow->setInterceptsMouseClicks (false, false);
 
-    // What the children made of the look and feel of before, the slider's text box say, is made anew.
+    // The slider's text box, made before the look and feel was set, would keep the colours of the default one.
     sendLookAndFeelChange();
 }
 
 void MainComponent::resized()
 {
-    auto area = getLocalBounds().reduced (22, 16);
+    auto area = getLocalBounds().reduced (sideMargin, topMargin);
 
     layOutHeader (area.removeFromTop (58));
 
@@ -186,7 +192,7 @@ void MainComponent::layOutPanels (juce::Rectangle<int> row)
 void MainComponent::paint (juce::Graphics& g)
 {
     paintBackground (g, background.get(), getLocalBounds());
-    paintHeaderRule (g, getWidth(), headerRuleY);
+    paintHeaderRule (g, sideMargin, getWidth() - sideMargin, headerRuleY);
     paintConnector (g, inputPanel.getBounds(), tempoPanel.getBounds(),
                     tempoPanel.getX() + tempoPanel.analyzeButton.getX() + tempoPanel.analyzeButton.getWidth() / 2);
     paintLogo (g, logo.get(), logoBounds);

@@ -16,13 +16,13 @@
 #include <memory>
 #include <vector>
 
-/** The single content component of the main window, and the controller of the program.
+/** The content of the main window, and the controller of the program.
 
-    It shows a header, the four panels with arrows between them, and at the bottom the status, the progress
-    and the one button that starts and cancels a run. It judges what the panels hold, starts the jobs and
-    takes their results back. Runs and analyses do not exclude each other.
+    It shows a header, the four panels with arrows between them, and at the bottom the status line, the progress bar
+    and the button that starts and cancels a run. It validates the user's input, starts the jobs and shows their
+    results. A run and an analysis can be active at the same time.
 
-    Everything happens on the message thread. Whether a job is running is asked of its thread alone.
+    Everything happens on the message thread. There is no flag for a running job: its thread is asked instead.
 */
 class MainComponent : public juce::Component
 {
@@ -33,18 +33,25 @@ public:
     void paint (juce::Graphics& g) override;
     void resized() override;
 
-    /** Makes the one audio file that was dropped on the window the song. Anything else is refused with a message.
-        @param paths   of the files, or a link where the browser has offered that as a list of one location
+    /** Uses a dropped audio file as the song, and shows a warning for anything else.
+        @param paths   full paths; a link instead if a browser offered it as a list of one file
     */
     void takeDroppedFiles (const juce::StringArray& paths);
 
-    /** Makes the link that was dropped on the window the song. Anything but one link is refused with a message.
-        @param text   a link or the location of a file, perhaps with a title in another line
+    /** Uses a dropped link as the song, and shows a warning for anything else.
+        @param text   a link or a file URL, possibly with the page's title on another line
     */
     void takeDroppedText (const juce::String& text);
 
-    /** Shows a message, and comes back before it has been read; by default in an alert window, which needs a display.
-        Tests, which have none, put something else in its place.
+    /** Validates the user's input in the order of the panels, and stops at the first error.
+        @param config  receives the input, complete only if it is valid
+        @param error   receives the message for the user if it is not
+        @returns true if the input is valid
+    */
+    bool buildConfig (PipelineConfig& config, juce::String& error);
+
+    /** Shows a message without waiting for the user: by default in an alert window, which needs a display. Tests
+        replace it.
     */
     std::function<void (juce::MessageBoxIconType, const juce::String& title, const juce::String& text)> showMessage;
 
@@ -60,12 +67,6 @@ private:
 
     void executeClicked();
     void pipelineFinished (bool success, const juce::String& message);
-
-    /** Judges what the user has entered, in the order of the panels.
-        @param config  receives it, complete only if all is well
-        @param error   receives the message for the user if something is not
-    */
-    bool buildConfig (PipelineConfig& config, juce::String& error);
     bool readSource (PipelineConfig& config, juce::String& error);
     bool readStems (PipelineConfig& config, juce::String& error);
     bool readTempo (PipelineConfig& config, juce::String& error);
@@ -79,8 +80,8 @@ private:
 
     void urlEdited();
 
-    /** What was learnt about the source is void.
-        @param clearDownload   whether what was downloaded is, too
+    /** Cancels a running analysis and forgets the results of the last one.
+        @param clearDownload   true to delete the downloaded audio as well
     */
     void sourceChanged (bool clearDownload);
     void clearUrlCache();
@@ -88,8 +89,8 @@ private:
     void showWarning (const juce::String& title, const juce::String& text);
     void setStatus (const juce::String& text);
 
-    // Members go in reverse order: the runners before what their results are shown in, and the look and
-    // feel after all that is drawn with it.
+    // Members are destroyed in reverse order: the runners before the components that show their results,
+    // and the look and feel after every component that uses it.
     PipelineLookAndFeel lookAndFeel;
     std::unique_ptr<juce::Drawable> background;
     std::unique_ptr<juce::Drawable> logo;
@@ -113,13 +114,13 @@ private:
 
     std::unique_ptr<PipelineRunner> pipelineRunner; /**< the latest, finished or not */
     std::unique_ptr<AnalysisRunner> analysisRunner; /**< the latest, finished or not */
-    int numAnalyses = 0;                            /**< that have been started */
-    int awaitedAnalysis = 0;                        /**< the number of the one whose completion counts; 0 if none's */
-    juce::String pendingUrl;                        /**< what a running analysis downloads */
-    juce::String cachedUrl;                         /**< what cachedAudio was downloaded from */
+    int numAnalyses = 0;                            /**< started so far */
+    int awaitedAnalysis = 0;                        /**< the number of the analysis whose result is used, or 0 */
+    juce::String pendingUrl;                        /**< the URL that the running analysis downloads */
+    juce::String cachedUrl;                         /**< the URL that cachedAudio was downloaded from */
     juce::File cachedAudio;
-    juce::File urlCacheDir;               /**< of the latest download */
-    std::vector<juce::File> oldCacheDirs; /**< of those before, which have been deleted */
+    juce::File urlCacheDir;               /**< the folder of the latest download */
+    std::vector<juce::File> oldCacheDirs; /**< the folders of earlier downloads, already deleted */
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (MainComponent)
 };

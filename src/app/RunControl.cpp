@@ -51,7 +51,7 @@ void MainComponent::executeClicked()
 
 void MainComponent::pipelineFinished (bool success, const juce::String& message)
 {
-    // The thread posts its completion as the last thing it does.
+    // The thread reports its end as its last step, so this wait is short.
     if (pipelineRunner != nullptr)
         pipelineRunner->waitForThreadToExit (3000);
 

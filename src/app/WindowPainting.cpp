@@ -5,7 +5,6 @@
 namespace
 {
 
-constexpr int margin = 22;
 constexpr int pixel = 3;
 
 void paintBadge (juce::Graphics& g, juce::Rectangle<int> area)
@@ -36,11 +35,11 @@ void paintBackground (juce::Graphics& g, const juce::Drawable* picture, juce::Re
     g.fillAll();
 }
 
-void paintHeaderRule (juce::Graphics& g, int windowWidth, int y)
+void paintHeaderRule (juce::Graphics& g, int left, int right, int y)
 {
+    const auto line = juce::Line (left, y, right, y).toFloat();
     g.setColour (theme::panelLine.withAlpha (0.7f));
-    g.drawLine (static_cast<float> (margin), static_cast<float> (y), static_cast<float> (windowWidth - margin),
-                static_cast<float> (y), 1.2f);
+    g.drawLine (line, 1.2f);
 }
 
 void paintConnector (juce::Graphics& g, juce::Rectangle<int> fromPanel, juce::Rectangle<int> toPanel, int targetX)

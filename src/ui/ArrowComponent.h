@@ -2,7 +2,7 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** An arrow that points right, from one card to the next, out of whole square cells. */
+/** An arrow that points right, drawn as whole square cells of one size. */
 class ArrowComponent : public juce::Component
 {
 public:

@@ -2,7 +2,7 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** A control that does not apply stays where it is, disabled and dimmed. */
+/** Enables a control, or disables and dims it. */
 inline void setAvailable (juce::Component& control, bool available)
 {
     control.setEnabled (available);

@@ -4,17 +4,18 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
-/** Opens a dialog for one file or folder and comes back at once. The desktop's own is taken where there is one.
+/** Opens a dialog for one file or folder, the desktop's own if there is one, and returns at once.
 
-    On Linux JUCE tells the desktop's dialog where to begin by moving the whole program's working folder there,
-    which the workers inherit. The dialog has been started when launchAsync() returns, so the old folder is
-    put back then.
+    On Linux JUCE passes the start folder to the desktop's dialog by changing the working directory of the whole
+    program, which the workers inherit. The dialog's process has started when launchAsync() returns, so the working
+    directory is restored then.
 
-    @param chooser     keeps the dialog open; one that it keeps already is closed
-    @param patterns    of the names that are offered, empty for all
+    @param chooser     keeps the dialog open; a dialog that it already holds is closed
+    @param patterns    the file names to show, such as "*.wav;*.flac"; empty for all
     @param selectable  juce::FileBrowserComponent::canSelectFiles or canSelectDirectories
-    @param onFinished  receives what was chosen, or a default juce::File
+    @param onFinished  receives the user's choice, or a default juce::File if there is none
 */
 inline void openFileDialog (std::unique_ptr<juce::FileChooser>& chooser, const juce::String& title,
                             const juce::File& start, const juce::String& patterns, int selectable,

@@ -6,7 +6,7 @@
 
 static constexpr auto filePatterns = "*.wav;*.aiff;*.aif;*.mp3;*.flac;*.m4a;*.ogg";
 
-InputPanel::InputPanel() : PanelBase (juce::CharPointer_UTF8 ("1 \xc2\xb7 Input"))
+InputPanel::InputPanel() : PanelBase (juce::CharPointer_UTF8 ("1 · Input"))
 {
     constexpr auto sourceGroup = 100;
     localToggle.setRadioGroupId (sourceGroup);
@@ -22,7 +22,7 @@ InputPanel::InputPanel() : PanelBase (juce::CharPointer_UTF8 ("1 \xc2\xb7 Input"
     fileLabel.setFont (juce::Font (juce::FontOptions (12.5f)));
     fileLabel.setMinimumHorizontalScale (0.8f);
 
-    // A long link wraps, and is one line all the same.
+    // Wraps a long link, but takes no line breaks.
     urlBox.setMultiLine (true, true);
     urlBox.setReturnKeyStartsNewLine (false);
     urlBox.setScrollbarsShown (false);

@@ -5,9 +5,9 @@
 #include <functional>
 #include <memory>
 
-/** Where the song comes from: a local file or a link. The controls of the other one are dimmed.
+/** Selects the song: a local file or a link. The controls of the other source are dimmed.
 
-    What is entered is not judged here. The members are public for the owner to read and to wire.
+    The panel validates nothing. Its members are public for the owner to read and connect.
 */
 class InputPanel : public PanelBase
 {
@@ -16,41 +16,44 @@ public:
 
     void resized() override;
 
-    /** Dims what does not belong to the selected source. To be called where that is set without notification. */
+    /** Dims the controls of the other source. Call this after setting a toggle without notification. */
     void updateEnablement();
 
     /** Opens the file dialog. */
     void browse();
 
-    /** Selects the local source, and chooses a file there as the dialog would. */
+    /** Selects the local source and a file, as if the user had chosen it in the dialog. */
     void useFile (const juce::File& file);
 
-    /** Selects the link as the source and fills its box, which counts as an edit if that changes it. */
+    /** Selects the link as the source and sets its text, which counts as an edit if it differs. */
     void useUrl (const juce::String& url);
 
-    /** Calls onUrlEdited if an edit has not been reported yet. JUCE posts its notice of one, and while the message
-        thread is busy the user can click on something else before that notice arrives.
+    /** Calls onUrlEdited if an edit has not been reported yet. JUCE reports edits asynchronously, so the user can
+        click a button before the report of the last one arrives.
     */
     void reportUrlEdit();
 
-    /** Whether the file dialog offers files with such a name. */
+    /** Returns true if the file dialog shows files with this extension. */
     static bool offers (const juce::File& file);
 
-    std::function<void()> onUrlEdited;  /**< on every change of the link's text */
-    std::function<void()> onFileChosen; /**< when another file than before has been chosen */
+    /** The file types in the dialog, as text for the user. */
+    static constexpr auto offeredTypes = "WAV, AIFF, MP3, FLAC, M4A or OGG";
+
+    std::function<void()> onUrlEdited;  /**< called after each change of the link */
+    std::function<void()> onFileChosen; /**< called after a different file was chosen */
 
     juce::ToggleButton localToggle { "Local audio file" };
     juce::ToggleButton urlToggle { "YouTube URL" };
     juce::TextButton chooseButton { "Choose file..." };
     juce::Label fileLabel;
     juce::TextEditor urlBox;
-    juce::File selectedFile; /**< as long as none has been chosen, a default juce::File */
+    juce::File selectedFile; /**< a default juce::File until one is chosen */
     std::unique_ptr<juce::FileChooser> chooser;
 
 private:
     void fileChosen (const juce::File& file);
 
-    juce::String reportedUrl; /**< the link's text when onUrlEdited was last called */
+    juce::String reportedUrl; /**< the link at the last call of onUrlEdited */
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (InputPanel)
 };

@@ -14,7 +14,7 @@ struct Outline : public juce::FocusOutline::OutlineWindowProperties
 
     void drawOutline (juce::Graphics& g, int width, int height) override
     {
-        // The dark line sets the bright one off from the background's amber.
+        // The dark line makes the bright one visible on the amber of the background.
         const auto area = juce::Rectangle (width, height).toFloat();
         g.setColour (theme::bg);
         g.drawRoundedRectangle (area.reduced (1.5f), 6.0f, 3.0f);
@@ -23,7 +23,7 @@ struct Outline : public juce::FocusOutline::OutlineWindowProperties
     }
 };
 
-/** A text editor shows its focus itself. */
+/** Returns false for a text editor, which draws its own focus. */
 bool needsOutline (const juce::Component* focused)
 {
     return focused != nullptr && dynamic_cast<const juce::TextEditor*> (focused) == nullptr;
@@ -82,8 +82,8 @@ void KeyboardNavigation::globalFocusChanged (juce::Component* focused)
     const auto isInside = root.isParentOf (focused);
     const auto isAtWindow = focused != nullptr && focused->isParentOf (&root);
 
-    // After a dialog the window takes the focus for itself, from where Tab leads nowhere, or gives it to what JUCE
-    // remembers, which may be long ago.
+    // After a dialog, JUCE focuses the window itself, where Tab has no effect, or a control that had the focus
+    // earlier.
     if (isAtWindow || (isInside && ! focusWasInside))
         restoreFocus();
 
@@ -112,7 +112,7 @@ void KeyboardNavigation::updateOutline()
     if (isInside)
         lastFocused = focused;
 
-    // An outline stays in the parent of its first owner as long as it has any.
+    // The outline stays in the parent of its first owner until it has none.
     outline.setOwner (nullptr);
     outline.setOwner (shown ? focused : nullptr);
 }

@@ -2,16 +2,15 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** What JUCE's controls lack for work without a mouse: an outline around the one that has the focus,
-    and Space, which acts on it as Return does.
+/** Draws an outline around the focused control and makes Space act like Return, which JUCE's controls lack.
 
-    The outline comes with a key that the control has no use for itself, as Tab, and goes with the next click of
-    the mouse.
+    The outline appears with a key press that the control does not handle itself, such as Tab, and disappears with the
+    next mouse click. After a dialog, the focus returns to the control that had it.
 */
 class KeyboardNavigation : private juce::KeyListener, private juce::FocusChangeListener, private juce::MouseListener
 {
 public:
-    /** @param root   the component in which the controls are, at any depth; has to outlive this */
+    /** @param root   contains the controls, at any depth; must outlive this object */
     explicit KeyboardNavigation (juce::Component& root);
     ~KeyboardNavigation() override;
 

@@ -20,7 +20,7 @@ struct BitDepth
     int bits;
 };
 
-// An item's id is its place plus one.
+// The id of a combo box's item is its index here plus one.
 constexpr std::array sampleRates {
     SampleRate { "Same as source", 0 }, SampleRate { "44.1 kHz", 44100 }, SampleRate { "48 kHz", 48000 },
     SampleRate { "88.2 kHz", 88200 },   SampleRate { "96 kHz", 96000 },
@@ -42,7 +42,7 @@ void fill (juce::ComboBox& box, const Choices& choices, int selectedId)
     box.setSelectedId (selectedId, juce::dontSendNotification);
 }
 
-/** What is selected, or a default where nothing is. */
+/** Returns the selected choice, or the default if none is selected. */
 template <typename Choices>
 const auto& selected (const juce::ComboBox& box, const Choices& choices, size_t defaultIndex)
 {
@@ -53,13 +53,13 @@ const auto& selected (const juce::ComboBox& box, const Choices& choices, size_t 
 } // namespace
 
 OutputPanel::OutputPanel()
-    : PanelBase (juce::CharPointer_UTF8 ("4 \xc2\xb7 Output")),
+    : PanelBase (juce::CharPointer_UTF8 ("4 · Output")),
       outputFolder (juce::File::getSpecialLocation (juce::File::userDesktopDirectory))
 {
-    makeCaption (saveLabel);
-    makeCaption (rateLabel);
-    makeCaption (depthLabel);
-    makeCaption (folderLabel);
+    styleAsCaption (saveLabel);
+    styleAsCaption (rateLabel);
+    styleAsCaption (depthLabel);
+    styleAsCaption (folderLabel);
     folderLabel.setText (outputFolder.getFullPathName(), juce::dontSendNotification);
     folderLabel.setMinimumHorizontalScale (0.7f);
 

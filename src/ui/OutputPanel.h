@@ -4,7 +4,10 @@
 
 #include <memory>
 
-/** The folder that receives the files, and their sample rate and bit depth. */
+/** Selects the output folder, sample rate and bit depth.
+
+    Its members are public for the owner to read.
+*/
 class OutputPanel : public PanelBase
 {
 public:
@@ -12,16 +15,15 @@ public:
 
     void resized() override;
 
-    /** In Hz, with 0 for the source's own, as PipelineConfig::sampleRate has it. */
+    /** Returns the rate in Hz, or 0 for the source's rate. */
     int getSampleRate() const;
 
-    /** 16, 24 or 32, as PipelineConfig::bitDepth has it. */
+    /** Returns 16, 24 or 32. */
     int getBitDepth() const;
 
     /** Opens the folder dialog. */
     void browse();
 
-private:
     juce::Label saveLabel { {}, "Save location" };
     juce::TextButton chooseButton { "Choose folder..." };
     juce::Label folderLabel;
@@ -29,13 +31,10 @@ private:
     juce::ComboBox rateBox;
     juce::Label depthLabel { {}, "Bit depth" };
     juce::ComboBox depthBox;
-
-public:
-    juce::File outputFolder; /**< the desktop, as long as none has been chosen */
-
-private:
+    juce::File outputFolder; /**< the desktop until another one is chosen */
     std::unique_ptr<juce::FileChooser> chooser;
 
+private:
     void folderChosen (const juce::File& folder);
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (OutputPanel)

@@ -2,14 +2,13 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** A card of the workflow: a rounded frame, a title in capitals and a rule beneath it.
-
-    A panel that derives from this lays its controls out in contentArea().
+/** A card: a rounded frame, a title in capitals and a rule below it. Derived panels place their controls in
+    contentArea().
 */
 class PanelBase : public juce::Component
 {
 public:
-    /** @param title   in mixed case: only what is drawn is in capitals */
+    /** @param title   in mixed case; it is drawn in capitals */
     explicit PanelBase (juce::String title);
     ~PanelBase() override;
 
@@ -18,13 +17,13 @@ public:
 protected:
     static constexpr int margin = 16;
 
-    /** How far an option's controls stand in from the option itself. */
+    /** The indentation of the controls that belong to a toggle above them. */
     static constexpr int indent = 24;
 
-    /** The strip that the title stands in, and a control that goes beside it. */
+    /** The strip at the top for the title and a control to its right. */
     juce::Rectangle<int> titleStrip() const;
 
-    /** What the frame and the title leave for controls, which begins 8 below the rule. */
+    /** The area for controls, which starts 8 pixels below the rule. */
     juce::Rectangle<int> contentArea() const;
 
 private:

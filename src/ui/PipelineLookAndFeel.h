@@ -2,11 +2,10 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** Brown, amber and one pixel typeface.
+/** Sets the palette and the pixel typeface; juce::LookAndFeel_V4 draws every control.
 
-    Colours and a typeface are all there is to it: every control is drawn by juce::LookAndFeel_V4. The
-    typeface reaches a text only while this is the default look and feel, through which a font without a
-    name is resolved: no control names a typeface.
+    No control names a typeface: JUCE resolves a font without a name through the default look and feel, so this must be
+    the default for the typeface to apply.
 */
 class PipelineLookAndFeel : public juce::LookAndFeel_V4
 {

@@ -1,8 +1,10 @@
 #include "ui/StemPanel.h"
 
-#include "ui/Caption.h"
 #include "pipeline/SeparationDevice.h"
+#include "ui/Caption.h"
 #include "ui/Theme.h"
+
+#include <algorithm>
 
 namespace
 {
@@ -11,7 +13,7 @@ void setUpCpuNotice (juce::Label& notice)
 {
     notice.setText ("Heads-up: separation runs on the CPU and can take several minutes per song on this machine.",
                     juce::dontSendNotification);
-    notice.setTooltip (notice.getText()); // a low window leaves no room for all of it
+    notice.setTooltip (notice.getText()); // a low window cuts the text off
     notice.setColour (juce::Label::textColourId, theme::textDim);
     notice.setFont (juce::Font (juce::FontOptions (11.0f)));
     notice.setJustificationType (juce::Justification::topLeft);
@@ -19,9 +21,9 @@ void setUpCpuNotice (juce::Label& notice)
 
 } // namespace
 
-StemPanel::StemPanel() : PanelBase (juce::CharPointer_UTF8 ("2 \xc2\xb7 Stems"))
+StemPanel::StemPanel() : PanelBase (juce::CharPointer_UTF8 ("2 · Stems"))
 {
-    for (auto* const stem : { &drumsToggle, &bassToggle, &vocalsToggle, &otherToggle })
+    for (auto* const stem : stemToggles)
     {
         stem->setToggleState (true, juce::dontSendNotification);
         addAndMakeVisible (stem);
@@ -29,7 +31,7 @@ StemPanel::StemPanel() : PanelBase (juce::CharPointer_UTF8 ("2 \xc2\xb7 Stems"))
 
     addAndMakeVisible (fullSongToggle);
 
-    makeCaption (modelLabel);
+    styleAsCaption (modelLabel);
     addAndMakeVisible (modelLabel);
 
     modelBox.addItem ("htdemucs (Demucs v4)", 1);
@@ -48,7 +50,7 @@ void StemPanel::resized()
 {
     auto area = contentArea();
 
-    for (auto* const stem : { &drumsToggle, &bassToggle, &vocalsToggle, &otherToggle })
+    for (auto* const stem : stemToggles)
         stem->setBounds (area.removeFromTop (26));
 
     area.removeFromTop (8);
@@ -65,12 +67,10 @@ void StemPanel::resized()
     }
 }
 
-void StemPanel::getStems (bool (&out)[4]) const
+void StemPanel::getStems (bool (&out)[PipelineConfig::numStems]) const
 {
-    out[0] = drumsToggle.getToggleState();
-    out[1] = bassToggle.getToggleState();
-    out[2] = vocalsToggle.getToggleState();
-    out[3] = otherToggle.getToggleState();
+    std::transform (stemToggles.begin(), stemToggles.end(), out,
+                    [] (const juce::ToggleButton* toggle) { return toggle->getToggleState(); });
 }
 
 juce::String StemPanel::getModelName() const

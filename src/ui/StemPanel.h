@@ -1,8 +1,14 @@
 #pragma once
 
+#include "pipeline/PipelineConfig.h"
 #include "ui/PanelBase.h"
 
-/** Which stems are wanted, and the full song besides: any of them, together or alone. */
+#include <array>
+
+/** Selects the stems and the full song, in any combination.
+
+    Its members are public for the owner to read.
+*/
 class StemPanel : public PanelBase
 {
 public:
@@ -10,25 +16,25 @@ public:
 
     void resized() override;
 
-    /** Whether each stem is wanted, in the order of PipelineConfig::stemNames. */
-    void getStems (bool (&out)[4]) const;
+    /** Writes each stem's toggle state, in the order of PipelineConfig::stemNames. */
+    void getStems (bool (&out)[PipelineConfig::numStems]) const;
 
-    /** The model's name as the workers know it, which is not what the box shows. */
+    /** Returns the model's name for the worker, which differs from the text in the box. */
     juce::String getModelName() const;
 
-private:
     juce::ToggleButton drumsToggle { "Drums" };
     juce::ToggleButton bassToggle { "Bass" };
     juce::ToggleButton vocalsToggle { "Vocals" };
     juce::ToggleButton otherToggle { "Other" };
-
-public:
     juce::ToggleButton fullSongToggle { "Full song (unsplit)" };
-
-private:
     juce::Label modelLabel { {}, "Separation model" };
     juce::ComboBox modelBox;
-    juce::Label cpuNotice; /**< not a child where separation has more than the CPU */
+    juce::Label cpuNotice; /**< shown only if separation runs on the CPU */
+
+private:
+    /** In the order of PipelineConfig::stemNames. */
+    const std::array<juce::ToggleButton*, PipelineConfig::numStems> stemToggles { &drumsToggle, &bassToggle,
+                                                                                  &vocalsToggle, &otherToggle };
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (StemPanel)
 };

@@ -13,11 +13,11 @@ constexpr int detectedWidth = 64;
 
 void setUpCaption (juce::Label& caption)
 {
-    makeCaption (caption);
+    styleAsCaption (caption);
     caption.setJustificationType (juce::Justification::centredRight);
 }
 
-/** A row of a source and a target, which has the detected value at its right. */
+/** A row with a source, a target and, at the right, the detected value. */
 struct PairRow
 {
     juce::Label& fromLabel;
@@ -45,7 +45,7 @@ void layOut (const PairRow& row, juce::Rectangle<int> area)
 
 } // namespace
 
-TempoPanel::TempoPanel() : PanelBase (juce::CharPointer_UTF8 ("3 \xc2\xb7 Tempo / Pitch"))
+TempoPanel::TempoPanel() : PanelBase (juce::CharPointer_UTF8 ("3 · Tempo / Pitch"))
 {
     setUpModes();
     setUpPercentage();
@@ -151,7 +151,7 @@ void TempoPanel::setUpAnalysis()
     }
 }
 
-/** Left on its own, JUCE would go by the top edges, and the boxes of a row lie lower than the rest of it. */
+/** Sets the order explicitly: JUCE sorts by the top edge, and the boxes in a row are lower than the toggles. */
 void TempoPanel::setReadingOrder()
 {
     const std::initializer_list<juce::Component*> readingOrder {

@@ -5,9 +5,9 @@
 
 #include <functional>
 
-/** How tempo or pitch shall change: by a percentage, from one BPM to another or from one key to another.
+/** Selects the change of tempo or pitch: a percentage, a source and target BPM, or a source and target key.
 
-    Nothing that is entered is judged here. The members are public for the owner to read and to wire.
+    The panel validates nothing. Its members are public for the owner to read and connect.
 */
 class TempoPanel : public PanelBase
 {
@@ -19,21 +19,20 @@ public:
     StretchMode getStretchMode() const;
     AdjustMode getAdjustMode() const;
 
-    /** Dims what does not apply. To be called where a toggle is set without notification. */
+    /** Dims the controls that do not apply. Call this after setting a toggle without notification. */
     void updateEnablement();
 
-    /** While an analysis is under way, no other can be asked for. */
+    /** Disables the button during an analysis. */
     void setAnalyzeBusy (bool busy);
 
-    /** Shows what was detected and makes it the source of the BPM and of the key, in the place of
-        detection during the run. The selected way of adjusting stays.
+    /** Shows a detected tempo and key, uses them as the source values and turns both Auto toggles off.
 
         @param bpm   shown with one decimal place
-        @param key   an index into PipelineConfig::keyNames; one outside the table becomes its nearest end
+        @param key   an index into PipelineConfig::keyNames; limited to the table
     */
     void setAnalysisResult (double bpm, int key);
 
-    /** Forgets what is shown as detected; what it was used for stays. */
+    /** Clears the detected values, but not the source values that were set from them. */
     void clearAnalysisResult();
 
     std::function<void()> onAnalyze;
@@ -43,7 +42,7 @@ public:
     juce::ToggleButton percentToggle { "Percentage" };
     juce::ToggleButton bpmToggle { "BPM" };
     juce::ToggleButton keyToggle { "Key" };
-    juce::Slider percentSlider; /**< in per cent of the tempo, from -50 to 100 */
+    juce::Slider percentSlider; /**< -50 to 100 percent */
     juce::Label bpmFromLabel { {}, "from" };
     juce::Label bpmToLabel { {}, "to" };
     juce::TextEditor bpmFromBox;
@@ -51,7 +50,7 @@ public:
     juce::ToggleButton bpmAutoToggle { "Auto" };
     juce::Label keyFromLabel { {}, "from" };
     juce::Label keyToLabel { {}, "to" };
-    juce::ComboBox keyFromBox; /**< the ids are the key index plus one */
+    juce::ComboBox keyFromBox; /**< an item's id is the key index plus one */
     juce::ComboBox keyToBox;
     juce::ToggleButton keyAutoToggle { "Auto" };
     juce::TextButton analyzeButton { "Analyze" };
