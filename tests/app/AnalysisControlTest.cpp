@@ -1,153 +1,106 @@
 #include "ControllerFixture.h"
 
+#include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 class AnalysisControlTest : public ControllerFixture
 {
 protected:
-    juce::String detectedBpm() { return child<TempoPanel>().detectedBpmLabel.getText(); }
-
-    static bool analysisIsRunning() { return numThreadsNamed ("KelvaneAnalysis") > 0; }
-
-    /** With its thread, as a click means nothing before. */
-    bool analysisEnds()
+    void expectAnalysis (const juce::String& statusDuringIt, int numDownloadsAfterIt)
     {
-        return eventually ([this] { return analyze().isEnabled() && ! analysisIsRunning(); });
+        click (analyze());
+        EXPECT_EQ (status(), statusDuringIt);
+        EXPECT_FALSE (analyze().isEnabled());
+        ASSERT_TRUE (analysisEnds());
+        EXPECT_EQ (numDownloads(), numDownloadsAfterIt);
     }
+
+    juce::int64 numDownloads() const { return uv.getFile ("downloads").getSize(); } // one byte each
 
     const juce::String url { "HTTPS://127.0.0.1/a" };
-    const juce::String slow {
+    const juce::String downloading {
         "Downloading YouTube audio for analysis (first run may take longer while uv sets up)..."
     };
-    const juce::String quick { "Analyzing BPM and key..." };
+    const juce::String analyzing { "Analyzing BPM and key..." };
 };
 
-TEST_F (AnalysisControlTest, RefusesWithoutASource)
+TEST_F (AnalysisControlTest, RefusesToAnalyzeWithoutASong)
 {
-    onMessageThread ([this] { child<InputPanel>().selectedFile = juce::File(); });
-    clickAnalyze();
-    useUrl ("  ");
-    clickAnalyze();
-    useUrl ("ftp://127.0.0.1");
-    clickAnalyze();
+    input().selectedFile = juce::File();
+    click (analyze());
+    EXPECT_EQ (takeDialogs(), "! Cannot analyze: Choose an input audio file first.");
 
-    ASSERT_EQ (dialogs.size(), 3u);
-    EXPECT_EQ (dialogs[0].text, "Choose an input audio file first.");
-    EXPECT_EQ (dialogs[1].text, "Enter a valid YouTube URL first.");
-    EXPECT_EQ (dialogs[2].text, "Enter a valid YouTube URL first.");
-    for (const auto& dialog : dialogs)
-    {
-        EXPECT_EQ (dialog.title, "Cannot analyze");
-        EXPECT_EQ (dialog.icon, juce::MessageBoxIconType::WarningIcon);
-    }
-    onMessageThread ([this] { EXPECT_EQ (status(), "Ready."); });
+    useUrl ("ftp://127.0.0.1");
+    click (analyze());
+    EXPECT_EQ (takeDialogs(), "! Cannot analyze: Enter a valid YouTube URL first.");
+    EXPECT_EQ (status(), "Ready.");
 }
 
-TEST_F (AnalysisControlTest, ShowsWhatItDetects)
+TEST_F (AnalysisControlTest, ShowsTheDetectedTempoAndKey)
 {
-    onMessageThread (
-        [this]
-        {
-            click (analyze());
-            EXPECT_EQ (status(), "Analyzing BPM and key (first run may take longer while uv sets up)...");
-            EXPECT_FALSE (analyze().isEnabled());
-        });
-    ASSERT_TRUE (analysisEnds());
-    onMessageThread (
-        [this]
-        {
-            EXPECT_EQ (status(), "Analysis finished.");
-            EXPECT_EQ (detectedBpm(), "112.0");
-            EXPECT_EQ (child<TempoPanel>().detectedKeyLabel.getText(), "D");
-        });
+    expectAnalysis ("Analyzing BPM and key (first run may take longer while uv sets up)...", 0);
+    EXPECT_EQ (status(), "Analysis finished.");
+    EXPECT_EQ (detectedBpm(), "112.0");
+    EXPECT_EQ (tempo().detectedKeyLabel.getText(), "D");
     EXPECT_EQ (uv.getArguments ("analyze.py")[2], song.getFullPathName());
 
     uv.setWorker ("analyze.py", "echo 'There is no sound.'; exit 1");
-    clickAnalyze();
+    click (analyze());
     ASSERT_TRUE (analysisEnds());
-    ASSERT_EQ (dialogs.size(), 1u);
-    EXPECT_EQ (dialogs[0].title, "Analysis failed");
-    EXPECT_EQ (dialogs[0].text, "Analysis failed.\n\nThere is no sound.");
-    onMessageThread (
-        [this]
-        {
-            EXPECT_EQ (status(), "Analysis failed.");
-            EXPECT_EQ (detectedBpm(), "112.0");
-        });
+    EXPECT_EQ (takeDialogs(), "! Analysis failed: Analysis failed.\n\nThere is no sound.");
+    EXPECT_EQ (status(), "Analysis failed.");
+    EXPECT_EQ (detectedBpm(), "112.0");
 }
 
-TEST_F (AnalysisControlTest, DownloadsAUrlOnce)
+TEST_F (AnalysisControlTest, DownloadsALinkOnlyOnce)
 {
-    const auto analyzeAndExpect = [this] (const juce::String& expectedStatus, int expectedDownloads)
-    {
-        onMessageThread (
-            [&]
-            {
-                click (analyze());
-                EXPECT_EQ (status(), expectedStatus);
-            });
-        ASSERT_TRUE (analysisEnds());
-        EXPECT_EQ (numDownloads(), expectedDownloads);
-        EXPECT_EQ (numCacheFolders(), 1);
-    };
-
-    // A download is kept although its analysis fails.
     useUrl ("  " + url + "\n");
     uv.setWorker ("analyze.py", "exit 1");
-    analyzeAndExpect (slow, 1);
+    expectAnalysis (downloading, 1);
     EXPECT_EQ (uv.getArguments ("yt2wav.py")[2], url);
     uv.setWorker ("analyze.py", StandInUv::detecting (112.04));
-    analyzeAndExpect (quick, 1);
+    expectAnalysis (analyzing, 1);
+    takeDialogs();
 
-    // Neither the other source nor another file voids it, and a run takes it.
-    onMessageThread (
-        [this]
-        {
-            turn (child<InputPanel>().localToggle, true);
-            child<InputPanel>().onFileChosen();
-            EXPECT_EQ (detectedBpm(), "--");
-            turn (child<InputPanel>().urlToggle, true);
-        });
-    clickExecute();
+    // The download survives a change of the file, and a run uses it.
+    turn (input().localToggle, true);
+    input().onFileChosen();
+    EXPECT_EQ (detectedBpm(), "--");
+    turn (input().urlToggle, true);
+    click (execute());
     ASSERT_TRUE (becomesIdle());
-    EXPECT_EQ (dialogs.back().title, "Pipeline complete");
+    EXPECT_TRUE (takeDialogs().startsWith ("i Pipeline complete"));
     EXPECT_EQ (numDownloads(), 1);
-    analyzeAndExpect (quick, 1);
+    expectAnalysis (analyzing, 1);
 
-    // Gone behind the program's back, it is downloaded again; by a run for itself alone.
-    const auto cached = juce::File (uv.getArguments ("analyze.py")[2]);
-    EXPECT_TRUE (cached.deleteFile());
-    clickExecute();
+    // If its file is missing, a run downloads another one for itself alone.
+    EXPECT_TRUE (juce::File (uv.getArguments ("analyze.py")[2]).deleteFile());
+    click (execute());
     ASSERT_TRUE (becomesIdle());
     EXPECT_EQ (numDownloads(), 2);
-    analyzeAndExpect (slow, 3);
-
-    // An edit voids it, and so what was detected.
-    useUrl (url + "b");
-    EXPECT_EQ (numCacheFolders(), 0);
-    onMessageThread ([this] { EXPECT_EQ (detectedBpm(), "--"); });
-    analyzeAndExpect (slow, 4);
-}
-
-TEST_F (AnalysisControlTest, AnotherSourceCancelsIt)
-{
-    holdWorker ("analyze.py", "", StandInUv::detecting (99));
-    useUrl (url);
-    clickAnalyze();
-    ASSERT_TRUE (isHeld());
+    expectAnalysis (downloading, 3);
     EXPECT_EQ (numCacheFolders(), 1);
 
     useUrl (url + "b");
-    onMessageThread (
-        [this]
-        {
-            EXPECT_EQ (status(), "Ready.");
-            EXPECT_TRUE (analyze().isEnabled());
-        });
+    EXPECT_EQ (numCacheFolders(), 0);
+    EXPECT_EQ (detectedBpm(), "--");
+    expectAnalysis (downloading, 4);
+}
+
+TEST_F (AnalysisControlTest, CancelsWhenTheLinkIsEdited)
+{
+    holdWorker ("analyze.py", StandInUv::detecting (99));
+    useUrl (url);
+    click (analyze());
+    ASSERT_TRUE (isHeld ("analyze.py"));
+
+    useUrl (url + "b");
+    EXPECT_EQ (status(), "Ready.");
+    EXPECT_TRUE (analyze().isEnabled());
     EXPECT_EQ (numCacheFolders(), 0);
 
-    // While the old thread is ending a click does nothing. No completion of its arrives.
+    // A click has no effect until the old thread has ended.
     uv.setWorker ("analyze.py", StandInUv::detecting (77));
     ASSERT_TRUE (eventually (
         [this]
@@ -156,160 +109,93 @@ TEST_F (AnalysisControlTest, AnotherSourceCancelsIt)
             return ! analyze().isEnabled();
         }));
     ASSERT_TRUE (analysisEnds());
-    onMessageThread ([this] { EXPECT_EQ (detectedBpm(), "77.0"); });
-    EXPECT_TRUE (dialogs.empty());
+    EXPECT_EQ (detectedBpm(), "77.0");
+    EXPECT_EQ (takeDialogs(), "");
 }
 
-TEST_F (AnalysisControlTest, AClickCountsBeforeTheNoticeOfAnEdit)
+TEST_F (AnalysisControlTest, AnalyzesTheEditedLinkBeforeTheEditIsReported)
 {
-    clickAnalyze();
-    ASSERT_TRUE (analysisEnds());
-    holdWorker ("yt2wav.py", "", "cp song.wav \"$4/a.wav\"; echo \"WAV_PATH::$4/a.wav\"");
-    onMessageThread (
-        [this]
-        {
-            turn (child<InputPanel>().urlToggle, true);
-            child<InputPanel>().urlBox.setText (url, true);
-            click (analyze());
-            EXPECT_EQ (detectedBpm(), "--");
-        });
+    expectAnalysis ("Analyzing BPM and key (first run may take longer while uv sets up)...", 0);
+    holdWorker ("analyze.py", StandInUv::detecting (99));
+    turn (input().urlToggle, true);
+    input().urlBox.setText (url, true);
+    click (analyze());
+    EXPECT_EQ (detectedBpm(), "--");
+
+    // Spaces around the link change nothing, during the analysis or after it.
     useUrl (url + "\n");
     letGo();
     ASSERT_TRUE (analysisEnds());
-    onMessageThread ([this] { EXPECT_EQ (status(), "Analysis finished."); });
-
-    // The download has come, and is that of this link still.
     useUrl (" " + url);
-    onMessageThread ([this] { EXPECT_EQ (detectedBpm(), "112.0"); });
+    EXPECT_EQ (detectedBpm(), "99.0");
     EXPECT_EQ (numCacheFolders(), 1);
 }
 
-TEST_F (AnalysisControlTest, ALateCompletionIsDropped)
+TEST_F (AnalysisControlTest, IgnoresAResultForThePreviousSong)
 {
-    {
-        // The message thread stands still until the thread is gone, and finds its completion afterwards.
-        const juce::MessageManagerLock lock;
-        click (analyze());
-        for (auto waited = 0; waited < 60000 && (uv.getArguments ("analyze.py").isEmpty() || analysisIsRunning());
-             waited += 10)
-            juce::Thread::sleep (10);
-
-        child<InputPanel>().selectedFile = uv.getFile ("song.wav");
-        child<InputPanel>().onFileChosen();
-        EXPECT_EQ (status(), "Ready.");
-        holdWorker ("analyze.py", "", StandInUv::detecting (99));
-        click (analyze());
-    }
+    click (analyze());
+    waitForThread ("KelvaneAnalysis", uv.getFile ("analyze.py.args"));
+    input().selectedFile = uv.getFile ("song.wav");
+    input().onFileChosen();
+    EXPECT_EQ (status(), "Ready.");
+    holdWorker ("analyze.py", StandInUv::detecting (99));
+    click (analyze());
 
     deliverMessages();
-    onMessageThread (
-        [this]
-        {
-            EXPECT_FALSE (analyze().isEnabled());
-            EXPECT_EQ (detectedBpm(), "--");
-        });
+    EXPECT_FALSE (analyze().isEnabled());
+    EXPECT_EQ (detectedBpm(), "--");
     letGo();
     ASSERT_TRUE (analysisEnds());
-    onMessageThread ([this] { EXPECT_EQ (detectedBpm(), "99.0"); });
+    EXPECT_EQ (detectedBpm(), "99.0");
 }
 
-TEST_F (AnalysisControlTest, AJobWhoseThreadFailsIsOver)
+TEST_F (AnalysisControlTest, ReportsAThreadThatCannotStart)
 {
-    {
-        const NoMoreThreads noMoreThreads;
-        clickAnalyze();
-        clickExecute();
-    }
+    pthread_attr_t usual {};
+    pthread_getattr_default_np (&usual);
+    auto tooLarge = usual;
+    pthread_attr_setstacksize (&tooLarge, size_t { 1 } << 60);
+    ASSERT_EQ (pthread_setattr_default_np (&tooLarge), 0);
+    click (analyze());
+    click (execute());
+    pthread_setattr_default_np (&usual);
+    pthread_attr_destroy (&usual);
 
-    ASSERT_EQ (dialogs.size(), 2u);
-    EXPECT_EQ (dialogs[0].title, "Analysis failed");
-    EXPECT_EQ (dialogs[1].title, "Pipeline failed");
-    for (const auto& dialog : dialogs)
-        EXPECT_EQ (dialog.text, "Could not start a thread. Close other programs and try again.");
-    onMessageThread ([this] { EXPECT_TRUE (analyze().isEnabled() && isIdle()); });
+    const juce::String text ("Could not start a thread. Close other programs and try again.");
+    EXPECT_EQ (takeDialogs(), "! Analysis failed: " + text + "|! Pipeline failed: " + text);
+    EXPECT_TRUE (analyze().isEnabled() && isIdle());
+}
 
-    // No exception of an analysis is caught, and this one comes where memory is limited. A sanitizer's own maps take
-    // terabytes, and cannot be limited.
+TEST_F (AnalysisControlTest, ReportsAThreadThatRunsOutOfMemory)
+{
     const auto size = juce::File ("/proc/self/statm").loadFileAsString().getLargeIntValue() * sysconf (_SC_PAGESIZE);
     if (size > juce::int64 { 1 } << 40)
-        return;
+        GTEST_SKIP() << "A sanitizer maps terabytes.";
 
     uv.setWorker ("analyze.py", "head -c 300000000 /dev/zero");
-    rlimit old {};
-    getrlimit (RLIMIT_AS, &old);
-    const rlimit low { static_cast<rlim_t> (size) + (100 << 20), old.rlim_max };
+    rlimit usual {};
+    getrlimit (RLIMIT_AS, &usual);
+    const rlimit low { static_cast<rlim_t> (size) + (100 << 20), usual.rlim_max };
     setrlimit (RLIMIT_AS, &low);
-    clickAnalyze();
+    click (analyze());
     EXPECT_TRUE (analysisEnds());
-    setrlimit (RLIMIT_AS, &old);
-    EXPECT_EQ (dialogs.back().text, "Unexpected error: the job ended early.\nClose other programs and try again.");
+    setrlimit (RLIMIT_AS, &usual);
+    EXPECT_TRUE (takeDialogs().contains ("Unexpected error: the job ended early."));
 }
 
-TEST_F (AnalysisControlTest, GoesOnBesideARun)
-{
-    holdWorker ("analyze.py", "", StandInUv::detecting (99));
-    clickAnalyze();
-    ASSERT_TRUE (isHeld());
-
-    onMessageThread ([this] { child<InputPanel>().selectedFile = juce::File(); });
-    clickExecute();
-    EXPECT_EQ (dialogs.back().title, "Cannot start pipeline");
-    onMessageThread ([this] { child<InputPanel>().selectedFile = song; });
-    clickExecute();
-    ASSERT_TRUE (becomesIdle());
-    EXPECT_EQ (dialogs.back().title, "Pipeline complete");
-    onMessageThread ([this] { EXPECT_FALSE (analyze().isEnabled()); });
-
-    letGo();
-    ASSERT_TRUE (analysisEnds());
-    onMessageThread ([this] { EXPECT_EQ (detectedBpm(), "99.0"); });
-}
-
-TEST_F (AnalysisControlTest, AnEditTakesTheDownloadFromUnderARun)
-{
-    useUrl (url);
-    clickAnalyze();
-    ASSERT_TRUE (analysisEnds());
-
-    holdWorker ("separate.py", "", "[ -f \"$3\" ] || { echo 'The song has gone.'; exit 1; }");
-    clickExecute();
-    ASSERT_TRUE (isHeld());
-    useUrl (url + "b");
-    letGo();
-    ASSERT_TRUE (becomesIdle());
-    EXPECT_EQ (dialogs.back().text, "Stem separation failed.\n\nThe song has gone.");
-}
-
-TEST_F (AnalysisControlTest, ClosingTheWindowEndsItAndTakesTheDownloadAway)
-{
-    useUrl (url);
-    holdWorker ("analyze.py", "", StandInUv::detecting (99));
-    clickAnalyze();
-    ASSERT_TRUE (isHeld());
-    clickExecute();
-
-    onMessageThread ([this] { window.reset(); });
-    EXPECT_EQ (numCacheFolders(), 0);
-    deliverMessages();
-    EXPECT_TRUE (dialogs.empty());
-}
-
-TEST_F (AnalysisControlTest, AnEarlyCancelLeavesNoFolder)
+TEST_F (AnalysisControlTest, DeletesTheFolderOfADownloadCancelledAtOnce)
 {
     useUrl (url);
 
     for (auto round = 0; round < 10; ++round)
     {
-        onMessageThread (
-            [&]
-            {
-                if (analyze().isEnabled())
-                    click (analyze());
-                child<InputPanel>().urlBox.setText (url + juce::String (round));
-                child<InputPanel>().reportUrlEdit();
-            });
+        if (analyze().isEnabled())
+            click (analyze());
+        input().urlBox.setText (url + juce::String (round));
+        input().reportUrlEdit();
+        deliverMessages();
     }
 
-    onMessageThread ([this] { window.reset(); });
+    window.reset();
     EXPECT_EQ (numCacheFolders(), 0);
 }

@@ -8,43 +8,14 @@
 #include "support/TemporaryFolder.h"
 
 #include <optional>
-#include <pthread.h>
 
-/** While it lives no thread can be started: each would get a stack that no address space has room for. */
-class NoMoreThreads
-{
-public:
-    NoMoreThreads()
-    {
-        pthread_getattr_default_np (&before);
-        auto attributes = before;
-        pthread_attr_setstacksize (&attributes, size_t { 1 } << 60);
-        EXPECT_EQ (pthread_setattr_default_np (&attributes), 0);
-    }
+/** The window without a screen, on stand-in workers.
 
-    ~NoMoreThreads()
-    {
-        pthread_setattr_default_np (&before);
-        pthread_attr_destroy (&before);
-    }
-
-    NoMoreThreads (const NoMoreThreads&) = delete;
-    NoMoreThreads& operator= (const NoMoreThreads&) = delete;
-
-private:
-    pthread_attr_t before {};
-};
-
-/** The program's window without a screen, on stand-in workers, driven from another thread than its own. */
-class ControllerFixture : public testing::Test
+    The message thread waits for the test, except in deliverMessages(), eventually() and the functions that call them.
+*/
+class ControllerFixture : public MessageThreadTest
 {
 protected:
-    struct Dialog
-    {
-        juce::MessageBoxIconType icon;
-        juce::String title, text;
-    };
-
     ControllerFixture()
     {
         setenv ("TMPDIR", folder.getChild ("temporary").getFullPathName().toRawUTF8(), 1);
@@ -57,111 +28,87 @@ protected:
         uv.setWorker ("analyze.py", StandInUv::detecting (112.04));
         uv.setWorker ("separate.py", "for stem in drums bass vocals other; do cp song.wav \"$4/$stem.wav\"; done");
 
-        onMessageThread (
-            [this]
-            {
-                window.emplace();
-                window->showMessage = [this] (auto icon, const auto& title, const auto& text)
-                { dialogs.push_back ({ icon, title, text }); };
-                child<InputPanel>().selectedFile = song;
-                child<OutputPanel>().outputFolder = folder.getChild ("out");
-            });
+        window.emplace();
+        window->showMessage = [this] (auto icon, const auto& title, const auto& text)
+        { dialogs.add ((icon == juce::MessageBoxIconType::WarningIcon ? "! " : "i ") + title + ": " + text); };
+        input().selectedFile = song;
+        output().outputFolder = folder.getChild ("out");
     }
 
     ~ControllerFixture() override
     {
-        onMessageThread ([this] { window.reset(); });
+        window.reset();
         unsetenv ("TMPDIR");
     }
 
-    /** Waits until something holds on the message thread. */
+    template <typename Child>
+    Child& child (const char* id)
+    {
+        return dynamic_cast<Child&> (*window->findChildWithID (id));
+    }
+
+    InputPanel& input() { return child<InputPanel> ("inputPanel"); }
+    StemPanel& stems() { return child<StemPanel> ("stemPanel"); }
+    TempoPanel& tempo() { return child<TempoPanel> ("tempoPanel"); }
+    OutputPanel& output() { return child<OutputPanel> ("outputPanel"); }
+    juce::TextButton& execute() { return child<juce::TextButton> ("executeButton"); }
+    juce::TextButton& analyze() { return tempo().analyzeButton; }
+    juce::String status() { return child<juce::Label> ("statusLabel").getText(); }
+    juce::String detectedBpm() { return tempo().detectedBpmLabel.getText(); }
+
+    /** The dialogs since the last call: "!" for a warning or "i", the title and the text of each. */
+    juce::String takeDialogs() { return std::exchange (dialogs, {}).joinIntoString ("|"); }
+
+    static void click (juce::Button& button)
+    {
+        ASSERT_TRUE (button.isEnabled());
+        button.onClick();
+    }
+
+    static void turn (juce::Button& toggle, bool on) { toggle.setToggleState (on, juce::sendNotificationSync); }
+
+    void wantFullSongAlone()
+    {
+        auto& panel = stems();
+        for (auto* const stem : { &panel.drumsToggle, &panel.bassToggle, &panel.vocalsToggle, &panel.otherToggle })
+            turn (*stem, false);
+        turn (panel.fullSongToggle, true);
+    }
+
+    void useUrl (const juce::String& url)
+    {
+        turn (input().urlToggle, true);
+        input().urlBox.setText (url, true);
+        deliverMessages();
+    }
+
     template <typename Condition>
-    static bool eventually (Condition condition)
+    bool eventually (Condition condition)
     {
         const auto deadline = juce::Time::getMillisecondCounter() + 60000;
 
-        while (! onMessageThread (condition))
+        while (! condition())
         {
             if (juce::Time::getMillisecondCounter() > deadline)
                 return false;
+
+            deliverMessages();
             juce::Thread::sleep (2);
         }
 
         return true;
     }
 
-    /** The window's child of a type, the first of several. */
-    template <typename Child>
-    Child& child()
+    /** Makes a worker wait for letGo() before it does its work. */
+    void holdWorker (const juce::String& name, const juce::String& work = {})
     {
-        for (auto* const one : window->getChildren())
-            if (auto* const found = dynamic_cast<Child*> (one))
-                return *found;
-
-        throw std::logic_error ("no such child");
+        uv.setWorker (name, "echo $$ >" + name + ".new; mv " + name + ".new " + name
+                                + ".pid; while [ ! -f go ]; do sleep 0.02; done\n" + work);
     }
 
-    juce::TextButton& execute() { return child<juce::TextButton>(); }
-    juce::TextButton& analyze() { return child<TempoPanel>().analyzeButton; }
-    juce::String status() { return dynamic_cast<juce::Label&> (*window->getChildComponent (10)).getText(); }
-
-    void click (juce::Button& button)
+    bool isHeld (const juce::String& worker)
     {
-        ASSERT_TRUE (button.isEnabled());
-        button.onClick();
-    }
-
-    void clickExecute()
-    {
-        onMessageThread ([this] { click (execute()); });
-    }
-
-    void clickAnalyze()
-    {
-        onMessageThread ([this] { click (analyze()); });
-    }
-
-    static void turn (juce::Button& toggle, bool on) { toggle.setToggleState (on, juce::sendNotificationSync); }
-
-    void wantStems (bool drums, bool bass, bool vocals, bool other)
-    {
-        onMessageThread (
-            [&]
-            {
-                auto index = 0;
-                for (const auto wanted : { drums, bass, vocals, other })
-                    turn (dynamic_cast<juce::Button&> (*child<StemPanel>().getChildComponent (index++)), wanted);
-            });
-    }
-
-    /** So that no worker is needed. */
-    void wantFullSongAlone()
-    {
-        wantStems (false, false, false, false);
-        onMessageThread ([this] { turn (child<StemPanel>().fullSongToggle, true); });
-    }
-
-    void useUrl (const juce::String& url)
-    {
-        onMessageThread (
-            [&]
-            {
-                auto& panel = child<InputPanel>();
-                turn (panel.urlToggle, true);
-                panel.urlBox.setText (url, true);
-            });
-        deliverMessages();
-    }
-
-    /** Has a worker wait, after what it is to do first, until there is the file "go". */
-    void holdWorker (const juce::String& name, const juce::String& first, const juce::String& afterwards)
-    {
-        uv.setWorker (name, first + "\ntouch held; while [ ! -f go ]; do sleep 0.02; done\n" + afterwards);
-    }
-
-    bool isHeld()
-    {
-        return eventually ([this] { return uv.getFile ("held").existsAsFile(); });
+        return eventually ([&] { return uv.getFile (worker + ".pid").existsAsFile(); });
     }
 
     void letGo() { uv.getFile ("go").create(); }
@@ -173,18 +120,25 @@ protected:
         return eventually ([this] { return isIdle(); });
     }
 
-    /** By the system's own account, as nobody else tells when a job's thread is gone. */
-    static int numThreadsNamed (const juce::String& name)
+    bool analysisEnds()
     {
-        auto count = 0;
-        for (const auto& task : juce::File ("/proc/self/task").findChildFiles (juce::File::findDirectories, false))
-            count += task.getChildFile ("comm").loadFileAsString().trim() == name ? 1 : 0;
-        return count;
+        return eventually ([this] { return analyze().isEnabled() && ! hasThread ("KelvaneAnalysis"); });
     }
 
-    int numDownloads() const
+    /** Waits for the end of a thread that has made a file, without delivering its messages. */
+    static void waitForThread (const juce::String& name, const juce::File& file)
     {
-        return juce::StringArray::fromLines (uv.getFile ("downloads").loadFileAsString()).size() - 1;
+        for (auto waited = 0; waited < 60000 && (! file.existsAsFile() || hasThread (name)); waited += 10)
+            juce::Thread::sleep (10);
+    }
+
+    static bool hasThread (const juce::String& name)
+    {
+        for (const auto& task : juce::File ("/proc/self/task").findChildFiles (juce::File::findDirectories, false))
+            if (task.getChildFile ("comm").loadFileAsString().trim() == name)
+                return true;
+
+        return false;
     }
 
     int numCacheFolders() const
@@ -195,6 +149,6 @@ protected:
     TemporaryFolder folder;
     StandInUv uv { folder.getChild ("stand-in uv") };
     const juce::File song = folder.getChild ("My Song.wav");
-    std::vector<Dialog> dialogs;
+    juce::StringArray dialogs;
     std::optional<MainComponent> window;
 };

@@ -3,87 +3,78 @@
 class DropControlTest : public ControllerFixture
 {
 protected:
-    InputPanel& panel() { return child<InputPanel>(); }
-    juce::String detectedBpm() { return child<TempoPanel>().detectedBpmLabel.getText(); }
-
-    /** Waits for the thread as well, since a click before its end does nothing. */
-    bool isDetected()
-    {
-        return eventually ([this] { return detectedBpm() == "112.0" && numThreadsNamed ("KelvaneAnalysis") == 0; });
-    }
-
     void dropFiles (const juce::StringArray& paths)
     {
-        onMessageThread ([&] { window->takeDroppedFiles (paths); });
+        window->takeDroppedFiles (paths);
         deliverMessages();
     }
 
     void dropText (const juce::String& text)
     {
-        onMessageThread ([&] { window->takeDroppedText (text); });
+        window->takeDroppedText (text);
         deliverMessages();
     }
-
-    const juce::File other = folder.getChild ("other song.WAV");
 };
 
-TEST_F (DropControlTest, MakesAFileOrALinkTheSong)
+TEST_F (DropControlTest, UsesADroppedFileOrLinkAsTheSong)
 {
+    const auto other = folder.getChild ("other song.WAV");
     song.copyFileTo (other);
-    clickAnalyze();
-    ASSERT_TRUE (isDetected());
+    tempo().setAnalysisResult (112.0, 2);
 
-    // The same song once more voids nothing, and neither does the other source.
-    onMessageThread ([this] { turn (panel().urlToggle, true); });
+    // The same song keeps its analysis, even if the link was selected.
+    turn (input().urlToggle, true);
     dropFiles ({ song.getFullPathName() });
-    EXPECT_TRUE (panel().localToggle.getToggleState());
-    EXPECT_TRUE (panel().chooseButton.isEnabled());
+    EXPECT_TRUE (input().localToggle.getToggleState() && input().chooseButton.isEnabled());
     EXPECT_EQ (detectedBpm(), "112.0");
 
     dropFiles ({ other.getFullPathName() });
-    EXPECT_EQ (panel().selectedFile, other);
-    EXPECT_EQ (panel().fileLabel.getText(), "other song.WAV");
+    EXPECT_EQ (input().selectedFile, other);
+    EXPECT_EQ (input().fileLabel.getText(), "other song.WAV");
+    EXPECT_EQ (input().fileLabel.getTooltip(), other.getFullPathName());
     EXPECT_EQ (detectedBpm(), "--");
 
-    const juce::String link ("https://127.0.0.1/watch?v=a");
-    dropText (link + "\r\nThe page's title\r\n");
-    EXPECT_TRUE (panel().urlToggle.getToggleState());
-    EXPECT_TRUE (panel().urlBox.isEnabled());
-    EXPECT_EQ (panel().urlBox.getText(), link);
-    clickAnalyze();
-    ASSERT_TRUE (isDetected());
+    dropText ("https://127.0.0.1/watch?v=a\r\nThe page's title\r\n");
+    EXPECT_TRUE (input().urlToggle.getToggleState() && input().urlBox.isEnabled());
+    EXPECT_EQ (input().urlBox.getText(), "https://127.0.0.1/watch?v=a");
+
+    tempo().setAnalysisResult (112.0, 2);
     dropFiles ({ "https://127.0.0.1/another song" });
-    EXPECT_EQ (panel().urlBox.getText(), "https://127.0.0.1/another%20song");
+    EXPECT_EQ (input().urlBox.getText(), "https://127.0.0.1/another%20song");
     EXPECT_EQ (detectedBpm(), "--");
-    EXPECT_EQ (numCacheFolders(), 0);
 
     dropText (juce::URL (song).toString (false));
-    EXPECT_TRUE (panel().localToggle.getToggleState());
-    EXPECT_EQ (panel().selectedFile, song);
-    EXPECT_TRUE (dialogs.empty());
+    EXPECT_TRUE (input().localToggle.getToggleState());
+    EXPECT_EQ (input().selectedFile, song);
+    EXPECT_EQ (takeDialogs(), "");
 }
 
-TEST_F (DropControlTest, RefusesAnythingElse)
+TEST_F (DropControlTest, ExplainsWhyADropIsNotASong)
 {
     const auto notes = folder.getChild ("notes.txt");
     notes.create();
-    onMessageThread ([this] { turn (panel().urlToggle, true); });
+    const auto file = song.getFullPathName();
+    const auto expectWarning = [this] (const juce::String& text)
+    { EXPECT_TRUE (takeDialogs().startsWith ("! Cannot use what was dropped: " + text)) << text; };
 
-    dropFiles ({ song.getFullPathName(), song.getFullPathName() });
-    for (const auto& path :
-         { folder.getChild ("").getFullPathName(), notes.getFullPathName(),
-           folder.getChild ("gone.wav").getFullPathName(), juce::String ("sftp://127.0.0.1/song.wav") })
-        dropFiles ({ path });
-    for (const auto* const text : { "a word", "http is a protocol", "ftp://127.0.0.1/a", "http://a\nhttp://b", "" })
-        dropText (text);
-
-    ASSERT_EQ (dialogs.size(), 10u);
-    for (const auto& dialog : dialogs)
+    dropFiles ({ file, file });
+    expectWarning ("Only one song can be chosen at a time.\nDrop a single audio file.");
+    dropFiles ({ folder.get().getFullPathName() });
+    expectWarning ("This is a folder:\n");
+    dropFiles ({ notes.getFullPathName() });
+    expectWarning ("Kelvane does not open files of this type:\n");
+    for (const auto& path : { folder.getChild ("gone.wav").getFullPathName(), juce::String ("sftp://127.0.0.1/a.wav") })
     {
-        EXPECT_EQ (dialog.icon, juce::MessageBoxIconType::WarningIcon);
-        EXPECT_TRUE (dialog.text.contains ("\nDrop a")) << dialog.text;
+        dropFiles ({ path });
+        expectWarning ("This is not a file on this computer:\n" + path);
     }
-    EXPECT_TRUE (panel().urlToggle.getToggleState());
-    EXPECT_EQ (panel().urlBox.getText(), "");
-    EXPECT_EQ (panel().selectedFile, song);
+    for (const auto* const text : { "a word", "http is a protocol", "ftp://127.0.0.1/a", "http://a\nhttp://b", "" })
+    {
+        dropText (text);
+        expectWarning ("This is not one link.\nDrop a link");
+    }
+
+    EXPECT_TRUE (input().localToggle.getToggleState());
+    EXPECT_EQ (input().urlBox.getText(), "");
+    EXPECT_EQ (input().selectedFile, song);
 }
