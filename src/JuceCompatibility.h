@@ -68,7 +68,7 @@ public:
 
 private:
     template <typename Value>
-    AudioFormatWriterOptions with (Value AudioFormatWriterOptions::* member, Value value) const
+    AudioFormatWriterOptions with (Value AudioFormatWriterOptions::*member, Value value) const
     {
         auto copy = *this;
         copy.*member = value;

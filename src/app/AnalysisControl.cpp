@@ -4,6 +4,7 @@
 #include "pipeline/TemporaryFolder.h"
 #include "pipeline/UserMessages.h"
 
+#include <memory>
 #include <utility>
 
 void MainComponent::analyzeClicked()

@@ -3,6 +3,9 @@
 #include "pipeline/RunChecks.h"
 #include "pipeline/UserMessages.h"
 
+#include <memory>
+#include <utility>
+
 void MainComponent::executeClicked()
 {
     if (pipelineRunner != nullptr && pipelineRunner->isThreadRunning())

@@ -8,6 +8,7 @@
 #include "support/TemporaryFolder.h"
 
 #include <optional>
+#include <utility>
 
 /** The window without a screen, on stand-in workers.
 

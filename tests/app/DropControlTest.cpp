@@ -1,20 +1,8 @@
 #include "ControllerFixture.h"
 
-class DropControlTest : public ControllerFixture
-{
-protected:
-    void dropFiles (const juce::StringArray& paths)
-    {
-        window->takeDroppedFiles (paths);
-        deliverMessages();
-    }
+#include <vector>
 
-    void dropText (const juce::String& text)
-    {
-        window->takeDroppedText (text);
-        deliverMessages();
-    }
-};
+using DropControlTest = ControllerFixture;
 
 TEST_F (DropControlTest, UsesADroppedFileOrLinkAsTheSong)
 {
@@ -24,26 +12,28 @@ TEST_F (DropControlTest, UsesADroppedFileOrLinkAsTheSong)
 
     // The same song keeps its analysis, even if the link was selected.
     turn (input().urlToggle, true);
-    dropFiles ({ song.getFullPathName() });
+    window->takeDroppedFiles ({ song.getFullPathName() });
     EXPECT_TRUE (input().localToggle.getToggleState() && input().chooseButton.isEnabled());
     EXPECT_EQ (detectedBpm(), "112.0");
 
-    dropFiles ({ other.getFullPathName() });
+    window->takeDroppedFiles ({ other.getFullPathName() });
     EXPECT_EQ (input().selectedFile, other);
     EXPECT_EQ (input().fileLabel.getText(), "other song.WAV");
     EXPECT_EQ (input().fileLabel.getTooltip(), other.getFullPathName());
     EXPECT_EQ (detectedBpm(), "--");
 
-    dropText ("https://127.0.0.1/watch?v=a\r\nThe page's title\r\n");
+    window->takeDroppedText ("https://127.0.0.1/watch?v=a\r\nThe page's title\r\n");
     EXPECT_TRUE (input().urlToggle.getToggleState() && input().urlBox.isEnabled());
     EXPECT_EQ (input().urlBox.getText(), "https://127.0.0.1/watch?v=a");
+    deliverMessages();
 
     tempo().setAnalysisResult (112.0, 2);
-    dropFiles ({ "https://127.0.0.1/another song" });
+    window->takeDroppedFiles ({ "https://127.0.0.1/another song" });
     EXPECT_EQ (input().urlBox.getText(), "https://127.0.0.1/another%20song");
+    deliverMessages();
     EXPECT_EQ (detectedBpm(), "--");
 
-    dropText (juce::URL (song).toString (false));
+    window->takeDroppedText (juce::URL (song).toString (false));
     EXPECT_TRUE (input().localToggle.getToggleState());
     EXPECT_EQ (input().selectedFile, song);
     EXPECT_EQ (takeDialogs(), "");
@@ -53,24 +43,25 @@ TEST_F (DropControlTest, ExplainsWhyADropIsNotASong)
 {
     const auto notes = folder.getChild ("notes.txt");
     notes.create();
-    const auto file = song.getFullPathName();
+    const auto file = song.getFullPathName(), missing = folder.getChild ("gone.wav").getFullPathName();
     const auto expectWarning = [this] (const juce::String& text)
     { EXPECT_TRUE (takeDialogs().startsWith ("! Cannot use what was dropped: " + text)) << text; };
 
-    dropFiles ({ file, file });
-    expectWarning ("Only one song can be chosen at a time.\nDrop a single audio file.");
-    dropFiles ({ folder.get().getFullPathName() });
-    expectWarning ("This is a folder:\n");
-    dropFiles ({ notes.getFullPathName() });
-    expectWarning ("Kelvane does not open files of this type:\n");
-    for (const auto& path : { folder.getChild ("gone.wav").getFullPathName(), juce::String ("sftp://127.0.0.1/a.wav") })
+    const std::vector<std::pair<juce::StringArray, juce::String>> drops {
+        { { file, file }, "Only one song can be chosen at a time.\nDrop a single audio file." },
+        { { folder.get().getFullPathName() }, "This is a folder:\n" },
+        { { notes.getFullPathName() }, "Kelvane does not open files of this type:\n" },
+        { { missing }, "This is not a file on this computer:\n" + missing + "\nDrop an audio file" },
+        { { "sftp://127.0.0.1/a.wav" }, "This is not a file on this computer:\n" },
+    };
+    for (const auto& [paths, text] : drops)
     {
-        dropFiles ({ path });
-        expectWarning ("This is not a file on this computer:\n" + path);
+        window->takeDroppedFiles (paths);
+        expectWarning (text);
     }
     for (const auto* const text : { "a word", "http is a protocol", "ftp://127.0.0.1/a", "http://a\nhttp://b", "" })
     {
-        dropText (text);
+        window->takeDroppedText (text);
         expectWarning ("This is not one link.\nDrop a link");
     }
 

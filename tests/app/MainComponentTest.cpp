@@ -7,6 +7,8 @@
 #include "ui/Theme.h"
 
 #include <array>
+#include <optional>
+#include <utility>
 
 namespace
 {
