@@ -36,8 +36,10 @@ TEST_F (RunControlTest, RunsWithTheSettingsOfThePanels)
     EXPECT_EQ (config.sampleRate, 48000);
     EXPECT_EQ (config.bitDepth, 16);
 
+    turn (tempo().bpmToggle, true);
     turn (tempo().bpmAutoToggle, true);
     ASSERT_TRUE (window->buildConfig (config, error)) << error;
+    EXPECT_EQ (config.adjustMode, AdjustMode::Bpm);
     EXPECT_TRUE (config.autoBpm);
 }
 

@@ -173,7 +173,7 @@ TEST_F (PanelTest, EnablesTheControlsOfTheSelectedMode)
 TEST_F (PanelTest, UsesTheDetectedValuesAsTheSource)
 {
     TempoPanel panel;
-    for (auto* const toggle : { &panel.bpmToggle, &panel.bpmAutoToggle, &panel.keyAutoToggle })
+    for (auto* const toggle : { &panel.keyToggle, &panel.keyAutoToggle, &panel.bpmToggle, &panel.bpmAutoToggle })
         click (*toggle);
 
     panel.setAnalysisResult (128.04, 9);
