@@ -130,6 +130,8 @@ void MainComponent::addChildren()
     for (auto* const arrow : { &arrow1, &arrow2, &arrow3 })
         arrow->setInterceptsMouseClicks (false, false);
 
+    progressBar.settle();
+
     // The slider's text box, made before the look and feel was set, would keep the colours of the default one.
     sendLookAndFeelChange();
 }

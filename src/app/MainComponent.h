@@ -3,10 +3,12 @@
 #include "pipeline/AnalysisRunner.h"
 #include "pipeline/PipelineRunner.h"
 #include "ui/ArrowComponent.h"
+#include "ui/HoverTooltipWindow.h"
 #include "ui/InputPanel.h"
 #include "ui/KeyboardNavigation.h"
 #include "ui/OutputPanel.h"
 #include "ui/PipelineLookAndFeel.h"
+#include "ui/RunProgressBar.h"
 #include "ui/StemPanel.h"
 #include "ui/TempoPanel.h"
 
@@ -106,10 +108,10 @@ private:
 
     juce::TextButton executeButton { "Execute" };
     double progress = 0.0;
-    juce::ProgressBar progressBar { progress };
+    RunProgressBar progressBar { progress };
     juce::Label statusLabel;
     juce::Label footerLabel;
-    juce::TooltipWindow tooltipWindow { this, 700 };
+    HoverTooltipWindow tooltipWindow { *this, 700 };
     KeyboardNavigation keyboardNavigation { *this };
 
     std::unique_ptr<PipelineRunner> pipelineRunner; /**< the latest, finished or not */

@@ -27,6 +27,7 @@ void MainComponent::executeClicked()
     }
 
     progress = 0.0;
+    progressBar.settle();
     setStatus ("Starting...");
     executeButton.setButtonText ("Cancel");
 
@@ -38,6 +39,7 @@ void MainComponent::executeClicked()
         if (auto* const self = safeThis.getComponent())
         {
             self->progress = fraction;
+            self->progressBar.follow();
             self->setStatus (text);
         }
     };
@@ -64,6 +66,7 @@ void MainComponent::pipelineFinished (bool success, const juce::String& message)
     if (success)
     {
         progress = 1.0;
+        progressBar.settle();
         setStatus ("Done.");
         showMessage (juce::MessageBoxIconType::InfoIcon, "Pipeline complete", message);
         return;
@@ -71,6 +74,7 @@ void MainComponent::pipelineFinished (bool success, const juce::String& message)
 
     const auto wasCancelled = message == messages::cancelled;
     progress = 0.0;
+    progressBar.settle();
     setStatus (wasCancelled ? messages::cancelled : "Failed.");
 
     if (message.isNotEmpty() && ! wasCancelled)

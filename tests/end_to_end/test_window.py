@@ -8,6 +8,7 @@ import pytest
 from conftest import PROGRAM, Start
 from screen import Screen, wait_for
 from window import (
+    ANALYZE,
     CHOOSE_FILE,
     CHOOSE_FOLDER,
     DRUMS,
@@ -113,6 +114,19 @@ def test_the_keyboard_reaches_everything(screen: Screen, start: Start) -> None:
     assert wait_for(lambda: is_enabled(window, BPM_FROM_BOX), 20)
     screen.press("shift+Tab", "Tab", "Tab", "Tab", "space")
     assert wait_for(lambda: not is_enabled(window, BPM_FROM_BOX), 20)
+
+
+def test_a_tooltip_comes_and_goes_with_the_mouse(screen: Screen, start: Start) -> None:
+    start()
+    window = Window(screen)
+    left_of_analyze = (600, 140, 200, 16)
+    without = window.part(left_of_analyze)
+
+    for x, y in NOWHERE, (-5, -5):
+        screen.xdotool("mousemove", "--window", window.id, *map(str, ANALYZE))
+        assert window.changes(left_of_analyze, without)
+        screen.xdotool("mousemove", "--window", window.id, "--", str(x), str(y))
+        assert wait_for(lambda: same(window.part(left_of_analyze), without))
 
 
 @pytest.fixture
