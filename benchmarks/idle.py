@@ -8,56 +8,39 @@ used; scripts/run leaves one where it is looked for else. Needs NumPy, Xvfb, ope
 
 import argparse
 import os
-import shutil
-import sys
 import tempfile
 import time
 from pathlib import Path
 
-_ROOT = Path(__file__).parents[1]
-sys.path.append(str(_ROOT / "tests" / "support"))
-
-import window as places  # noqa: E402
-from screen import Screen  # noqa: E402
-
-_SONG = _ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
-_PROGRAM = _ROOT / "build" / "release" / "src" / "app" / "Kelvane_artefacts" / "Release" / "Kelvane"
+from desktop import PROGRAM, SONG, dismiss, open_window
+from window import BASS, CHOOSE_FILE, CHOOSE_FOLDER, DRUMS, EXECUTE, FULL_SONG, OTHER, VOCALS
 
 
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("program", nargs="?", type=Path, default=_PROGRAM)
+    parser.add_argument("program", nargs="?", type=Path, default=PROGRAM)
     parser.add_argument("--seconds", type=float, default=60)
     options = parser.parse_args()
 
     with tempfile.TemporaryDirectory() as folder:
-        # Without the desktop's dialogs, which the program looks for by means of `which`.
-        tools = Path(folder, "tools")
-        tools.mkdir()
-        (tools / "which").symlink_to(shutil.which("which") or "")
-        screen = Screen({**os.environ, "TMPDIR": folder})
-        program = screen.start(str(options.program.absolute()), PATH=str(tools))
-        try:
-            window = places.Window(screen)
+        temporary = Path(folder, "temporary")
+        temporary.mkdir()
+        with open_window(options.program, {**os.environ, "TMPDIR": str(temporary)}) as (window, pid):
 
             def measure(state: str, mouse: tuple[int, int]) -> None:
-                screen.xdotool("mousemove", *map(str, mouse))
+                window.screen.xdotool("mousemove", *map(str, mouse))
                 time.sleep(5)
-                _print_use(state, program.pid, options.seconds)
+                _print_use(state, pid, options.seconds)
 
-            print("state                           % of a core   wakes a second")
+            print("                                % of a core   wakes a second")
             outside, inside = (5, 5), (800, 300)
             measure("mouse elsewhere", outside)
             measure("mouse at rest on the window", inside)
-            window.choose(places.CHOOSE_FILE, "Choose an audio file", _SONG)
-            window.choose(places.CHOOSE_FOLDER, "Choose the output folder", Path(folder))
-            window.click(places.DRUMS, places.BASS, places.VOCALS, places.OTHER, places.FULL_SONG, places.EXECUTE)
-            window.dismiss("Pipeline complete")
+            window.choose(CHOOSE_FILE, "Choose an audio file", SONG)
+            window.choose(CHOOSE_FOLDER, "Choose the output folder", Path(folder))
+            window.click(DRUMS, BASS, VOCALS, OTHER, FULL_SONG, EXECUTE)
+            dismiss(window, "Pipeline complete")
             measure("after a run, mouse elsewhere", outside)
-        finally:
-            program.terminate()
-            program.wait()
-            screen.close()
 
 
 def _print_use(state: str, pid: int, seconds: float) -> None:

@@ -1,0 +1,52 @@
+"""Kelvane's window on a screen of its own, for the benchmarks that use it."""
+
+import os
+import shutil
+import sys
+from collections.abc import Iterator
+from contextlib import contextmanager
+from pathlib import Path
+
+ROOT = Path(__file__).parents[1]
+sys.path.append(str(ROOT / "tests" / "support"))
+
+from screen import Screen, wait_for  # noqa: E402
+from window import Window  # noqa: E402
+
+PROGRAM = ROOT / "build" / "release" / "src" / "app" / "Kelvane_artefacts" / "Release" / "Kelvane"
+SONG = ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
+
+
+@contextmanager
+def open_window(program: Path, environment: dict[str, str], *commands: str) -> Iterator[tuple[Window, int]]:
+    """Gives the window and the program's process. The program finds no commands but these, hence no desktop's dialogs."""
+    tools = Path(environment["TMPDIR"]).parent / "tools"
+    tools.mkdir(exist_ok=True)
+    for command in {"which", *commands} - set(os.listdir(tools)):
+        (tools / command).symlink_to(shutil.which(command) or "")
+    screen = Screen(environment)
+    process = screen.start(str(program.absolute()), PATH=str(tools))
+    try:
+        yield Window(screen), process.pid
+    finally:
+        process.terminate()
+        process.wait()
+        screen.close()
+
+
+def dismiss(window: Window, title: str) -> None:
+    """Closes a message when it comes: by Escape if its button cannot be clicked.
+
+    On a busy machine JUCE may leave the window at its first size, without the button.
+    """
+    screen = window.screen
+    assert wait_for(lambda: screen.windows(title), 120), f"{title!r} does not come"
+    for _ in range(60):
+        for dialog in screen.windows(title):
+            width, height = screen.size_of(dialog)
+            screen.click(dialog, width // 2, height - 40)
+            if not wait_for(lambda: not screen.windows(title), 1):
+                screen.xdotool("windowactivate", "--sync", dialog, "key", "Escape")
+        if not screen.windows(title):
+            return
+    raise AssertionError(f"{title!r} stays")

@@ -1,0 +1,292 @@
+"""Runs Kelvane for long, and fails unless the last run leaves it as the fiftieth did.
+
+    soak.py [batch] [window] [failures] [--runs 500] [--real 20]
+
+"batch" renders songs with one kelvane-render. "window" clicks Execute in one window, and Analyze before every tenth
+click. The workers are stand-ins that answer at once, but for --real of the runs, which have real ones and a small
+model. "failures" has runs of both programs fail and be cancelled, then deletes what they left as README.md says.
+
+Needs a release build, NumPy, Xvfb, openbox, xdotool and xwd.
+"""
+
+import argparse
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+from collections.abc import Iterator
+from contextlib import contextmanager
+from dataclasses import astuple, dataclass
+from pathlib import Path
+
+import numpy as np
+from desktop import PROGRAM, ROOT, SONG, dismiss, open_window
+from processes import descendants
+from screen import wait_for
+from wav import write_wav
+from window import (
+    ANALYZE,
+    BASS,
+    BPM,
+    BPM_AUTO,
+    BPM_TO,
+    CHOOSE_FILE,
+    CHOOSE_FOLDER,
+    EXECUTE,
+    NOWHERE,
+    OTHER,
+    Window,
+    same,
+)
+
+_RENDER = ROOT / "build" / "release" / "bin" / "kelvane-render"
+_UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or str(Path.home() / ".local/share/kelvane/uv/bin/uv")
+_FIRST_SAMPLE = 50  # runs
+_ALLOWED_GROWTH = 5.0  # megabytes
+_AUTO = (788, 316, 64, 28)  # the toggle for the detection of the tempo
+
+# A run detects only the tempo, a click on Analyze the key as well.
+_STAND_IN = """#!/bin/sh
+case "$*" in
+*--key*) run=1 ;;
+*--bpm*) run=$(($(cat {folder}/runs) + 1)); echo $run >{folder}/runs ;;
+*) run=$(cat {folder}/runs) ;;
+esac
+[ $((run % {period})) -ne 0 ] || exec {uv} "$@"
+case "$2" in
+*/analyze.py)
+    while [ -e {folder}/hold-$run ]; do touch {folder}/held-$run; sleep 0.02; done
+    echo 'RESULT::{{"bpm": 112.04, "key_index": 2}}' ;;
+*/separate.py)
+    for stem in drums vocals; do cp {folder}/stem.wav "$4/$stem.wav"; done
+    [ ! -e {folder}/stall ] || exec sleep 600
+    [ ! -e {folder}/fail ] || exit 1 ;;
+esac
+"""
+
+
+@dataclass
+class _Sample:
+    rss: float  # megabytes, as the next two
+    proportional: float
+    private: float
+    descriptors: int
+    threads: int
+    processes: int
+    temporary: int
+
+    def stays(self, later: "_Sample") -> bool:
+        """Whether memory is within what is allowed, and every count as it was."""
+        return all(
+            after - before <= _ALLOWED_GROWTH if isinstance(before, float) else after == before
+            for before, after in zip(astuple(self), astuple(later), strict=True)
+        )
+
+
+class _Soak:
+    def __init__(self, folder: Path, num_runs: int, num_real: int) -> None:
+        self.folder, self.num_runs = folder, num_runs
+        self.temporary, self.out = folder / "temporary", folder / "out"
+        self.temporary.mkdir()
+        self.out.mkdir()
+        write_wav(folder / "stem.wav", np.random.default_rng(1).uniform(-0.5, 0.5, (22050, 2)), 44100)
+        period = num_runs // num_real if num_real else num_runs + 2
+        stand_in = folder / "uv"
+        stand_in.write_text(_STAND_IN.format(folder=folder, period=period, uv=_UV))
+        stand_in.chmod(0o755)
+        self.environment = {
+            **os.environ,
+            "TMPDIR": str(self.temporary),
+            "KELVANE_UV": str(stand_in),
+            "KELVANE_STEM_CACHE": "0",
+            "HF_HOME": str(folder / "hub"),
+            "HF_HUB_OFFLINE": "1",
+            "UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", ""),
+        }
+        self.is_flat = True
+
+    def make_model(self) -> None:
+        """Installs what the workers need, too."""
+        scripts = ROOT / "Resources" / "python"
+        for script in ("analyze.py", "separate.py"):
+            install = [_UV, "run", "--quiet", scripts / "environment.py", scripts / script]
+            output = subprocess.run(install, env=self.environment, check=True, stdout=subprocess.PIPE, text=True).stdout
+        make = ROOT / "tests" / "support" / "make_checkpoint.py"
+        subprocess.run([output.splitlines()[-1], make, self.folder / "hub"], env=self.environment, check=True)
+
+    def restart_count(self) -> None:
+        (self.folder / "runs").write_text("0")
+
+    def num_started(self) -> int:
+        return int((self.folder / "runs").read_text() or 0)
+
+    @contextmanager
+    def flag(self, name: str) -> Iterator[None]:
+        """Has the stand-in do something else."""
+        (self.folder / name).touch()
+        yield
+        (self.folder / name).unlink()
+
+    def count_temporary(self) -> int:
+        return sum(1 for _ in self.temporary.rglob("*"))
+
+    def sample(self, pid: int) -> _Sample:
+        rollup = Path(f"/proc/{pid}/smaps_rollup").read_text()
+
+        def megabytes(name: str) -> float:
+            return sum(map(int, re.findall(rf"^{name}:\s+(\d+) kB", rollup, re.MULTILINE))) / 1024
+
+        memory = megabytes("Rss"), megabytes("Pss"), megabytes("Private_(?:Clean|Dirty)")
+        descriptors, threads = (len(os.listdir(f"/proc/{pid}/{kind}")) for kind in ("fd", "task"))
+        return _Sample(*memory, descriptors, threads, len(descendants(pid)), self.count_temporary())
+
+    def report(self, part: str, samples: dict[str, _Sample]) -> None:
+        for when, sample in samples.items():
+            values = [f"{value:13.1f}" if isinstance(value, float) else f"{value:13}" for value in astuple(sample)]
+            print(f"{part + ', ' + when:22}{''.join(values)}", flush=True)
+        first, last = samples.values()
+        if not first.stays(last):
+            self.is_flat = False
+            print(f"{part} is not flat", flush=True)
+
+    def start_batch(self, num_songs: int) -> subprocess.Popen[bytes]:
+        songs = [self.folder / f"song {number}.ogg" for number in range(1, num_songs + 1)]
+        for song in songs:
+            if not song.exists():
+                song.symlink_to(SONG)
+        command = [_RENDER, *songs, "--stems", "drums,vocals", "--bpm", "auto:120", "--bits", "16", "--out", self.out]
+        with (self.folder / "output").open("wb") as output:
+            return subprocess.Popen(command, env=self.environment, stdout=output, stderr=subprocess.STDOUT)
+
+    def batch(self) -> None:
+        """Takes each sample during the first worker of the next song."""
+        self.restart_count()
+        samples = {}
+        runs = (_FIRST_SAMPLE, self.num_runs)
+        for run in runs:
+            (self.folder / f"hold-{run + 1}").touch()
+        program = self.start_batch(self.num_runs + 1)
+        for run in runs:
+            assert wait_for((self.folder / f"held-{run + 1}").exists, 3600)
+            time.sleep(1)
+            samples[f"run {run}"] = self.sample(program.pid)
+            (self.folder / f"hold-{run + 1}").unlink()
+        status, output = program.wait(), (self.folder / "output").read_text()
+        assert (status, output.count("Wrote 2 file(s)")) == (0, self.num_runs + 1), output[-2000:]
+        self.report("batch", samples)
+
+    @contextmanager
+    def window(self) -> Iterator["_User"]:
+        self.restart_count()
+        with open_window(PROGRAM, self.environment, "sh", "cat", "cp", "sleep", "touch", "python3") as (window, pid):
+            user = _User(self, window, pid)
+            user.enter_what_is_wanted()
+            yield user
+
+    def clicks(self) -> None:
+        samples = {}
+        with self.window() as user:
+            for run in range(1, self.num_runs + 1):
+                if run % 10 == 0:
+                    user.analyze()
+                user.execute()
+                dismiss(user.window, "Pipeline complete")
+                if run in (_FIRST_SAMPLE, self.num_runs):
+                    samples[f"run {run}"] = user.sample()
+        self.report("window", samples)
+
+    def failures(self) -> None:
+        with self.window() as user:
+            user.execute()
+            dismiss(user.window, "Pipeline complete")
+            before = user.sample()
+            for _ in range(10):
+                with self.flag("fail"):
+                    user.execute()
+                    dismiss(user.window, "Pipeline failed")
+                with self.flag("stall"):
+                    user.execute()
+                    user.cancel()
+            with self.flag("fail"):
+                assert self.start_batch(10).wait() == 1
+            with self.flag("stall"):
+                num_started, batch = self.num_started(), self.start_batch(10)
+                assert wait_for(lambda: self.num_started() > num_started)
+                batch.send_signal(signal.SIGINT)
+                assert batch.wait() == 130
+            left = self.count_temporary() - before.temporary
+            print(f"20 runs failed and 11 were cancelled, and left {left} temporary files")
+            row = re.search(r"\| runs that failed or were cancelled \| `(.+)` \|", (ROOT / "README.md").read_text())
+            assert row and left > 31
+            subprocess.run(["sh", "-c", row[1]], env=self.environment, check=True)
+            user.execute()
+            dismiss(user.window, "Pipeline complete")
+            self.report("failures", {"before": before, "after": user.sample()})
+
+
+@dataclass
+class _User:
+    soak: _Soak
+    window: Window
+    pid: int
+
+    def enter_what_is_wanted(self) -> None:
+        self.window.choose(CHOOSE_FILE, "Choose an audio file", SONG)
+        self.window.choose(CHOOSE_FOLDER, "Choose the output folder", self.soak.out)
+        self.window.click(BASS, OTHER, BPM, BPM_AUTO, BPM_TO)
+        self.window.type("120")
+        self.window.click(NOWHERE)
+
+    def execute(self) -> None:
+        """A click on a window whose dialog is still going does nothing."""
+        before = self.soak.num_started()
+        for _ in range(5):
+            self.window.click(EXECUTE)
+            if wait_for(lambda: self.soak.num_started() > before, 10):
+                return
+        raise AssertionError("no run has started")
+
+    def cancel(self) -> None:
+        self.window.click(EXECUTE)
+        assert wait_for(lambda: not descendants(self.pid))
+        time.sleep(0.5)
+
+    def analyze(self) -> None:
+        """And has runs detect the tempo again, which an analysis ends."""
+        auto = self.window.part(_AUTO)
+        self.window.click(ANALYZE)
+        assert self.window.changes(_AUTO, auto)
+        self.window.click(BPM_AUTO, NOWHERE)
+        assert wait_for(lambda: same(self.window.part(_AUTO), auto))
+
+    def sample(self) -> _Sample:
+        """When the window has thrown away what it painted with."""
+        self.window.click(NOWHERE)
+        time.sleep(5)
+        return self.soak.sample(self.pid)
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("parts", nargs="*", metavar="batch | window | failures")
+    parser.add_argument("--runs", type=int, default=500)
+    parser.add_argument("--real", type=int, default=20)
+    options = parser.parse_args()
+
+    with tempfile.TemporaryDirectory() as folder:
+        soak = _Soak(Path(folder), options.runs, options.real)
+        soak.make_model()
+        names = ("RSS, MB", "PSS, MB", "private", "descriptors", "threads", "processes", "temporary")
+        print(" " * 22 + "".join(f"{name:>13}" for name in names))
+        parts = {"batch": soak.batch, "window": soak.clicks, "failures": soak.failures}
+        for part in options.parts or parts:
+            parts[part]()
+        sys.exit(0 if soak.is_flat else "Kelvane has grown.")
+
+
+if __name__ == "__main__":
+    main()
