@@ -11,7 +11,7 @@ ROOT = Path(__file__).parents[1]
 sys.path.append(str(ROOT / "tests" / "support"))
 
 from screen import Screen, wait_for  # noqa: E402
-from window import Window  # noqa: E402
+from window import CHOOSE_FILE, CHOOSE_FOLDER, Window  # noqa: E402
 
 PROGRAM = ROOT / "build" / "release" / "src" / "app" / "Kelvane_artefacts" / "Release" / "Kelvane"
 SONG = ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
@@ -19,7 +19,7 @@ SONG = ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
 
 @contextmanager
 def open_window(program: Path, environment: dict[str, str], *commands: str) -> Iterator[tuple[Window, int]]:
-    """Gives the window and the program's process. The program finds no commands but these, hence no desktop's dialogs."""
+    """Gives the window and the program's process. It finds no commands but these, so no desktop dialogs."""
     tools = Path(environment["TMPDIR"]).parent / "tools"
     tools.mkdir(exist_ok=True)
     for command in {"which", *commands} - set(os.listdir(tools)):
@@ -32,6 +32,12 @@ def open_window(program: Path, environment: dict[str, str], *commands: str) -> I
         process.terminate()
         process.wait()
         screen.close()
+
+
+def choose(window: Window, out: Path) -> None:
+    """The demo song, and where its stems go."""
+    window.choose(CHOOSE_FILE, "Choose an audio file", SONG)
+    window.choose(CHOOSE_FOLDER, "Choose the output folder", out)
 
 
 def dismiss(window: Window, title: str) -> None:

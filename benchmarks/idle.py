@@ -12,8 +12,8 @@ import tempfile
 import time
 from pathlib import Path
 
-from desktop import PROGRAM, SONG, dismiss, open_window
-from window import BASS, CHOOSE_FILE, CHOOSE_FOLDER, DRUMS, EXECUTE, FULL_SONG, OTHER, VOCALS
+from desktop import PROGRAM, choose, dismiss, open_window
+from window import BASS, DRUMS, EXECUTE, FULL_SONG, OTHER, VOCALS
 
 
 def main() -> None:
@@ -36,8 +36,7 @@ def main() -> None:
             outside, inside = (5, 5), (800, 300)
             measure("mouse elsewhere", outside)
             measure("mouse at rest on the window", inside)
-            window.choose(CHOOSE_FILE, "Choose an audio file", SONG)
-            window.choose(CHOOSE_FOLDER, "Choose the output folder", Path(folder))
+            choose(window, Path(folder))
             window.click(DRUMS, BASS, VOCALS, OTHER, FULL_SONG, EXECUTE)
             dismiss(window, "Pipeline complete")
             measure("after a run, mouse elsewhere", outside)

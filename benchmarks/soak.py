@@ -20,33 +20,20 @@ import tempfile
 import time
 from collections.abc import Iterator
 from contextlib import contextmanager
-from dataclasses import astuple, dataclass
+from dataclasses import dataclass
 from pathlib import Path
 
 import numpy as np
-from desktop import PROGRAM, ROOT, SONG, dismiss, open_window
+from desktop import PROGRAM, ROOT, SONG, choose, dismiss, open_window
+from footprint import HEADING, Footprint, count_files
 from processes import descendants
 from screen import wait_for
 from wav import write_wav
-from window import (
-    ANALYZE,
-    BASS,
-    BPM,
-    BPM_AUTO,
-    BPM_TO,
-    CHOOSE_FILE,
-    CHOOSE_FOLDER,
-    EXECUTE,
-    NOWHERE,
-    OTHER,
-    Window,
-    same,
-)
+from window import ANALYZE, BASS, BPM, BPM_AUTO, BPM_TO, EXECUTE, NOWHERE, OTHER, Window, same
 
 _RENDER = ROOT / "build" / "release" / "bin" / "kelvane-render"
 _UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or str(Path.home() / ".local/share/kelvane/uv/bin/uv")
 _FIRST_SAMPLE = 50  # runs
-_ALLOWED_GROWTH = 5.0  # megabytes
 _AUTO = (788, 316, 64, 28)  # the toggle for the detection of the tempo
 
 # A run detects only the tempo, a click on Analyze the key as well.
@@ -67,24 +54,6 @@ case "$2" in
     [ ! -e {folder}/fail ] || exit 1 ;;
 esac
 """
-
-
-@dataclass
-class _Sample:
-    rss: float  # megabytes, as the next two
-    proportional: float
-    private: float
-    descriptors: int
-    threads: int
-    processes: int
-    temporary: int
-
-    def stays(self, later: "_Sample") -> bool:
-        """Whether memory is within what is allowed, and every count as it was."""
-        return all(
-            after - before <= _ALLOWED_GROWTH if isinstance(before, float) else after == before
-            for before, after in zip(astuple(self), astuple(later), strict=True)
-        )
 
 
 class _Soak:
@@ -131,23 +100,9 @@ class _Soak:
         yield
         (self.folder / name).unlink()
 
-    def count_temporary(self) -> int:
-        return sum(1 for _ in self.temporary.rglob("*"))
-
-    def sample(self, pid: int) -> _Sample:
-        rollup = Path(f"/proc/{pid}/smaps_rollup").read_text()
-
-        def megabytes(name: str) -> float:
-            return sum(map(int, re.findall(rf"^{name}:\s+(\d+) kB", rollup, re.MULTILINE))) / 1024
-
-        memory = megabytes("Rss"), megabytes("Pss"), megabytes("Private_(?:Clean|Dirty)")
-        descriptors, threads = (len(os.listdir(f"/proc/{pid}/{kind}")) for kind in ("fd", "task"))
-        return _Sample(*memory, descriptors, threads, len(descendants(pid)), self.count_temporary())
-
-    def report(self, part: str, samples: dict[str, _Sample]) -> None:
+    def report(self, part: str, samples: dict[str, Footprint]) -> None:
         for when, sample in samples.items():
-            values = [f"{value:13.1f}" if isinstance(value, float) else f"{value:13}" for value in astuple(sample)]
-            print(f"{part + ', ' + when:22}{''.join(values)}", flush=True)
+            print(f"{part + ', ' + when:20}{sample}", flush=True)
         first, last = samples.values()
         if not first.stays(last):
             self.is_flat = False
@@ -173,7 +128,7 @@ class _Soak:
         for run in runs:
             assert wait_for((self.folder / f"held-{run + 1}").exists, 3600)
             time.sleep(1)
-            samples[f"run {run}"] = self.sample(program.pid)
+            samples[f"run {run}"] = Footprint.take(program.pid, self.temporary)
             (self.folder / f"hold-{run + 1}").unlink()
         status, output = program.wait(), (self.folder / "output").read_text()
         assert (status, output.count("Wrote 2 file(s)")) == (0, self.num_runs + 1), output[-2000:]
@@ -218,7 +173,7 @@ class _Soak:
                 assert wait_for(lambda: self.num_started() > num_started)
                 batch.send_signal(signal.SIGINT)
                 assert batch.wait() == 130
-            left = self.count_temporary() - before.temporary
+            left = count_files(self.temporary) - before.temporary
             print(f"20 runs failed and 11 were cancelled, and left {left} temporary files")
             row = re.search(r"\| runs that failed or were cancelled \| `(.+)` \|", (ROOT / "README.md").read_text())
             assert row and left > 31
@@ -235,8 +190,8 @@ class _User:
     pid: int
 
     def enter_what_is_wanted(self) -> None:
-        self.window.choose(CHOOSE_FILE, "Choose an audio file", SONG)
-        self.window.choose(CHOOSE_FOLDER, "Choose the output folder", self.soak.out)
+        """Two stems, and the tempo detected."""
+        choose(self.window, self.soak.out)
         self.window.click(BASS, OTHER, BPM, BPM_AUTO, BPM_TO)
         self.window.type("120")
         self.window.click(NOWHERE)
@@ -263,11 +218,11 @@ class _User:
         self.window.click(BPM_AUTO, NOWHERE)
         assert wait_for(lambda: same(self.window.part(_AUTO), auto))
 
-    def sample(self) -> _Sample:
+    def sample(self) -> Footprint:
         """When the window has thrown away what it painted with."""
         self.window.click(NOWHERE)
         time.sleep(5)
-        return self.soak.sample(self.pid)
+        return Footprint.take(self.pid, self.soak.temporary)
 
 
 def main() -> None:
@@ -280,8 +235,7 @@ def main() -> None:
     with tempfile.TemporaryDirectory() as folder:
         soak = _Soak(Path(folder), options.runs, options.real)
         soak.make_model()
-        names = ("RSS, MB", "PSS, MB", "private", "descriptors", "threads", "processes", "temporary")
-        print(" " * 22 + "".join(f"{name:>13}" for name in names))
+        print(" " * 20 + HEADING)
         parts = {"batch": soak.batch, "window": soak.clicks, "failures": soak.failures}
         for part in options.parts or parts:
             parts[part]()
