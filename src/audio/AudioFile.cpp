@@ -50,8 +50,8 @@ static std::unique_ptr<juce::AudioFormatReader> createReader (juce::AudioFormat&
     return isFit ? std::move (reader) : nullptr;
 }
 
-/** @returns the most samples per channel that the file can hold, without a limit if the reader's own length is reliable;
-             nothing if the file is unsafe to decode
+/** @returns the most samples per channel that the file can hold, without a limit if the reader's own length is
+   reliable; nothing if the file is unsafe to decode
 */
 static std::optional<juce::int64> samplesHeld (const juce::AudioFormatReader& reader, const juce::File& file)
 {

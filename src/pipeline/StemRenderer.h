@@ -56,7 +56,8 @@ private:
     bool renderFile (juce::AudioFormatManager& formats, const Entry& entry, juce::String& message);
     bool changesSpeed() const;
 
-    /** @returns the most samples per channel that any step of the rendering holds, its source and its result together */
+    /** @returns the most samples per channel that any step of the rendering holds, its source and its result together
+     */
     double samplesHeldAtOnce (const juce::AudioFormatReader& reader, double targetRate) const;
     juce::AudioBuffer<float> changeSpeed (juce::AudioBuffer<float> buffer) const;
 

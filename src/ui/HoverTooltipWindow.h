@@ -4,9 +4,9 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** Shows tooltips, and is still while there is none to come.
+/** Shows tooltips, without a timer while the mouse is not over a component that has one.
 
-    JUCE's own asks the display where the mouse is 18 times a second or more, wherever that is.
+    juce::TooltipWindow asks the display for the mouse position at least 18 times a second, wherever the mouse is.
 */
 class HoverTooltipWindow : public juce::TooltipWindow
 {
@@ -14,7 +14,7 @@ public:
     HoverTooltipWindow (juce::Component& parent, int delayMilliseconds)
         : juce::TooltipWindow (&parent, delayMilliseconds)
     {
-        // A listener to the whole desktop has JUCE look for the mouse all the time.
+        // A global listener makes JUCE poll the mouse position all the time.
         juce::Desktop::getInstance().removeGlobalMouseListener (this);
         parent.addMouseListener (this, true);
         sleep();
@@ -22,7 +22,7 @@ public:
 
     ~HoverTooltipWindow() override { getParentComponent()->removeMouseListener (this); }
 
-    /** Is asked by the timer for what is under the mouse. */
+    /** Called by the timer for the component under the mouse. */
     juce::String getTipFor (juce::Component& component) override
     {
         const auto tip = juce::TooltipWindow::getTipFor (component);
@@ -48,7 +48,7 @@ public:
 private:
     void wake()
     {
-        constexpr auto intervalMilliseconds = 123; // JUCE's own
+        constexpr auto intervalMilliseconds = 123; // as in juce::TooltipWindow
 
         if (auto& timer = timerOf<juce::TooltipWindow> (*this); ! timer.isTimerRunning())
             timer.startTimer (intervalMilliseconds);

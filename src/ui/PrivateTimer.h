@@ -4,14 +4,14 @@
 
 #include <type_traits>
 
-/** The timer of a JUCE component that derives from juce::Timer privately, and so keeps it running for as long as it
-    likes.
+/** @returns the timer of a JUCE component that derives from juce::Timer privately, so that it can be stopped while the
+    component has nothing to do
 */
 template <typename Component>
 juce::Timer& timerOf (Component& component)
 {
     static_assert (std::is_base_of_v<juce::Timer, Component>);
 
-    // The one cast that may pass to a base that is private.
+    // Only a C-style cast may convert to a private base.
     return (juce::Timer&) component;
 }

@@ -4,17 +4,16 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** A progress bar that is still while nothing runs.
+/** A progress bar without a timer while nothing runs.
 
-    JUCE's own looks at its value 33 times a second for as long as it is visible, and once it is full repaints itself
-    each time.
+    juce::ProgressBar checks its value 33 times a second while it is visible, and repaints each time when it is full.
 */
 class RunProgressBar : public juce::ProgressBar
 {
 public:
     using juce::ProgressBar::ProgressBar;
 
-    /** Moves with the value from now on. */
+    /** Starts to follow the value. */
     void follow()
     {
         constexpr auto intervalMilliseconds = 30;
@@ -23,7 +22,7 @@ public:
             timer.startTimer (intervalMilliseconds);
     }
 
-    /** Shows the value as it is, and stays there. */
+    /** Shows the present value and stops following it. */
     void settle()
     {
         auto& timer = timerOf<juce::ProgressBar> (*this);

@@ -124,7 +124,7 @@ static double peakMemory()
 
 TEST_F (StemRendererTest, RefusesASongLongerThanMemoryBeforeItIsRead)
 {
-    constexpr auto positionOfLength = 76; // in a file with 32 bits a sample
+    constexpr auto positionOfLength = 100; // in a file with 32-bit samples
     const auto memory = juce::SystemStats::getMemorySizeInMegabytes() * 1024.0 * 1024.0;
     const auto numBytes = static_cast<juce::int64> (memory / 100.0);
 
