@@ -248,7 +248,11 @@ void TempoPanel::setAnalysisResult (double bpm, int key)
     bpmFromBox.setText (bpmText, false);
     keyFromBox.setSelectedId (index + 1, juce::dontSendNotification);
 
-    bpmAutoToggle.setToggleState (false, juce::dontSendNotification);
-    keyAutoToggle.setToggleState (false, juce::dontSendNotification);
+    for (auto* const toggle : { &bpmAutoToggle, &keyAutoToggle })
+    {
+        toggle->setEnabled (true); // a disabled button ignores setToggleState() in JUCE 8.0.12
+        toggle->setToggleState (false, juce::dontSendNotification);
+    }
+
     updateEnablement();
 }
