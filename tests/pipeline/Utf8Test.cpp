@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 TEST (Utf8Test, KeepsEveryCharacter)
 {
     for (juce::juce_wchar c = 1; c <= 0x10ffff; c = (c == 0xd7ff ? 0xe000 : c + 1))
@@ -31,22 +29,4 @@ TEST (Utf8Test, ReplacesIllFormedSequences)
     EXPECT_EQ (decodeUtf8 ("a\0b\xffz"sv), juce::String (juce::CharPointer_UTF8 ("a\xef\xbf\xbd"
                                                                                  "b\xef\xbf\xbdz")));
     EXPECT_EQ (decodeUtf8 ({}), juce::String());
-}
-
-TEST (Utf8Test, GivesAStableTextForAnyBytes)
-{
-    std::mt19937 random (1);
-
-    for (int i = 0; i < 2000; ++i)
-    {
-        // Mostly lead and continuation bytes.
-        std::string bytes (random() % 64, '\0');
-
-        for (auto& byte : bytes)
-            byte = static_cast<char> (random() % 4 == 0 ? random() : 0x80 + random() % 0x80);
-
-        const auto text = decodeUtf8 (bytes);
-        ASSERT_EQ (decodeUtf8 (text.toRawUTF8()), text);
-        ASSERT_EQ (juce::String (text.toUTF32()), text);
-    }
 }
