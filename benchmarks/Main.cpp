@@ -10,7 +10,7 @@
 
 static constexpr auto onlyPrograms = "--only-programs";
 
-/** In a process of its own, which stays as small as its measurements need it. */
+/** Runs in a separate process, whose small size does not distort the measured memory. */
 static void benchmarkProgramsOn (const Song& song)
 {
     const auto folder = juce::File::createTempFile ("benchmark");

@@ -12,7 +12,7 @@
 
 void benchmarkPrograms (const juce::File&)
 {
-    std::printf ("Whole programs are compared on Linux and macOS alone.\n");
+    std::printf ("Whole programs are compared only on Linux and macOS.\n");
 }
 
 #else
@@ -47,7 +47,7 @@ double toMegabytes (long maxResidentSize)
 #endif
 }
 
-/** Runs a program to its end, its output thrown away. Nothing if it is missing or fails. */
+/** Runs a program and discards its output. @returns nothing if the program is missing or fails */
 std::optional<Usage> run (const std::vector<std::string>& command)
 {
     std::vector<char*> arguments;
@@ -82,7 +82,7 @@ struct Program
     std::optional<Usage> best;
 };
 
-/** Programs take turns. Of each the least CPU time counts, and the most memory. */
+/** Runs the programs in turns. @returns the least CPU time and the greatest memory of each */
 void measure (std::vector<Program>& programs)
 {
     constexpr auto numRounds = 9;
@@ -102,8 +102,8 @@ void measure (std::vector<Program>& programs)
         }
 }
 
-/** What a textbook overlap-add holds at once for a stretch to four fifths: the input, a mono guide of
-    its length, an accumulator and its window sum, and the result. In megabytes of floats.
+/** @returns the megabytes of floats that a textbook overlap-add needs to stretch to four fifths of the length: for the
+    input, a mono guide of its length, an accumulator, its window sum, and the result
 */
 double textbookMegabytes (const juce::File& minute)
 {

@@ -2,11 +2,11 @@
 
 #include <juce_core/juce_core.h>
 
-/** Prints what the whole kelvane-render takes for a tempo change, beside other programs that are
-    installed, and its peak memory beside what the buffers of a textbook stretch would take.
+/** Prints the CPU time of kelvane-render for a change of tempo next to that of other installed programs, and its peak
+    memory next to the buffers of a textbook stretch.
 
-    To be called in a process that has never held a song: a child's peak memory counts from its
-    parent's. Results are written beside the file.
+    Call this in a process that has never loaded a song, because a child's peak memory starts from its parent's. Results
+    are written beside the file.
 
     @param minute  a WAV file
 */

@@ -2,5 +2,5 @@
 
 #include "Song.h"
 
-/** Registers the whole stretch, with every search back end, against its plain scalar version. */
+/** Registers benchmarks of the stretch with every search back end against its plain scalar version. */
 void registerStretchBenchmarks (const Song& song);

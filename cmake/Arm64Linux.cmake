@@ -1,4 +1,4 @@
-# For arm64 on Linux, by Debian's cross compiler; what it builds runs here under QEMU.
+# Builds for arm64 on Linux with Debian's cross compiler. The programs run under QEMU.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

@@ -1,4 +1,4 @@
-# Language, caching and sanitizers, before the first target is made.
+# Language, caching and sanitizers. Include this before the first target.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -11,13 +11,13 @@ if(NOT multi_config AND NOT CMAKE_BUILD_TYPE)
     set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug, Release or RelWithDebInfo" FORCE)
 endif()
 
-# The sources are UTF-8. The runtime goes into the programs: who unpacks them shall need no installer.
+# The sources are UTF-8. The programs contain the runtime library, so the ZIP works without an installer.
 if(MSVC)
     add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:/utf-8>")
     set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
 endif()
 
-# Fast enough for work on audio, and still to be followed in a debugger.
+# Fast enough for audio, and still readable in a debugger.
 if(NOT MSVC)
     set(CMAKE_CXX_FLAGS_DEBUG "-g1 -Og")
 endif()

@@ -1,5 +1,5 @@
-# FFmpeg's libraries, which read the formats that JUCE does not. Only their headers are needed here: the program loads
-# them when it runs. macOS and Windows have codecs of their own.
+# The headers of FFmpeg's libraries, which read the formats that JUCE cannot. The program loads the libraries at run
+# time. macOS and Windows have their own codecs.
 
 set(KELVANE_HAS_FFMPEG OFF)
 if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux")
@@ -13,7 +13,7 @@ endif()
 
 find_package(PkgConfig)
 if(PKG_CONFIG_FOUND)
-    # FFmpeg 5.1, the first with the present interface to channel layouts.
+    # FFmpeg 5.1 is the first release with the current interface for channel layouts.
     pkg_check_modules(KELVANE_FFMPEG_LIBRARIES
         libavformat>=59.27 libavcodec>=59.37 libavutil>=57.28 libswresample>=4.7)
 endif()

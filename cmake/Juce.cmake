@@ -1,5 +1,5 @@
-# JUCE, pinned. scripts/bootstrap leaves a copy in the user's cache folder, upstream's where it can be
-# reached and Debian's where not; without either, upstream's is fetched here.
+# JUCE, pinned. scripts/bootstrap puts a copy into the user's cache folder: upstream's, or Debian's if upstream cannot
+# be reached. Without a copy, upstream's is fetched here.
 
 include(FetchContent)
 
@@ -21,8 +21,8 @@ if(NOT FETCHCONTENT_SOURCE_DIR_JUCE)
     endforeach()
 endif()
 
-# SOURCE_SUBDIR names a folder without a CMakeLists.txt, so that MakeAvailable only fetches:
-# EXCLUDE_FROM_ALL, which keeps JUCE out of the installation, has to be given to add_subdirectory.
+# SOURCE_SUBDIR names a folder without a CMakeLists.txt, so that MakeAvailable only fetches. add_subdirectory then gets
+# EXCLUDE_FROM_ALL, which keeps JUCE out of the installation.
 FetchContent_Declare(JUCE
     GIT_REPOSITORY https://github.com/juce-framework/JUCE.git
     GIT_TAG ${KELVANE_JUCE_TAG}
@@ -38,7 +38,7 @@ if(FETCHCONTENT_SOURCE_DIR_JUCE STREQUAL debian_tree)
     message(STATUS "JUCE ${KELVANE_JUCE_TAG} was out of reach: building with Debian's JUCE ${juce_version} from ${debian_tree}")
 endif()
 
-# Debian strips the bundled codecs from its copy: the system's take their place.
+# Debian removes the bundled codecs from its copy and uses the system's.
 add_library(kelvane_juce_codecs INTERFACE)
 if(KELVANE_AUDIO_ONLY)
     include(JuceWithoutCodecs)
@@ -51,9 +51,9 @@ endif()
 
 # kelvane_add_juce_library(<target> MODULES <module>... [USES <target>...])
 #
-# Compiles JUCE modules into one static library. JUCE's module targets carry their sources and their
-# dependencies' sources along, so linking them would compile a module again in every library that
-# names it. This takes a module's own properties alone; what it depends on comes by USES.
+# Compiles JUCE modules into one static library. Linking JUCE's own module targets would compile a module, and all
+# modules that it depends on, again in each library. This takes only a module's own properties; USES names the
+# libraries with the modules that it depends on.
 function(kelvane_add_juce_library target)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "MODULES;USES")
     get_property(all_modules GLOBAL PROPERTY _juce_module_names)

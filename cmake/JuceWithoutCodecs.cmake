@@ -1,9 +1,9 @@
-# JUCE for WAV and AIFF alone, which needs no library of the target's.
+# JUCE with WAV and AIFF only, which needs no libraries for the target processor.
 
 target_compile_definitions(kelvane_juce_codecs INTERFACE JUCE_USE_FLAC=0 JUCE_USE_OGGVORBIS=0)
 
-# Debian's copy wants the system's zlib. Nothing calls it here, so the linker drops the code that would. To compile
-# that code this machine's headers do: they are the same for all processors.
+# Debian's copy includes the system's zlib headers, which are the same for all processors. No code here calls zlib, so
+# the linker drops the code that needs the library.
 if(EXISTS "${juce_SOURCE_DIR}/debian")
     file(GLOB zlib_headers /usr/include/zlib.h /usr/include/zconf.h /usr/include/*-linux-gnu/zconf.h)
     file(COPY ${zlib_headers} DESTINATION "${CMAKE_BINARY_DIR}/zlib")

@@ -1,4 +1,4 @@
-# kelvane_warnings: linked PRIVATE by every target of our own, and by nothing of JUCE's.
+# kelvane_warnings: linked PRIVATE by all our own targets, but not by JUCE's.
 
 add_library(kelvane_warnings INTERFACE)
 

@@ -4,15 +4,13 @@
 #include <cstdlib>
 #include <thread>
 
-/** Tests run on a thread of their own, so that the main thread is the message thread that the code
-    under test knows, with its loop running.
-*/
+/** Runs the tests on a separate thread, so that the main thread can be the message thread and run its loop. */
 int main (int argc, char* argv[])
 {
     testing::InitGoogleTest (&argc, argv);
 
 #if JUCE_LINUX
-    // Without a name JUCE would try the first display that there is, and end with it.
+    // Without this, JUCE would try to open the default display and exit if it cannot.
     setenv ("DISPLAY", "none", 1);
 #endif
 

@@ -13,7 +13,7 @@ auto onMessageThread (Function function)
     return function();
 }
 
-/** Waits until the message thread has delivered what has been posted so far. */
+/** Waits until the message thread has delivered all messages posted so far. */
 inline void deliverMessages()
 {
     juce::WaitableEvent delivered;
@@ -21,7 +21,7 @@ inline void deliverMessages()
     ASSERT_TRUE (delivered.wait (60000));
 }
 
-/** Components are made, changed and looked at while the message thread waits. There need be no display. */
+/** Runs a test of components while the message thread waits. Needs no display. */
 class MessageThreadTest : public testing::Test
 {
 protected:

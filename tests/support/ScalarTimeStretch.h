@@ -2,8 +2,7 @@
 
 #include <juce_audio_basics/juce_audio_basics.h>
 
-/** The stretch once more, with the plainest loops that do the job: what the fast one is checked
-    against, to the bit, and measured against. Inputs of fewer than 4096 samples and ratios of 1 are
-    outside its scope.
+/** The same stretch in plain loops, as the bit-exact reference of the tests and the baseline of the benchmarks. It does
+    not handle inputs of fewer than 4096 samples or ratios of 1.
 */
 juce::AudioBuffer<float> scalarTimeStretch (const juce::AudioBuffer<float>& input, double ratio);

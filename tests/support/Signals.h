@@ -5,13 +5,13 @@
 #include <cmath>
 #include <cstring>
 
-/** Audio to test with, and how to look at it. */
+/** Test signals and comparisons. */
 namespace signals
 {
 
 using Buffer = juce::AudioBuffer<float>;
 
-/** A buffer whose samples are a function of channel and index. */
+/** @returns a buffer whose samples are a function of channel and index */
 template <typename Function>
 Buffer make (int numChannels, int numSamples, Function&& sampleAt)
 {
@@ -37,7 +37,7 @@ inline Buffer sine (int numChannels, int numSamples, double cyclesPerSample)
                  { return 0.5 * std::sin (juce::MathConstants<double>::twoPi * cyclesPerSample * i); });
 }
 
-/** Equal in every bit, so that NaN equals itself and 0 differs from -0. */
+/** Compares bits, so that NaN equals itself and 0 differs from -0. */
 inline bool identical (const Buffer& a, const Buffer& b)
 {
     if (a.getNumChannels() != b.getNumChannels() || a.getNumSamples() != b.getNumSamples())

@@ -2,7 +2,7 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** What a component and its children draw, without what lies beneath them. */
+/** @returns a picture of a component and its children, without anything behind them */
 inline juce::Image snapshot (juce::Component& component)
 {
     return component.createComponentSnapshot (component.getLocalBounds());

@@ -2,7 +2,7 @@
 
 #include <juce_core/juce_core.h>
 
-/** An empty folder for one test, gone afterwards. */
+/** An empty folder for one test, deleted afterwards. */
 class TemporaryFolder
 {
 public:
