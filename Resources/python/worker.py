@@ -12,6 +12,7 @@ import contextlib
 import ctypes
 import errno
 import os
+import re
 import select
 import signal
 import sys
@@ -30,9 +31,22 @@ if TYPE_CHECKING:
 # The program reads in blocks of this many bytes, and sees no line until a block is full.
 _BLOCK_SIZE = 8192
 
+# The sample rates that a song may state, in Hz. With others, a file of a few kilobytes could fill the disk or memory.
+_LOWEST_RATE, _HIGHEST_RATE = 1000, 768_000
+
+# Formats that refer to other files, which may be endless.
+_PLAYLISTS = {"concat", "dash", "hls", "imf", "rtsp", "sdp", "webm_dash_manifest"}
+
 
 class WorkerError(Exception):
-    """A failure to show to the user, as one plain sentence that says what to do."""
+    """A failure to show to the user, as one plain sentence that says what to do.
+
+    details, such as the output of another program, are printed before it.
+    """
+
+    def __init__(self, sentence: str, details: str = "") -> None:
+        super().__init__(sentence)
+        self.details = details
 
 
 def run(main: Callable[[list[str]], None]) -> NoReturn:
@@ -47,9 +61,10 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
     try:
         main(sys.argv[1:])
     except WorkerError as error:
+        _print_plainly(*error.details.splitlines())
         _end(1, str(error))
     except ImportError as error:
-        print(error)
+        _print_plainly(*str(error).splitlines())
         _end(1, _missing((error.name or "A package").partition(".")[0]))
     except MemoryError:
         _end(1, "There is not enough memory for this song: close other programs and try again.")
@@ -117,17 +132,24 @@ def _end(status: int, last_line: str = "") -> NoReturn:
     """Ends at once: libraries could take long to shut down, or print after the last line."""
     try:
         if last_line:
-            print(last_line)
+            _print_plainly(last_line)
         sys.stdout.flush()
         sys.stderr.flush()
     finally:
         os._exit(status)
 
 
-def say(line: str) -> None:
-    """Prints a line for the program to show at once. The blank line after it fills the program's block."""
+def say(*lines: str) -> None:
+    """Prints lines for the program to show at once. The blank line after them fills the program's block."""
     padding = "" if sys.stdout.isatty() else " " * _BLOCK_SIZE + "\n"
-    print(line + "\n" + padding, end="", flush=True)
+    _print_plainly(*lines)
+    print(end=padding, flush=True)
+
+
+def _print_plainly(*lines: str) -> None:
+    """Prints each text on one line, although it may contain line breaks and control characters."""
+    for line in lines:
+        print(re.sub(r"[\0-\x1f\x7f-\x9f\u2028\u2029]", " ", line))
 
 
 def bar(fraction: float) -> str:
@@ -223,19 +245,28 @@ def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
 
     name = os.path.basename(path)
     try:
-        container = av.open(path, metadata_errors="replace")
+        container = av.open(path, metadata_errors="replace", options={"format_whitelist": _formats()})
     except av.error.FFmpegError as error:
         raise WorkerError(f"{name} could not be read as audio ({error.strerror}): choose another file.") from error
 
     with container:
-        if not container.streams.audio:
+        if container.streams.best("audio") is None:
             raise WorkerError(f"There is no audio in {name}: choose another file.")
         anything = False
         for frame in _within_duration(container):
+            if not _LOWEST_RATE <= frame.sample_rate <= _HIGHEST_RATE:
+                reason = f"a sample rate of {frame.sample_rate} Hz"
+                raise WorkerError(f"{name} could not be read as audio ({reason}): choose another file.")
             anything = True
             yield frame
         if not anything:
             raise WorkerError(f"No audio could be decoded from {name}, which is empty or damaged: choose another file.")
+
+
+def _formats() -> str:
+    import av
+
+    return ",".join(av.formats_available - _PLAYLISTS)
 
 
 def _within_duration(container: "InputContainer") -> Iterator["av.AudioFrame"]:
@@ -283,22 +314,23 @@ def _decoded(container: "InputContainer") -> Iterator["av.AudioFrame"]:
                 yield frame
         except av.error.EOFError:
             return
-        except av.error.InvalidDataError:
+        except av.error.MemoryError:
+            raise
+        except av.error.FFmpegError:
             if anything:
                 yield from _silence(packet)
 
 
 def _packets(container: "InputContainer") -> Iterator["av.Packet"]:
+    """Ends where a damaged container cannot be read any further."""
     import av
 
-    packets = container.demux(container.streams.best("audio"))
-    while True:
-        try:
-            yield next(packets)
-        except av.error.InvalidDataError:
-            continue
-        except (av.error.EOFError, StopIteration):
-            return
+    try:
+        yield from container.demux(container.streams.best("audio"))
+    except av.error.OSError:  # the disk's failure
+        raise
+    except av.error.FFmpegError:
+        return
 
 
 def _silence(packet: "av.Packet") -> Iterator["av.AudioFrame"]:

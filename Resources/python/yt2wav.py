@@ -13,7 +13,6 @@
 # ///
 """Downloads a song from a link as WAV. Arguments: URL FOLDER. Prints WAV_PATH:: and the file's path."""
 
-import itertools
 import os
 import sys
 import tempfile
@@ -131,20 +130,16 @@ def _write_wav(source: str, wav: str, status: Status) -> float:
     """
     import av
 
-    frames = worker.audio_frames(source)
-    first = next(frames)
+    first = next(worker.audio_frames(source))
     rate, layout = first.sample_rate, "mono" if first.layout.nb_channels == 1 else "stereo"
     num_samples = 0
 
     with av.open(wav, "w", format="wav", options={"rf64": "auto"}) as container:
         stream = container.add_stream("pcm_f32le", rate=rate, layout=layout)
-        resampler = av.AudioResampler(format="flt", rate=rate, layout=layout)
-        for frame in itertools.chain([first], frames, [None]):
-            if frame is not None:
-                frame.pts = None
-            for part in resampler.resample(frame):
-                container.mux(stream.encode(part))
-                num_samples += part.samples
+        for frame in worker.resampled_frames(source, rate, layout, "flt"):
+            frame.pts = None
+            container.mux(stream.encode(frame))
+            num_samples += frame.samples
             seconds = num_samples // rate
             status.update("Converting to WAV", f"{seconds // 60}:{seconds % 60:02} done")
         container.mux(stream.encode(None))

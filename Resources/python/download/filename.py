@@ -14,16 +14,16 @@ _READABLE = {"/": "-", "\\": "-", "|": "-", ": ": " - ", ":": "-", '"': "'", "<"
 
 def safe_name(title: str) -> str:
     """Returns a file name without an extension, as close to the title as possible."""
-    text = unicodedata.normalize("NFC", " ".join(title.split()))
+    text = " ".join(title.split())
     text = "".join(character for character in text if not unicodedata.category(character).startswith("C"))
     for forbidden, readable in _READABLE.items():
         text = text.replace(forbidden, readable)
-    text = _cut(" ".join(text.split()).lstrip(".-~ ")).rstrip(". ")
+    text = unicodedata.normalize("NFC", " ".join(text.split()).lstrip(".-~ "))
 
     stem, dot, ending = text.partition(".")
     if stem.rstrip().upper() in _DEVICES:
         text = f"{stem.rstrip()}_{dot}{ending}"
-    return text or "song"
+    return _cut(text).rstrip(". ") or "song"
 
 
 def _cut(text: str) -> str:

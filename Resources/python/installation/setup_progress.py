@@ -34,4 +34,4 @@ class SetupProgress:
             return
         self._next_time = time.monotonic() + _INTERVAL_SECONDS
         amounts = f"{num_arrived / 1e6:.1f} of {num_needed / 1e6:.1f} MB"
-        worker.say(f"{worker.bar(num_arrived / max(num_needed, 1))}\n{self._tag} {text}: {amounts}")
+        worker.say(worker.bar(num_arrived / max(num_needed, 1)), f"{self._tag} {text}: {amounts}")

@@ -35,11 +35,11 @@ class Cause(Enum):
 
 
 class UvError(worker.WorkerError):
-    """A failure of uv. Its text is uv's output, followed by the sentence of its cause."""
+    """A failure of uv. Its text is the sentence of its cause, with uv's output as the details."""
 
     def __init__(self, words: str) -> None:
         self.cause = _cause(words)
-        super().__init__(f"{words.strip()}\n{self.cause.value}")
+        super().__init__(self.cause.value, words.strip())
 
 
 def path() -> str:
@@ -159,7 +159,7 @@ class _Screen:
     """Parses uv's progress bars: frames of a heading and one line for each running download."""
 
     _HEADING = "Preparing packages..."
-    _BAR = re.compile(r"(\S+)\s+-+\s+([\d.]+) (\w+)/([\d.]+) (\w+)")
+    _BAR = re.compile(r"(?<!\S)(\S+)\s+-+\s+(\d{1,9}(?:\.\d+)?) (\w+)/(\d{1,9}(?:\.\d+)?) (\w+)")
     _SEQUENCE = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]")
     _DRAWING = re.compile(r"[\u2800-\u28ff]|[█░]{4}|-{8}")
     _SPINNER_BEFORE_ERROR = re.compile(r"^[\u2800-\u28ff].*?(?=error: )")  # uv may print it on the spinner's line
@@ -179,7 +179,7 @@ class _Screen:
         self._text = self._HEADING + rest
         under_way = {name: self._bytes(*amount) for name, *amount, _, _ in bars}
         self._sizes |= {name: self._bytes(*size) for name, _, _, *size in bars}
-        arrived = sum(under_way.get(name, size) for name, size in self._sizes.items())
+        arrived = sum(min(under_way.get(name, size), size) for name, size in self._sizes.items())
         self._on_progress(arrived, sum(self._sizes.values()))
 
     def finish(self) -> None:
@@ -201,7 +201,7 @@ class _Screen:
 
 def _cause(words: str) -> Cause:
     words = " ".join(words.split())  # uv wraps lines at the terminal's width
-    codes = {int(code) for code in re.findall(r"os error (\d+)", words)}
+    codes = {int(code) for code in re.findall(r"os error (\d{1,9})", words)}
     if codes & {errno.ENOSPC, errno.EDQUOT}:
         return Cause.DISK_FULL
     if codes & {errno.EACCES, errno.EPERM, errno.EROFS}:

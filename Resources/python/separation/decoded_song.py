@@ -55,7 +55,7 @@ class DecodedSong:
 
         total = squares = 0.0
         for start in range(0, self.num_samples, _BATCH):
-            mono = self.read(start, min(start + _BATCH, self.num_samples)).mean(0).astype(np.float64)
+            mono = self.read(start, min(start + _BATCH, self.num_samples)).mean(0, dtype=np.float64)
             total += mono.sum()
             squares += mono @ mono
         mean = total / self.num_samples

@@ -210,9 +210,10 @@ class _DamagedError(Exception):
 def _read_receipt(entry: Path) -> dict[str, int]:
     try:
         checksums = json.loads((entry / _RECEIPT).read_bytes())
-    except (OSError, ValueError) as error:
+    except (OSError, ValueError, RecursionError) as error:
         raise _DamagedError from error
-    if not isinstance(checksums, dict):
+    stems = {file.stem for file in entry.glob("*.wav")}
+    if not isinstance(checksums, dict) or not stems or checksums.keys() != stems:
         raise _DamagedError
     return checksums
 
@@ -237,6 +238,8 @@ def _place(entry: Path, checksums: dict[str, int], folder: Path) -> None:
 
 def _place_intact(source: Path, target: Path, checksum: int) -> None:
     """Links before checking, because another process may remove the entry in between."""
+    if not source.is_file():
+        raise _DamagedError
     try:
         target.unlink(missing_ok=True)
         _link_or_copy(source, target)
@@ -271,7 +274,7 @@ def _limit() -> int:
     text = os.environ.get("KELVANE_STEM_CACHE", "").strip()
     if not text:
         return 4 * _GIGABYTE
-    gigabytes = re.fullmatch(r"(\d+(?:\.\d+)?) ?(?:GB?)?", text, re.IGNORECASE)
+    gigabytes = re.fullmatch(r"(\d{1,9}(?:\.\d+)?) ?(?:GB?)?", text, re.IGNORECASE)
     if gigabytes is None:
         raise worker.WorkerError(
             f'KELVANE_STEM_CACHE is "{text}": set it to a number of gigabytes, or to 0 to cache no stems.'

@@ -7,6 +7,8 @@ from pathlib import Path
 # Increase when our own code changes the stems of a song.
 _VERSION = 1
 
+_HASH_LENGTH = 40  # of a commit in the hub
+
 
 def stem_key(song_digest: str, model: str) -> str | None:
     """Returns a key for these samples, weights and versions, or None if the model is not in the hub's cache yet."""
@@ -23,7 +25,7 @@ def _model_files(name: str) -> list[Path]:
     from huggingface_hub import constants
 
     for reference in Path(constants.HF_HUB_CACHE).glob("models--adefossez--*/refs/main"):
-        snapshot = reference.parents[1] / "snapshots" / reference.read_text().strip()
+        snapshot = reference.parents[1] / "snapshots" / reference.read_text(errors="replace").strip()[:_HASH_LENGTH]
         if (snapshot / f"{name}.yaml").exists():
             return sorted(path for path in snapshot.iterdir() if path.suffix in (".yaml", ".safetensors"))
     return []
