@@ -1,20 +1,25 @@
 """The cache of stems, with entries of a few samples."""
 
 import os
+import re
 import shutil
 import sys
 import tempfile
-from collections.abc import Callable
+from decimal import Decimal
 from pathlib import Path
 from types import SimpleNamespace
+from unittest.mock import patch
 
 import numpy as np
 import pytest
+from hypothesis import example, given
+from hypothesis import strategies as st
 from workers import SCRIPTS
 
 sys.path.insert(0, str(SCRIPTS))
 from separation.stem_cache import NewEntry, StemCache
 from separation.stem_file import StemFile, file_size
+from separation.stem_key import stem_key
 from worker import WorkerError
 
 NUM_SAMPLES = 5000
@@ -54,31 +59,37 @@ def place(key: str, folder: Path) -> bool:
     return placed
 
 
-def rewrite(path: Path, content: bytes) -> None:
-    path.unlink()
-    path.write_bytes(content)
-
-
-@pytest.mark.parametrize(
-    "damage",
-    [
-        lambda entry: rewrite(entry / "bass.wav", (entry / "bass.wav").read_bytes()[:-1] + b"\1"),
-        lambda entry: rewrite(entry / "drums.wav", (entry / "drums.wav").read_bytes()[:-1]),
-        lambda entry: (entry / "bass.wav").unlink(),
-        lambda entry: rewrite(entry / "stems.json", b'{"bass": 1, "drums'),
-        lambda entry: (entry / "stems.json").unlink(),
-    ],
-    ids=["a byte", "the end", "a stem", "the receipt", "no receipt"],
+@given(
+    st.sampled_from(["bass.wav", "drums.wav", "stems.json"]),
+    st.binary() | st.sampled_from(["gone", "folder", b"[1]", b"{}", b'{"bass": 1}', b'{"bass": {}, "drums": null}']),
 )
-def test_a_damaged_entry_is_reported_and_removed(
-    damage: Callable[[Path], None], kept: Path, tmp_path: Path, capsys: pytest.CaptureFixture[str]
+@example("bass.wav", "folder")
+@example("stems.json", b"{}")
+@example("stems.json", 100_000 * b"[")
+def test_any_damaged_entry_is_reported_and_removed(
+    kept: Path, tmp_path: Path, capsys: pytest.CaptureFixture[str], name: str, damage: bytes | str
 ) -> None:
     keep("song", tmp_path / "out")
     assert place("song", tmp_path / "out")
-    damage(kept / "song")
+    (kept / "song" / name).unlink()
+    if damage == "folder":
+        (kept / "song" / name).mkdir()
+    elif damage != "gone":
+        (kept / "song" / name).write_bytes(damage)
     assert not place("song", tmp_path / "out")
     assert "damaged" in capsys.readouterr().out
     assert not list(kept.iterdir())
+
+
+@given(st.binary())
+@example(b"\xff")
+@example(300 * b"a")
+def test_any_reference_to_no_model_has_no_key(tmp_path: Path, reference: bytes) -> None:
+    (tmp_path / "models--adefossez--demucs" / "refs").mkdir(parents=True, exist_ok=True)
+    (tmp_path / "models--adefossez--demucs" / "refs" / "main").write_bytes(reference)
+    hub = SimpleNamespace(constants=SimpleNamespace(HF_HUB_CACHE=tmp_path))
+    with patch.dict(sys.modules, huggingface_hub=hub):
+        assert stem_key("digest", "htdemucs") is None
 
 
 def test_what_was_not_used_for_longest_makes_room(kept: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
@@ -147,7 +158,15 @@ def test_stems_are_copied_to_another_file_system(kept: Path, tmp_path: Path) -> 
         assert Path(folder, "out", "bass.wav").read_bytes() == (kept / "song" / "bass.wav").read_bytes()
 
 
-def test_the_limit_has_to_be_a_number(kept: Path, monkeypatch: pytest.MonkeyPatch) -> None:
-    monkeypatch.setenv("KELVANE_STEM_CACHE", "lots")
-    with pytest.raises(WorkerError, match="number of gigabytes"):
-        StemCache()
+NUMBERS = st.from_regex(r"\s*\d{0,500}(\.\d{0,20})? ?(g?b?)\s*", fullmatch=True)
+
+
+@given(st.text(st.characters(blacklist_characters="\0", blacklist_categories=["Cs"])) | NUMBERS)
+@example("lots")
+@example(400 * "9")
+def test_any_limit_is_a_number_of_gigabytes_or_refused(kept: Path, text: str) -> None:
+    with patch.dict(os.environ, KELVANE_STEM_CACHE=text):
+        try:
+            assert StemCache()._limit == round(Decimal(re.match(r"\s*([\d.]*)", text)[1] or "4") * 10**9)
+        except WorkerError as error:
+            assert "let it be a number of gigabytes" in str(error)

@@ -1,0 +1,144 @@
+"""Songs, titles and other programs' output may be anything: the workers answer, or fail in one sentence."""
+
+import io
+import os
+import re
+import subprocess
+import sys
+import unicodedata
+from collections.abc import Callable, Iterator
+from functools import partial
+from pathlib import Path
+
+import numpy as np
+import pytest
+from hypothesis import example, given
+from hypothesis import strategies as st
+from wav import write_float_wav
+from workers import BLOCK_SIZE, ROOT, SCRIPTS, provide
+
+sys.path.insert(0, str(SCRIPTS))
+import worker
+from download.filename import MAX_BYTES, safe_name
+from installation import uv_tool
+
+SONG_TAKER = (ROOT / "tests" / "support" / "song_taker.py").read_text()
+ENCODED = sorted((ROOT / "tests" / "audio" / "encoded").glob("*.*[34g]"))
+FORMATS = ["wav", "aiff", "flac", "webm", "wma", "ac3", "aac", "caf", "wv", "ts"]
+EMPTY = 1 + len(FORMATS) + len(ENCODED)
+
+
+@pytest.fixture(scope="module")
+def sentence() -> Iterator[Callable[[Path], str]]:
+    """What the workers say to a song that they refuse."""
+    command, pipe = [provide("analyze.py"), "-B", "-c", SONG_TAKER], subprocess.PIPE
+    process = None
+
+    def ask(song: Path) -> str:
+        nonlocal process
+        if process is None or process.poll() is not None:
+            process = subprocess.Popen(command, cwd=SCRIPTS, stdin=pipe, stdout=pipe, text=True)
+        print(song, file=process.stdin, flush=True)
+        answer = process.stdout.readline()
+        assert answer, f"The workers' process has ended with {process.wait()}"
+        return answer
+
+    yield ask
+    process.communicate()
+
+
+@pytest.fixture(scope="module")
+def songs(tmp_path_factory: pytest.TempPathFactory) -> list[bytes]:
+    """Two seconds of noise, a fifth of a second in many formats, and an empty file."""
+    folder = tmp_path_factory.mktemp("songs")
+    noise = write_float_wav(folder / "noise.wav", np.random.default_rng(1).uniform(-1, 1, (16000, 1)), 8000)
+    paths = [folder / f"song.{name}" for name in FORMATS]
+    outputs = [argument for path in paths for argument in ("-t", "0.2", path)]
+    subprocess.run(["ffmpeg", "-v", "error", "-i", noise, *outputs], check=True)
+    return [*(path.read_bytes() for path in (noise, *paths, *ENCODED)), b""]
+
+
+SAMPLES = st.sampled_from(np.float32([0, np.nan, np.inf, 3.4e38, 1e-38]))
+EDITS = st.lists(
+    st.tuples(
+        st.integers(0, 200) | st.integers(0, 30_000),
+        st.none() | st.integers(0, 30_000),  # how much goes, if not as much as comes
+        st.binary(max_size=8) | st.builds(np.repeat, SAMPLES, st.integers(1, 9000)).map(bytes),
+    ),
+    max_size=8,
+)
+
+
+@given(st.integers(0, EMPTY), st.just(EMPTY) | st.integers(0, EMPTY), EDITS)
+@example(0, EMPTY, [(24, None, (1).to_bytes(4, "little"))])  # a sample rate of 1 Hz
+@example(FORMATS.index("ts") + 1, EMPTY, [(0, 0, b"#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:0.2,\nnext.ts\n")])
+def test_any_song(
+    songs: list[bytes], sentence: Callable[[Path], str], tmp_path: Path, one: int, other: int, edits: list
+) -> None:
+    content = songs[one] + songs[other]
+    for position, removed, data in edits:
+        content = content[:position] + data + content[position + (len(data) if removed is None else removed) :]
+    (tmp_path / "next.ts").write_bytes(songs[one])
+    (tmp_path / "song.m3u8").write_bytes(content)
+    assert re.fullmatch(r"(.*song\.m3u8.*: choose .*\.)?\n", sentence(tmp_path / "song.m3u8"))
+
+
+PIECES = st.sampled_from([*'.~ :?*/\\"<|', "con", "COM¹", "x" * 170, "e", "\u0301"])
+
+
+@given(st.text(max_size=250) | st.lists(PIECES).map("".join))
+@example("con." + 176 * "x")
+@example("e?\u0301")
+def test_any_title_becomes_a_safe_name(tmp_path: Path, title: str) -> None:
+    name = safe_name(title)
+    assert 0 < len(name.encode()) <= MAX_BYTES
+    assert not re.search(r'^[-.~ ]|[/\\:*?"<>|]|[. ]$', name)
+    assert not re.fullmatch(r"(?i)(con|prn|aux|nul|con(in|out)\$|(com|lpt)[\d¹²³]) *(\..*)?", name)
+    assert not {unicodedata.category(character) for character in name} & {"Cc", "Cf", "Cs", "Zl", "Zp"}
+    assert safe_name(name) == name
+    (tmp_path / f"{name}.wav").touch()
+
+
+CONTROL = re.compile(r"[\0-\x1f\x7f-\x9f\u2028\u2029]")
+NOT_FOUND = partial(ImportError, name="a\nb")
+FAILURES = [worker.WorkerError, uv_tool.UvError, NOT_FOUND, lambda text: OSError(5, text, text), ValueError]
+
+
+@given(st.text(), st.sampled_from(FAILURES))
+@example("a\r\nb\u2028\x1b[2J.mp3", FAILURES[0])
+@example("os error " + 5000 * "1", FAILURES[1])
+def test_any_text_is_printed_plainly(text: str, failure: Callable[[str], Exception]) -> None:
+    sentence = f"{text} is silent: choose another song."
+
+    def work(_: list[str]) -> None:
+        worker.say(sentence)
+        raise failure(sentence)
+
+    with pytest.MonkeyPatch.context() as patch:
+        for stream in ("stdout", "stderr"):
+            patch.setattr(sys, stream, io.TextIOWrapper(io.BytesIO()))
+        patch.setattr(os, "_exit", lambda _: sys.stdout.flush())
+        worker.run(work)
+        said, padding, *details, last = re.split(r"[\r\n]", sys.stdout.buffer.getvalue().decode().removesuffix("\n"))
+    plain = CONTROL.sub(" ", sentence).encode(errors="replace").decode()
+    assert (said, padding) == (plain, " " * BLOCK_SIZE)
+    assert last == plain if failure is worker.WorkerError else last.endswith(".")
+    assert not CONTROL.search("".join([last, *details]))
+
+
+AMOUNTS = st.builds("{} {}".format, st.text("0123456789.", min_size=1), st.sampled_from(["B", "MiB", "GiB", ""]))
+BARS = st.builds("Preparing packages...\n{} --- {}/{}\r\n".format, st.sampled_from("ab"), AMOUNTS, AMOUNTS)
+
+
+@given(st.lists(st.binary(max_size=20) | BARS.map(str.encode)))
+@example([b"Preparing packages...\na --- 1.2.3 B/4 B\nPreparing packages..."])
+@example([b"Preparing packages...\na --- 9 B/4 B\nPreparing packages..."])
+@example([b"Preparing packages...\na --- " + 400 * b"9" + b" B/4 B\nPreparing packages..."])
+def test_any_output_of_uv_is_read(chunks: list[bytes]) -> None:
+    amounts = []
+    screen = uv_tool._Screen(lambda *amount: amounts.append(amount))
+    for chunk in chunks:
+        screen.show(chunk)
+    screen.finish()
+    assert all(0 <= num_arrived <= num_needed for num_arrived, num_needed in amounts)
+    assert uv_tool.UvError(screen.words()).details == screen.words()
