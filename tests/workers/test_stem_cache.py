@@ -169,4 +169,4 @@ def test_any_limit_is_a_number_of_gigabytes_or_refused(kept: Path, text: str) ->
         try:
             assert StemCache()._limit == round(Decimal(re.match(r"\s*([\d.]*)", text)[1] or "4") * 10**9)
         except WorkerError as error:
-            assert "let it be a number of gigabytes" in str(error)
+            assert "set it to a number of gigabytes" in str(error)
