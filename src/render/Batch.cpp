@@ -8,6 +8,20 @@
 
 Batch::Batch (const std::vector<Song>& songsToUse) : songs (songsToUse) {}
 
+/** Adds advice to a message that quotes a worker, after a blank line, if the worker was stopped before it gave any. */
+static juce::String withAdvice (const juce::String& message)
+{
+    const juce::String blankLine ("\n\n");
+    const auto quoted = message.fromFirstOccurrenceOf (blankLine, false, false);
+
+    if (! message.contains (blankLine) || quoted.endsWithChar ('.') || quoted.containsIgnoreCase ("error:"))
+        return message;
+
+    return message.trimEnd() + blankLine
+           + "The worker was stopped before it could say why. Close other programs, in case memory is short, and try "
+             "again.";
+}
+
 int Batch::run()
 {
     constexpr auto pollMilliseconds = 20;
@@ -44,7 +58,7 @@ void Batch::songFinished (const juce::String& message)
     if (cancelled)
         failures.add (describe (messages::cancelled));
     else if (hasFailed)
-        failures.add (describe (message));
+        failures.add (describe (withAdvice (message)));
 
     if (cancelled || isLast)
         juce::MessageManager::getInstance()->stopDispatchLoop();

@@ -174,6 +174,17 @@ def test_failures_to_the_letter(render: Run, tmp_path: Path, song: Path) -> None
     assert (rendered(tmp_path / "out", "song") / "kept").exists()
 
 
+def test_a_worker_that_is_stopped_cannot_say_why(
+    render: Run, tmp_path: Path, song: Path, environment: dict[str, str]
+) -> None:
+    environment["KELVANE_UV"] = str(tmp_path / "uv")
+    for words, advises in ((" 42%|####      |", True), ("", True), ("error: no Python", False)):
+        (tmp_path / "uv").write_text(f"#!/bin/sh\necho '{words}'\nexit 137\n")
+        (tmp_path / "uv").chmod(0o755)
+        for arguments in (["--out", "out", "--stems", "bass"], ["--analyze"], ["--out", "out", "--bpm", "auto:90"]):
+            assert render(song, *arguments).stderr.endswith("is short, and try again.\n") == advises
+
+
 def test_more_audio_than_memory_is_an_error_and_no_crash(render: Run, tmp_path: Path) -> None:
     claimed = 3_000_000_000
     header = struct.pack(
