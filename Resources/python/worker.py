@@ -244,6 +244,8 @@ def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
     import av
 
     name = os.path.basename(path)
+    if os.path.exists(path) and not os.path.isfile(path):  # a pipe would be waited for in vain
+        raise WorkerError(f"{name} is not a file: choose another one.")
     try:
         container = av.open(path, metadata_errors="replace", options={"format_whitelist": _formats()})
     except av.error.FFmpegError as error:

@@ -1,6 +1,8 @@
 """analyze.py as the program runs it: on songs made here, on the demo song, on odd files, and on what is no song."""
 
 import json
+import os
+import subprocess
 from collections.abc import Callable
 from itertools import pairwise
 from pathlib import Path
@@ -141,3 +143,9 @@ def test_says_what_is_wrong(tmp_path: Path, samples: np.ndarray, reason: str) ->
     *_, last_line = run_worker(SCRIPT, save(tmp_path / "a song.wav", samples), "--bpm", "--key", status=1)
     assert "a song.wav" in last_line
     assert reason in last_line
+
+
+def test_a_pipe_is_not_waited_for(tmp_path: Path) -> None:
+    os.mkfifo(tmp_path / "pipe.wav")
+    *_, last_line = run_worker(SCRIPT, tmp_path / "pipe.wav", "--bpm", status=1)
+    assert last_line == "pipe.wav is not a file: choose another one."
