@@ -176,8 +176,15 @@ static bool holds (const juce::File& file, const juce::AudioBuffer<float>& buffe
 static bool writeAll (const juce::File& file, const juce::File& named, const juce::AudioBuffer<float>& buffer,
                       double sampleRate, int bitDepth, juce::String& error, juce::String& reason)
 {
-    auto stream = file.createOutputStream (streamBufferSize);
+    auto stream = std::make_unique<juce::FileOutputStream> (file, streamBufferSize);
     auto* const opened = stream.get();
+
+    if (opened->failedToOpen())
+    {
+        reason = opened->getStatus().getErrorMessage();
+        return false;
+    }
+
     const auto writer = createWriter (std::move (stream), buffer.getNumChannels(), sampleRate, bitDepth, named, error);
 
     if (writer == nullptr)
