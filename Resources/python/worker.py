@@ -244,6 +244,7 @@ def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
     import av
 
     name = os.path.basename(path)
+    size = os.path.getsize(path) if os.path.exists(path) else 0
     if os.path.exists(path) and not os.path.isfile(path):  # a pipe would be waited for in vain
         raise WorkerError(f"{name} is not a file: choose another one.")
     try:
@@ -261,6 +262,8 @@ def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
                 raise WorkerError(f"{name} could not be read as audio ({reason}): choose another file.")
             anything = True
             yield frame
+        if os.path.exists(path) and os.path.getsize(path) < size:
+            raise WorkerError(f"{name} became shorter while it was read: try again when it is complete.")
         if not anything:
             raise WorkerError(f"No audio could be decoded from {name}, which is empty or damaged: choose another file.")
 

@@ -45,13 +45,19 @@ bool StemRenderer::changesSpeed() const
     return std::abs (job.ratio - 1.0) > 1e-6;
 }
 
+static juce::String notRead (const juce::File& file)
+{
+    return "Could not read audio file:\n" + file.getFullPathName();
+}
+
 bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const Entry& entry, juce::String& message)
 {
+    const auto size = entry.audio.getSize();
     const auto reader = audiofile::open (formats, entry.audio);
 
     if (reader == nullptr)
     {
-        message = "Could not read audio file:\n" + entry.audio.getFullPathName();
+        message = notRead (entry.audio);
         return false;
     }
 
@@ -60,7 +66,16 @@ bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const Entry& e
 
     requireMemoryFor (reader->numChannels * samplesHeldAtOnce (*reader, targetRate));
 
-    auto buffer = changeSpeed (audiofile::readWhole (*reader));
+    auto source = audiofile::readWhole (*reader);
+
+    // Readers return silence for a part that another program has cut off in the meantime.
+    if (entry.audio.existsAsFile() && entry.audio.getSize() < size)
+    {
+        message = notRead (entry.audio);
+        return false;
+    }
+
+    auto buffer = changeSpeed (std::move (source));
 
     if (changesRate (sourceRate, targetRate))
         buffer = stretch::resample (buffer, sourceRate / targetRate);

@@ -2,7 +2,6 @@
 
 import json
 import os
-import subprocess
 from collections.abc import Callable
 from itertools import pairwise
 from pathlib import Path
@@ -143,6 +142,16 @@ def test_says_what_is_wrong(tmp_path: Path, samples: np.ndarray, reason: str) ->
     *_, last_line = run_worker(SCRIPT, save(tmp_path / "a song.wav", samples), "--bpm", "--key", status=1)
     assert "a song.wav" in last_line
     assert reason in last_line
+
+
+def test_a_song_that_is_cut_off_while_it_is_read(tmp_path: Path) -> None:
+    song = save(tmp_path / "song.wav", np.tile(NOISE, 10))
+    read = (
+        f"import os, sys; sys.path.insert(0, {str(SCRIPTS)!r}); import worker\n"
+        f"worker.run(lambda _: [os.truncate({str(song)!r}, 9999) for _ in worker.audio_frames({str(song)!r})])"
+    )
+    done = subprocess.run([provide("analyze.py"), "-c", read], stdout=subprocess.PIPE, text=True)
+    assert done.stdout == "song.wav became shorter while it was read: try again when it is complete.\n"
 
 
 def test_a_pipe_is_not_waited_for(tmp_path: Path) -> None:
