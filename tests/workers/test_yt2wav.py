@@ -85,8 +85,8 @@ def write_script(path: Path, code: str) -> Path:
 
 @pytest.fixture(scope="session")
 def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
-    """Serves media and pages. Below /broken the connection ends within a file, below /cut the file itself does, and
-    below /stalled no more of it comes."""
+    """Serves media and pages. Below /broken the connection ends within a file, below /cut the file itself does,
+    below /stalled no more of it comes, and below /lying its length is no number."""
     folder = tmp_path_factory.mktemp("media")
     provide("yt2wav.py")
     subprocess.run([UV, "run", write_script(folder / "make.py", MAKE_MEDIA)], cwd=folder, env=ENVIRONMENT, check=True)
@@ -110,7 +110,7 @@ def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
                 return self.send_error(404)
             self.send_response(200)
             if trouble != "cut":
-                self.send_header("Content-Length", str(len(content)))
+                self.send_header("Content-Length", "many" if trouble == "lying" else str(len(content)))
             self.end_headers()
             self.wfile.write(content[: len(content) // 3] if trouble else content)
             if trouble == "stalled":
@@ -176,6 +176,7 @@ def test_song_becomes_a_wav_of_the_same_sound(
         ("silent.mp4", "There is no audio in silent.mp4"),
         ("note.mp3", "note.mp3 could not be read as audio"),
         ("broken/song.mp3", "The download failed"),
+        ("lying/song.mp3", "The server's answer could not be read"),
         ("cut/song.m4a", "The download is incomplete"),
         ("cut/song.webm", "The download is incomplete"),
         ("http://127.0.0.1:1/closed", "The server could not be reached"),

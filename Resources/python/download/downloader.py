@@ -114,6 +114,8 @@ def _explaining(action: Callable[..., Record], *arguments: object, **options: ob
         return action(*arguments, **options)
     except YoutubeDLError as error:
         raise _explained(error) from error
+    except ValueError as error:  # yt-dlp takes what a server states about a file for a number
+        raise worker.WorkerError(f"The server's answer could not be read ({error}): try another link.") from error
 
 
 def _explained(error: Exception) -> Exception:
