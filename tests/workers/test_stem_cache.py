@@ -148,6 +148,14 @@ def test_a_full_disk_costs_the_entry_alone(kept: Path, tmp_path: Path, capsys: p
     assert "The stems will not be cached (No space left on device)" in capsys.readouterr().out
 
 
+def test_no_room_for_the_first_file_costs_the_entry_alone(
+    kept: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.setattr("stem_cache._RECEIPT", "absent/stems.json")
+    keep("song", tmp_path / "out")
+    assert not list(kept.iterdir())
+
+
 def test_stems_are_copied_to_another_file_system(kept: Path, tmp_path: Path) -> None:
     memory = Path("/dev/shm")
     if not memory.is_dir() or memory.stat().st_dev == tmp_path.stat().st_dev:

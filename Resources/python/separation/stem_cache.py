@@ -17,7 +17,7 @@ from concurrent.futures import ThreadPoolExecutor
 from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
-from typing import TYPE_CHECKING
+from typing import IO, TYPE_CHECKING
 
 import file_lock
 import worker
@@ -151,6 +151,7 @@ class NewEntry:
         self._target = target
         self._folder: Path | None = None
         self._files: dict[str, StemFile] = {}
+        self._receipt: IO[bytes] | None = None
         if target is not None:
             with self._or_abandon():
                 folder = _unfinished(target)
@@ -188,7 +189,7 @@ class NewEntry:
     def abandon(self) -> None:
         folder, self._folder = self._folder, None
         if folder is not None:
-            for file in (self._receipt, *self._files.values()):
+            for file in filter(None, (self._receipt, *self._files.values())):
                 with contextlib.suppress(OSError):  # the last write may fail here
                     file.close()
             shutil.rmtree(folder, ignore_errors=True)
