@@ -18,6 +18,7 @@ import threading
 import time
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager, suppress
+from functools import partial
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from pathlib import Path
 
@@ -25,6 +26,7 @@ from fault_lab import DEMO_SONG, ROOT, Disturb, Lab, PackageIndexes, dies, eithe
 
 _IN_NAMESPACE = "KELVANE_FAULTS_IN_NAMESPACE"
 _FULL = says("The disk is full", "No space left")
+_TARGETS = ["program", "uv", "worker"]  # each is the child of the one before
 
 
 def disks(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
@@ -100,11 +102,11 @@ def package_indexes(lab: Lab) -> Iterator[dict[str, str]]:
             indexes.close()
 
 
-def kills(lab: Lab, options: argparse.Namespace, dice: random.Random) -> None:
-    """SIGKILL of the program, of uv and of the worker at random moments of the usual run."""
-    judges = {"program": dies, "uv": either(says(), succeeds), "worker": either(says(), succeeds)}
-    for target in [*judges] * options.kills:
-        while not lab.attempt(f"kill: {target}", judges[target], disturb=_killing(lab, target, dice)):
+def kills(target: str, lab: Lab, options: argparse.Namespace, dice: random.Random) -> None:
+    """SIGKILL at random moments of the usual run."""
+    judge = dies if target == "program" else either(says(), succeeds)
+    for _ in range(options.kills):
+        while not lab.attempt(f"kill: {target}", judge, disturb=_killing(lab, target, dice)):
             pass
 
 
@@ -112,7 +114,7 @@ def _killing(lab: Lab, target: str, dice: random.Random) -> Disturb:
     def disturb(program: subprocess.Popen[bytes]) -> bool:
         time.sleep(dice.uniform(0, lab.seconds))
         pid = program.pid
-        for _ in range(["program", "uv", "worker"].index(target)):
+        for _ in range(_TARGETS.index(target)):
             parents = lab.family()
             pid = next((child for child, parent in parents.items() if parent == pid), 0)
         if pid == 0 or program.poll() is not None:
@@ -348,7 +350,7 @@ CLASSES: dict[str, Callable[[Lab, argparse.Namespace, random.Random], None]] = {
     "changing-inputs": changing_inputs,
     "sites": sites,
     "clocks": clocks,
-    "kills": kills,
+    **{f"kill-{target}": partial(kills, target) for target in _TARGETS},
 }
 
 
