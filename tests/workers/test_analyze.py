@@ -80,6 +80,21 @@ def test_measures_a_constant_tempo(tmp_path: Path, bpm: float, kicks: tuple[int,
     assert detect(path, "--bpm") == {"bpm": pytest.approx(bpm, abs=0.1)}
 
 
+def test_a_device_is_refused() -> None:
+    *_, last_line = run_worker(SCRIPT, "/dev/zero", "--bpm", status=1)
+    assert last_line == "zero is not a file: choose another one."
+
+
+def test_a_song_that_is_cut_off_while_it_is_read(tmp_path: Path) -> None:
+    song = str(save(tmp_path / "song.wav", np.tile(NOISE, 10)))
+    (tmp_path / "read.py").write_text(
+        f"import os, sys\nsys.path.insert(0, {str(SCRIPTS)!r})\nimport worker\n"
+        f"worker.run(lambda _: [os.truncate({song!r}, 9999) for _ in worker.audio_frames({song!r})])"
+    )
+    *_, last_line = run_worker("--python", provide("analyze.py"), tmp_path / "read.py", status=1)
+    assert last_line == "song.wav became shorter while it was read: try again when it is complete."
+
+
 def test_a_loop_has_whole_bars(tmp_path: Path) -> None:
     path = save(tmp_path / "loop.wav", drums(even(97.3, 8)))
     assert detect(path)["bpm"] == pytest.approx(97.3, abs=0.002)
@@ -142,19 +157,3 @@ def test_says_what_is_wrong(tmp_path: Path, samples: np.ndarray, reason: str) ->
     *_, last_line = run_worker(SCRIPT, save(tmp_path / "a song.wav", samples), "--bpm", "--key", status=1)
     assert "a song.wav" in last_line
     assert reason in last_line
-
-
-def test_a_song_that_is_cut_off_while_it_is_read(tmp_path: Path) -> None:
-    song = save(tmp_path / "song.wav", np.tile(NOISE, 10))
-    read = (
-        f"import os, sys; sys.path.insert(0, {str(SCRIPTS)!r}); import worker\n"
-        f"worker.run(lambda _: [os.truncate({str(song)!r}, 9999) for _ in worker.audio_frames({str(song)!r})])"
-    )
-    done = subprocess.run([provide("analyze.py"), "-c", read], stdout=subprocess.PIPE, text=True)
-    assert done.stdout == "song.wav became shorter while it was read: try again when it is complete.\n"
-
-
-def test_a_pipe_is_not_waited_for(tmp_path: Path) -> None:
-    os.mkfifo(tmp_path / "pipe.wav")
-    *_, last_line = run_worker(SCRIPT, tmp_path / "pipe.wav", "--bpm", status=1)
-    assert last_line == "pipe.wav is not a file: choose another one."
