@@ -8,7 +8,7 @@ import subprocess
 import sys
 import time
 from collections.abc import Callable, Iterator
-from contextlib import contextmanager
+from contextlib import contextmanager, suppress
 from dataclasses import dataclass, fields
 from pathlib import Path
 
@@ -234,15 +234,17 @@ class Lab:
         return names
 
     def _left(self) -> list[str]:
-        """The commands of the processes that do not end in time, and are then killed."""
-        deadline = time.monotonic() + self.grace
-        while (family := self.family()) and time.monotonic() < deadline:
+        """The processes that do not end in time, and how long they took. Kills those that seem to stay for ever."""
+        begin = time.monotonic()
+        while (family := self.family()) and time.monotonic() - begin < self.grace:
             time.sleep(0.02)
-        commands = []
+        late = list(family)
+        while (family := self.family()) and time.monotonic() - begin < _LIMIT_SECONDS / 10:
+            time.sleep(0.02)
         for pid in family:
-            commands.append(Path(f"/proc/{pid}/cmdline").read_bytes().replace(b"\0", b" ").decode()[:80])
-            os.kill(pid, signal.SIGKILL)
-        return commands
+            with suppress(ProcessLookupError):
+                os.kill(pid, signal.SIGKILL)
+        return [f"{pid} for {'ever' if pid in family else f'{time.monotonic() - begin:.1f} s'}" for pid in late]
 
     def _partial(self, names: list[str], status: int | None) -> list[str]:
         """What is wrong in the results' folder: what is cut short or missing, and what should not be there."""
