@@ -61,11 +61,13 @@ def disks(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
                 lab.attempt("full disk: model", _FULL, restore=unmount, **online)
 
     with package_indexes(lab) as variables:
-        for kind, variable in (("environments", "XDG_CACHE_HOME"), ("uv's cache", "UV_CACHE_DIR")):
+        for place, variable in (("environments", "XDG_CACHE_HOME"), ("uv's cache", "UV_CACHE_DIR")):
             for size in ("4k", "32k", "256k", "1m", "2m", "4m"):
                 with mount(lab.folder / "small", f"size={size}") as unmount:
                     full = variables | {variable: str(lab.folder / "small")}
-                    lab.attempt(f"full disk: {kind}", _FULL, [lab.song, "--analyze"], restore=unmount, **full)
+                    analyze: list[str | Path] = [lab.song, "--analyze"]
+                    kind = f"full disk: {place}"
+                    lab.attempt(kind, _FULL, analyze, restore=unmount, next_arguments=analyze, **full)
 
 
 def _shrinking(folder: Path, kilobytes: int) -> Disturb:
