@@ -1,7 +1,6 @@
 """analyze.py as the program runs it: on songs made here, on the demo song, on odd files, and on what is no song."""
 
 import json
-import os
 from collections.abc import Callable
 from itertools import pairwise
 from pathlib import Path
