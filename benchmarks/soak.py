@@ -82,7 +82,7 @@ class _Soak:
         """Installs what the workers need, too."""
         scripts = ROOT / "Resources" / "python"
         for script in ("analyze.py", "separate.py"):
-            install = [_UV, "run", "--quiet", scripts / "environment.py", scripts / script]
+            install = [_UV, "run", "--quiet", scripts / "prepare.py", scripts / script]
             output = subprocess.run(install, env=self.environment, check=True, stdout=subprocess.PIPE, text=True).stdout
         make = ROOT / "tests" / "support" / "make_checkpoint.py"
         subprocess.run([output.splitlines()[-1], make, self.folder / "hub"], env=self.environment, check=True)
