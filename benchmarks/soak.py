@@ -58,19 +58,15 @@ esac
 
 class _Soak:
     def __init__(self, folder: Path, num_runs: int, num_real: int) -> None:
-        self.folder, self.num_runs = folder, num_runs
+        self.folder, self.num_runs, self.num_real = folder, num_runs, num_real
         self.temporary, self.out = folder / "temporary", folder / "out"
         self.temporary.mkdir()
         self.out.mkdir()
         write_wav(folder / "stem.wav", np.random.default_rng(1).uniform(-0.5, 0.5, (22050, 2)), 44100)
-        period = num_runs // num_real if num_real else num_runs + 2
-        stand_in = folder / "uv"
-        stand_in.write_text(_STAND_IN.format(folder=folder, period=period, uv=_UV))
-        stand_in.chmod(0o755)
         self.environment = {
             **os.environ,
             "TMPDIR": str(self.temporary),
-            "KELVANE_UV": str(stand_in),
+            "KELVANE_UV": str(folder / "uv"),
             "KELVANE_STEM_CACHE": "0",
             "HF_HOME": str(folder / "hub"),
             "HF_HUB_OFFLINE": "1",
@@ -87,8 +83,12 @@ class _Soak:
         make = ROOT / "tests" / "support" / "make_checkpoint.py"
         subprocess.run([output.splitlines()[-1], make, self.folder / "hub"], env=self.environment, check=True)
 
-    def restart_count(self) -> None:
+    def install_stand_in(self, num_real: int) -> None:
+        """And counts the runs from 1."""
         (self.folder / "runs").write_text("0")
+        period = self.num_runs // num_real if num_real else self.num_runs + 2
+        (self.folder / "uv").write_text(_STAND_IN.format(folder=self.folder, period=period, uv=_UV))
+        (self.folder / "uv").chmod(0o755)
 
     def num_started(self) -> int:
         return int((self.folder / "runs").read_text() or 0)
@@ -119,7 +119,7 @@ class _Soak:
 
     def batch(self) -> None:
         """Takes each sample during the first worker of the next song."""
-        self.restart_count()
+        self.install_stand_in(self.num_real)
         samples = {}
         runs = (_FIRST_SAMPLE, self.num_runs)
         for run in runs:
@@ -135,8 +135,8 @@ class _Soak:
         self.report("batch", samples)
 
     @contextmanager
-    def window(self) -> Iterator["_User"]:
-        self.restart_count()
+    def window(self, num_real: int) -> Iterator["_User"]:
+        self.install_stand_in(num_real)
         with open_window(PROGRAM, self.environment, "sh", "cat", "cp", "sleep", "touch", "python3") as (window, pid):
             user = _User(self, window, pid)
             user.enter_what_is_wanted()
@@ -144,7 +144,7 @@ class _Soak:
 
     def clicks(self) -> None:
         samples = {}
-        with self.window() as user:
+        with self.window(self.num_real) as user:
             for run in range(1, self.num_runs + 1):
                 if run % 10 == 0:
                     user.analyze()
@@ -155,7 +155,7 @@ class _Soak:
         self.report("window", samples)
 
     def failures(self) -> None:
-        with self.window() as user:
+        with self.window(0) as user:
             user.execute()
             dismiss(user.window, "Pipeline complete")
             before = user.sample()
