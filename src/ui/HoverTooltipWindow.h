@@ -14,7 +14,7 @@ public:
     HoverTooltipWindow (juce::Component& parent, int delayMilliseconds)
         : juce::TooltipWindow (&parent, delayMilliseconds)
     {
-        // A global listener makes JUCE poll the mouse position all the time.
+        // A global listener is also called while the mouse is outside the window.
         juce::Desktop::getInstance().removeGlobalMouseListener (this);
         parent.addMouseListener (this, true);
         sleep();
