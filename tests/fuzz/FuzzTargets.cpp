@@ -27,10 +27,8 @@ static void readSong (std::string_view bytes)
     constexpr auto maxSamplesToHold = juce::int64 { 1 } << 24;
     constexpr auto blockSize = 1 << 16;
 
-    static juce::AudioFormatManager formats;
-
-    if (formats.getNumKnownFormats() == 0)
-        formats.registerFormat (new Format(), true);
+    juce::AudioFormatManager formats;
+    formats.registerFormat (new Format(), true);
 
     const juce::TemporaryFile song (formats.getKnownFormat (0)->getFileExtensions()[0]);
     song.getFile().replaceWithData (bytes.data(), bytes.size());
