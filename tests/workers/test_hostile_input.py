@@ -141,4 +141,4 @@ def test_any_output_of_uv_is_read(chunks: list[bytes]) -> None:
         screen.show(chunk)
     screen.finish()
     assert all(0 <= num_arrived <= num_needed for num_arrived, num_needed in amounts)
-    assert uv_tool.UvError(screen.words()).details == screen.words()
+    assert uv_tool.UvError(screen.words()).details == screen.words().strip()

@@ -5,7 +5,6 @@ import re
 import shutil
 import sys
 import tempfile
-from decimal import Decimal
 from pathlib import Path
 from types import SimpleNamespace
 from unittest.mock import patch
@@ -175,6 +174,7 @@ NUMBERS = st.from_regex(r"\s*\d{0,500}(\.\d{0,20})? ?(g?b?)\s*", fullmatch=True)
 def test_any_limit_is_a_number_of_gigabytes_or_refused(kept: Path, text: str) -> None:
     with patch.dict(os.environ, KELVANE_STEM_CACHE=text):
         try:
-            assert StemCache()._limit == round(Decimal(re.match(r"\s*([\d.]*)", text)[1] or "4") * 10**9)
+            limit = StemCache()._limit
+            assert limit == pytest.approx(1e9 * float(re.match(r"\s*([\d.]*)", text)[1] or 4), abs=1)
         except WorkerError as error:
             assert "set it to a number of gigabytes" in str(error)
