@@ -3,13 +3,12 @@
 import os
 import shutil
 import subprocess
-import threading
 from collections.abc import Callable, Iterator
-from http.server import SimpleHTTPRequestHandler, ThreadingHTTPServer
 from pathlib import Path
 
 import numpy as np
 import pytest
+from loopback import STALLED, Loopback
 from screen import Screen, save
 from wav import write_wav
 from workers import DEMO_SONG, ENVIRONMENT, UV, cache_without_stems, provide
@@ -35,29 +34,12 @@ def render(tmp_path: Path, environment: dict[str, str]) -> Run:
     """Runs kelvane-render in the test's folder."""
 
     def run(*arguments: str | Path, **options: object) -> subprocess.CompletedProcess[str]:
-        result = subprocess.run(
-            [RENDER, *map(str, arguments)],
-            cwd=tmp_path,
-            env=environment,
-            capture_output=True,
-            text=True,
-            timeout=300,
-            **options,
-        )
+        command, output = [RENDER, *map(str, arguments)], {"capture_output": True, "text": True, "timeout": 300}
+        result = subprocess.run(command, cwd=tmp_path, env=environment, **output, **options)
         assert "Assertion" not in result.stderr
         return result
 
     return run
-
-
-def read_wav(path: Path) -> tuple[np.ndarray, int]:
-    """Reads any WAV, by another program, as floats of shape (frames, channels), with the rate."""
-
-    def ask(flag: str) -> int:
-        return int(subprocess.run(["soxi", flag, path], capture_output=True, check=True).stdout)
-
-    raw = subprocess.run(["sox", path, "-t", "f32", "-"], capture_output=True, check=True).stdout
-    return np.frombuffer(raw, "<f4").reshape(-1, ask("-c")), ask("-r")
 
 
 def rendered(out: Path, song: str) -> Path:
@@ -73,60 +55,22 @@ def environment_with_workers(environment: dict[str, str], hub: Path, tmp_path: P
     return {**ENVIRONMENT, **environment, **cache, "KELVANE_UV": UV, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1"}
 
 
-class Site:
-    """A site with the demo song, as /A Title é日.ogg, and with one that stops coming, as /stalled.ogg."""
-
-    def __init__(self, folder: Path) -> None:
-        self.requests: list[str] = []
-        released = self.released = threading.Event()
-        requests = self.requests
-
-        class Handler(SimpleHTTPRequestHandler):
-            def do_GET(self) -> None:
-                requests.append(self.path)
-                if self.path.startswith("/stalled/"):
-                    released.wait()
-                super().do_GET()
-
-            def copyfile(self, source: object, outputfile: object) -> None:
-                if "stalled" not in self.path:
-                    return super().copyfile(source, outputfile)
-                outputfile.write(source.read(100000))
-                return released.wait()
-
-            def log_message(self, *_: object) -> None:
-                pass
-
-        folder.mkdir()
-        for name in ("A Title é日.ogg", "stalled.ogg"):
-            (folder / name).write_bytes(DEMO_SONG.read_bytes())
-
-        self.server = ThreadingHTTPServer(("127.0.0.1", 0), lambda *given: Handler(*given, directory=folder))
-        self.address = f"http://127.0.0.1:{self.server.server_port}"
-        self.thread = threading.Thread(target=self.server.serve_forever)
-        self.thread.start()
-
-    def close(self) -> None:
-        self.released.set()
-        self.server.shutdown()
-        self.thread.join()
-        self.server.server_close()
+LINK = "/A%20Title%20%C3%A9%E6%97%A5.ogg"
 
 
 @pytest.fixture
-def site(tmp_path: Path) -> Iterator[Site]:
-    site = Site(tmp_path / "site")
-    yield site
-    site.close()
+def site() -> Iterator[Loopback]:
+    """A site with the demo song, as LINK, and with one that stops coming, as /stalled.ogg."""
+    song = DEMO_SONG.read_bytes()
+    with Loopback({LINK: song, "/stalled.ogg": song}.get) as site:
+        site.troubles = {"stalled": STALLED}
+        yield site
 
 
 @pytest.fixture(scope="session")
 def long_song(tmp_path_factory: pytest.TempPathFactory) -> Path:
-    return write_wav(
-        tmp_path_factory.mktemp("long") / "long.wav",
-        np.random.default_rng(1).uniform(-0.1, 0.1, (44100 * 240, 2)),
-        44100,
-    )
+    noise = np.random.default_rng(1).uniform(-0.1, 0.1, (44100 * 240, 2))
+    return write_wav(tmp_path_factory.mktemp("long") / "long.wav", noise, 44100)
 
 
 @pytest.fixture

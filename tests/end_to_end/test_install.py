@@ -6,7 +6,8 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from conftest import RENDER, read_wav, rendered
+from conftest import RENDER, rendered
+from wav import read_wav
 from workers import SCRIPTS
 
 BUILD = Path(RENDER).parents[1]

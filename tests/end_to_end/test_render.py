@@ -10,9 +10,9 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from conftest import RENDER, Run, read_wav, rendered
+from conftest import RENDER, Run, rendered
 from namespaces import with_disk
-from wav import write_wav
+from wav import read_wav, write_wav
 from workers import DEMO_SONG
 
 NOISE = np.random.default_rng(7).uniform(-0.5, 0.5, (20000, 2))

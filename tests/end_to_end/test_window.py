@@ -1,47 +1,22 @@
-"""The program in a real window, on a screen of its own."""
+"""The window on a screen of its own: what depends on a real display, its window manager and its mouse."""
 
 import subprocess
 from pathlib import Path
 
 import numpy as np
-import pytest
+import window as at
 from conftest import PROGRAM, Start
 from screen import Screen, wait_for
-from window import (
-    ANALYZE,
-    CHOOSE_FILE,
-    CHOOSE_FOLDER,
-    DRUMS,
-    FILE_NAME,
-    FOLDER_NAME,
-    LOCAL_TOGGLE,
-    NOWHERE,
-    Region,
-    Window,
-    same,
-)
-
-BPM_FROM_BOX, BPM_AUTO_TOGGLE = (634, 318, 56, 24), (788, 316, 64, 28)
+from window import Region, Window, same
 
 
 def is_enabled(window: Window, control: Region) -> bool:
-    """Whether a control is not dimmed: nothing in a dimmed one is as bright as this."""
+    """Returns True if a control is not dimmed: nothing in a dimmed one is as bright as this."""
     return float((window.part(control) @ np.array((0.299, 0.587, 0.114))).max()) > 125
 
 
-def says_that_there_is_no_display(environment: dict[str, str]) -> None:
-    # Without DISPLAY JUCE takes the first screen, and there may be one.
-    result = subprocess.run([PROGRAM], env=environment | {"DISPLAY": ":65000"}, capture_output=True, text=True)
-    assert result.returncode == 1
-    assert "kelvane-render works without one.\n" in result.stderr
-
-
-def test_without_a_display_it_says_so(environment: dict[str, str]) -> None:
-    says_that_there_is_no_display(environment)
-
-
-def test_one_window_that_can_be_resized_and_closed(screen: Screen, start: Start, environment: dict[str, str]) -> None:
-    program = start("what is given here", "--is-ignored")
+def test_opens_one_window_that_resizes_and_closes(screen: Screen, start: Start, environment: dict[str, str]) -> None:
+    program = start("ignored", "--arguments")
     window = Window(screen).id
 
     screen.drag_corner(window, -600, -400)
@@ -52,7 +27,10 @@ def test_one_window_that_can_be_resized_and_closed(screen: Screen, start: Start,
 
     second = start()
     assert second.wait(60) == 0
-    says_that_there_is_no_display(environment)
+    # Without DISPLAY JUCE takes the first screen, and there may be one.
+    result = subprocess.run([PROGRAM], env=environment | {"DISPLAY": ":65000"}, capture_output=True, text=True)
+    assert result.returncode == 1
+    assert "kelvane-render works without one.\n" in result.stderr
     assert screen.windows() == [window]
     assert program.poll() is None
 
@@ -61,34 +39,29 @@ def test_one_window_that_can_be_resized_and_closed(screen: Screen, start: Start,
     assert program.wait(60) == 0
 
 
-def test_a_file_or_a_link_dropped_anywhere(screen: Screen, start: Start, tmp_path: Path) -> None:
+def test_takes_files_and_links_from_other_programs(screen: Screen, start: Start, tmp_path: Path) -> None:
     songs = [tmp_path / "A Song é+.wav", tmp_path / "other.ogg"]
     for song in songs:
         song.touch()
     start()
     window = Window(screen)
-    link = "text/plain;charset=utf-8", "https://127.0.0.1/song\r\n"
-    files = "text/uri-list", "\r\n".join(song.as_uri() for song in songs)
 
-    def shows(region: Region, *drop: str) -> bool:
+    def shows(region: Region, kind: str, data: str) -> bool:
         before = window.part(region)
-        screen.drop(window.id, *NOWHERE, *drop)
+        screen.drop(window.id, *at.NOWHERE, kind, data)
         return window.changes(region, before)
 
-    assert shows(FILE_NAME, "text/uri-list", songs[0].as_uri())
-    around_url = (62, 300, 182, 52)
-    assert shows(around_url, *link)
-
-    input_panel = (22, 114, 238, 368)
-    before = window.part(input_panel)
-    screen.drop(window.id, *DRUMS, *files)
+    assert shows(at.FILE_NAME, "text/uri-list", songs[0].as_uri())
+    assert shows(at.AROUND_URL, "text/plain;charset=utf-8", "https://127.0.0.1/song\r\n")
+    before = window.part(at.INPUT_PANEL)
+    screen.drop(window.id, *at.DRUMS, "text/uri-list", "\r\n".join(song.as_uri() for song in songs))
     window.dismiss("Cannot use what was dropped")
-    assert wait_for(lambda: same(window.part(input_panel), before), 20)
-    assert shows(FILE_NAME, "text/uri-list", songs[1].as_uri())
+    assert wait_for(lambda: same(window.part(at.INPUT_PANEL), before), 20)
+    assert shows(at.FILE_NAME, "text/uri-list", songs[1].as_uri())
 
 
-def test_the_keyboard_reaches_everything(screen: Screen, start: Start) -> None:
-    start()
+def test_works_by_keyboard(screen: Screen, start: Start, tools: Path) -> None:
+    start(PATH=str(tools))
     window = Window(screen)
 
     def changes(region: Region, *keys: str, text: str = "") -> bool:
@@ -98,85 +71,53 @@ def test_the_keyboard_reaches_everything(screen: Screen, start: Start) -> None:
             window.type(text)
         return window.changes(region, before)
 
-    # The focus is on the first toggle; Tab shows where it goes.
-    around_choose_file = (60, 188, 186, 2)
-    assert changes(around_choose_file, "Tab")
-    around_url = (62, 300, 182, 52)
-    assert changes(around_url, "Tab", "space", "Tab", text="https://127.0.0.1/song")
-
-    # Past the five stems, the model, Analyze and both ways of stretching to Percentage, BPM and Key.
-    slider_value = (857, 253, 64, 20)
-    assert changes(slider_value, *["Tab"] * 11, "Right", "Right")
-    screen.press("Tab", "Tab", "Return")
-    assert wait_for(lambda: is_enabled(window, BPM_AUTO_TOGGLE), 20)
-    screen.press("Tab")
-    window.type("128")
-    assert wait_for(lambda: is_enabled(window, BPM_FROM_BOX), 20)
-    screen.press("shift+Tab", "Tab", "Tab", "Tab", "space")
-    assert wait_for(lambda: not is_enabled(window, BPM_FROM_BOX), 20)
-
-
-def test_a_tooltip_comes_and_goes_with_the_mouse(screen: Screen, start: Start) -> None:
-    start()
-    window = Window(screen)
-    left_of_analyze = (600, 140, 200, 16)
-    without = window.part(left_of_analyze)
-
-    for x, y in NOWHERE, (-5, -5):
-        screen.xdotool("mousemove", "--window", window.id, *map(str, ANALYZE))
-        assert window.changes(left_of_analyze, without)
-        screen.xdotool("mousemove", "--window", window.id, "--", str(x), str(y))
-        assert wait_for(lambda: same(window.part(left_of_analyze), without))
-
-
-@pytest.fixture
-def home(tmp_path: Path) -> Path:
-    home = tmp_path / "home"
-    (home / "Music").mkdir(parents=True)
-    (home / "Music" / "song.wav").touch()
-    (home / "Desktop").mkdir()
-    return home
-
-
-def test_the_programs_own_dialogs(screen: Screen, start: Start, home: Path, tools: Path) -> None:
-    start(HOME=str(home), PATH=str(tools))
-    window = Window(screen)
-    for button, title, path, label in (
-        (CHOOSE_FILE, "Choose an audio file", home / "Music" / "song.wav", FILE_NAME),
-        (CHOOSE_FOLDER, "Choose the output folder", Path("/usr"), FOLDER_NAME),
-    ):
-        before = window.part(label)
-        window.choose(button, title, path)
-        assert window.changes(label, before)
-
-    # By keyboard alone, a dialog that is dismissed leaves the window, and its focus, as they were. Nothing
-    # else happens then that would have the window painted.
-    window.click(LOCAL_TOGGLE)
-    screen.xdotool("mousemove", "0", "0")
-    unfocused = window.picture()
-    screen.press("Tab")
-    assert wait_for(lambda: not same(window.picture(), unfocused))
+    # The focus is on the first toggle; Tab shows where it goes. A dismissed dialog leaves the window and its
+    # focus as they were, although nothing else has the window painted then.
+    screen.xdotool("mousemove", 0, 0)
+    assert changes(at.AROUND_CHOOSE_FILE, "Tab")
     focused = window.picture()
     dialog = window.open_dialog("Choose an audio file", lambda: screen.press("space"))
     assert wait_for(lambda: screen.xdotool("getwindowfocus").strip() == dialog)
     screen.press("Escape")
     assert wait_for(lambda: not screen.windows("Choose an audio file") and same(window.picture(), focused), 20)
+    assert changes(at.AROUND_URL, "Tab", "space", "Tab", text="https://127.0.0.1/song")
+
+    # Past the five stems, the model, Analyze and both ways of stretching to Percentage, BPM and Key.
+    assert changes(at.SLIDER_VALUE, *["Tab"] * 11, "Right", "Right")
+    screen.press("Tab", "Tab", "Return")
+    assert wait_for(lambda: is_enabled(window, at.BPM_AUTO_TOGGLE), 20)
+    screen.press("Tab")
+    window.type("128")
+    assert wait_for(lambda: is_enabled(window, at.BPM_FROM_BOX), 20)
+    screen.press("shift+Tab", "Tab", "Tab", "Tab", "space")
+    assert wait_for(lambda: not is_enabled(window, at.BPM_FROM_BOX), 20)
 
 
-def test_the_desktops_dialogs(screen: Screen, start: Start, home: Path, tools: Path, tmp_path: Path) -> None:
-    log = tmp_path / "log"
-    zenity = tools / "zenity"
-    zenity.write_text(
-        f'#!/bin/sh\necho "$PWD $*" >>{log}\ncase "$*" in *--directory*) echo /usr ;; '
-        f"*) echo {home}/Music/song.wav ;; esac\n"
-    )
+def test_shows_a_tooltip_while_the_mouse_is_over_a_control(screen: Screen, start: Start) -> None:
+    start()
+    window = Window(screen)
+    without = window.part(at.LEFT_OF_ANALYZE)
+    for point in at.NOWHERE, (-5, -5):
+        screen.xdotool("mousemove", "--window", window.id, *at.ANALYZE)
+        assert window.changes(at.LEFT_OF_ANALYZE, without)
+        screen.xdotool("mousemove", "--window", window.id, "--", *point)
+        assert wait_for(lambda: same(window.part(at.LEFT_OF_ANALYZE), without))
+
+
+def test_uses_the_desktops_dialogs(screen: Screen, start: Start, tools: Path, tmp_path: Path) -> None:
+    home, log, zenity = tmp_path / "home", tmp_path / "log", tools / "zenity"
+    for folder in ("Music", "Desktop"):
+        (home / folder).mkdir(parents=True)
+    (home / "Music" / "song.wav").touch()
+    answer = f'case "$*" in *--directory*) echo /usr ;; *) echo {home}/Music/song.wav ;; esac'
+    zenity.write_text(f'#!/bin/sh\necho "$PWD $*" >>{log}\n{answer}\n')
     zenity.chmod(0o755)
     program = start(HOME=str(home), PATH=str(tools))
     window = Window(screen)
     working_folder = Path(f"/proc/{program.pid}/cwd")
     before = working_folder.readlink()
 
-    for button, label in ((CHOOSE_FILE, FILE_NAME), (CHOOSE_FOLDER, FOLDER_NAME)):
+    for button, label in ((at.CHOOSE_FILE, at.FILE_NAME), (at.CHOOSE_FOLDER, at.FOLDER_NAME)):
         unchosen = window.part(label)
         window.click(button)
         assert window.changes(label, unchosen)

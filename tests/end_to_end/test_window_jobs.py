@@ -1,34 +1,16 @@
-"""What the program is for, in its real window: real workers, real files and a tiny untrained model."""
+"""A session in the real window: real workers, real files and a tiny untrained model."""
 
 import os
 from pathlib import Path
 
 import pytest
-from conftest import Site, Start, read_wav
+import window as at
+from conftest import LINK, Start
+from loopback import Loopback
 from processes import descendants, gone
 from screen import Screen, wait_for
-from window import (
-    ANALYZE,
-    BASS,
-    BPM,
-    BPM_AUTO,
-    BPM_TO,
-    CHOOSE_FILE,
-    CHOOSE_FOLDER,
-    DETECTED,
-    DRUMS,
-    EXECUTE,
-    FULL_SONG,
-    LOCAL_TOGGLE,
-    NOWHERE,
-    OTHER,
-    STATUS,
-    URL_BOX,
-    URL_TOGGLE,
-    VOCALS,
-    Window,
-    same,
-)
+from wav import read_wav
+from window import Window, same
 from workers import DEMO_SONG
 
 
@@ -37,8 +19,8 @@ def environment(environment_with_workers: dict[str, str]) -> dict[str, str]:
     return environment_with_workers
 
 
-def test_a_song_a_link_a_cancel_and_an_end(
-    screen: Screen, start: Start, tools: Path, site: Site, long_song: Path, tmp_path: Path
+def test_processes_a_file_and_a_link_and_cancels(
+    screen: Screen, start: Start, tools: Path, site: Loopback, long_song: Path, tmp_path: Path
 ) -> None:
     (tools / "python3").symlink_to("/usr/bin/python3")
     program = start(PATH=str(tools))
@@ -46,14 +28,14 @@ def test_a_song_a_link_a_cancel_and_an_end(
     out = tmp_path / "out"
     out.mkdir()
 
-    # A song from a file, two stems of it, from whatever tempo it has to 140.
-    window.choose(CHOOSE_FILE, "Choose an audio file", DEMO_SONG)
-    window.choose(CHOOSE_FOLDER, "Choose the output folder", out)
-    window.click(BASS, OTHER, BPM, BPM_AUTO, BPM_TO)
+    # Two stems of a file, from its own tempo to 140.
+    window.choose(at.CHOOSE_FILE, "Choose an audio file", DEMO_SONG)
+    window.choose(at.CHOOSE_FOLDER, "Choose the output folder", out)
+    window.click(at.BASS, at.OTHER, at.BPM, at.BPM_AUTO, at.BPM_TO)
     window.type("140")
-    window.click(NOWHERE)
+    window.click(at.NOWHERE)
     window.save("before")
-    window.click(EXECUTE)
+    window.click(at.EXECUTE)
     seen = set()
     assert wait_for(lambda: seen.add(window.progress()) or len(seen) > 4)
     window.save("during")
@@ -67,44 +49,44 @@ def test_a_song_a_link_a_cancel_and_an_end(
         samples, rate = read_wav(path)
         assert len(samples) / rate == pytest.approx(27.2 * 112 / 140, rel=0.01)
 
-    undetected = window.part(DETECTED)
-    window.click(ANALYZE)
-    assert window.changes(DETECTED, undetected)
+    undetected = window.part(at.DETECTED)
+    window.click(at.ANALYZE)
+    assert window.changes(at.DETECTED, undetected)
     window.save("analyzed")
 
-    # The same song once more voids nothing.
-    detected = window.part(DETECTED)
-    window.choose(CHOOSE_FILE, "Choose an audio file", DEMO_SONG)
-    assert same(window.part(DETECTED), detected)
+    # Choosing the same song again keeps what was detected.
+    detected = window.part(at.DETECTED)
+    window.choose(at.CHOOSE_FILE, "Choose an audio file", DEMO_SONG)
+    assert same(window.part(at.DETECTED), detected)
 
-    # A link: what Analyze has downloaded, Execute does not download again.
-    window.click(URL_TOGGLE, URL_BOX)
-    window.type(f"{site.address}/A%20Title%20%C3%A9%E6%97%A5.ogg")
-    assert window.changes(DETECTED, detected)
-    window.click(ANALYZE)
-    assert wait_for(lambda: same(window.part(DETECTED), detected))
+    # Execute does not download a link that Analyze has downloaded.
+    window.click(at.URL_TOGGLE, at.URL_BOX)
+    window.type(f"{site.address}{LINK}")
+    assert window.changes(at.DETECTED, detected)
+    window.click(at.ANALYZE)
+    assert wait_for(lambda: same(window.part(at.DETECTED), detected))
     num_requests = len(site.requests)
     assert num_requests > 0
-    window.click(DRUMS, VOCALS, FULL_SONG, EXECUTE)
+    window.click(at.DRUMS, at.VOCALS, at.FULL_SONG, at.EXECUTE)
     window.dismiss("Pipeline complete")
     assert len(site.requests) == num_requests
     assert os.listdir(out / "A Title é日 - Stems") == ["A Title é日 - full mix.wav"]
 
-    # Cancel, and a run that the end of the program cancels.
-    window.click(LOCAL_TOGGLE)
-    window.choose(CHOOSE_FILE, "Choose an audio file", long_song)
-    window.click(DRUMS)
+    # The button cancels, and so does the end of the program.
+    window.click(at.LOCAL_TOGGLE)
+    window.choose(at.CHOOSE_FILE, "Choose an audio file", long_song)
+    window.click(at.DRUMS)
 
     def begin() -> list[int]:
-        status = window.part(STATUS)
-        window.click(EXECUTE)
+        status = window.part(at.STATUS)
+        window.click(at.EXECUTE)
         family = wait_for(lambda: (found := descendants(program.pid)) and len(found) > 1 and found)
         assert family
-        assert window.changes(STATUS, status)
+        assert window.changes(at.STATUS, status)
         return family
 
     family = begin()
-    window.click(EXECUTE)
+    window.click(at.EXECUTE)
     assert gone(family, 10)
     assert wait_for(lambda: window.progress() == 0)
     window.save("cancelled")

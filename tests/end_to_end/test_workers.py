@@ -5,6 +5,7 @@ import os
 import re
 import shutil
 import signal
+import socket
 import subprocess
 import time
 from collections.abc import Callable, Iterator
@@ -13,9 +14,10 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from conftest import RENDER, Run, Site, read_wav
+from conftest import LINK, RENDER, Run
+from loopback import Loopback
 from processes import descendants, gone
-from wav import write_wav
+from wav import read_wav, write_wav
 from workers import DEMO_SONG
 
 
@@ -48,8 +50,8 @@ def test_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
     assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
 
 
-def test_a_link_becomes_a_folder_named_after_its_title(render: Run, tmp_path: Path, site: Site) -> None:
-    result = render(f"{site.address}/A%20Title%20%C3%A9%E6%97%A5.ogg", "--full-song", "--key", "auto:E", "--out", "out")
+def test_a_link_becomes_a_folder_named_after_its_title(render: Run, tmp_path: Path, site: Loopback) -> None:
+    result = render(f"{site.address}{LINK}", "--full-song", "--key", "auto:E", "--out", "out")
     assert result.returncode == 0, result.stdout + result.stderr
     assert "Processing full mix... (detected key: D)" in result.stdout
     samples, _ = read_wav(tmp_path / "out" / "A Title é日 - Stems" / "A Title é日 - full mix.wav")
@@ -57,8 +59,8 @@ def test_a_link_becomes_a_folder_named_after_its_title(render: Run, tmp_path: Pa
     assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
 
 
-def test_analyze_prints_a_line_of_json_for_each_song(render: Run, tmp_path: Path, site: Site) -> None:
-    url = f"{site.address}/A%20Title%20%C3%A9%E6%97%A5.ogg"
+def test_analyze_prints_a_line_of_json_for_each_song(render: Run, tmp_path: Path, site: Loopback) -> None:
+    url = f"{site.address}{LINK}"
     silence = write_wav(tmp_path / "silence.wav", np.zeros((100000, 2)), 44100)
     result = render("--analyze", DEMO_SONG, silence, "missing.wav", url)
 
@@ -73,86 +75,68 @@ def test_analyze_prints_a_line_of_json_for_each_song(render: Run, tmp_path: Path
     assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
 
 
-def interrupt(program: subprocess.Popen[str]) -> None:
-    program.send_signal(signal.SIGINT)
-    assert program.wait(timeout=60) == 130
-
-
-def interrupt_like_a_terminal(program: subprocess.Popen[str]) -> None:
-    os.killpg(program.pid, signal.SIGINT)
-    assert program.wait(timeout=60) == 130
-
-
-def kill(program: subprocess.Popen[str]) -> None:
-    program.kill()
-    program.wait()
-
-
 Start = Callable[..., subprocess.Popen[str]]
 
 
 @pytest.fixture
 def start(environment: dict[str, str], tmp_path: Path) -> Iterator[Start]:
-    """Starts kelvane-render and does not wait for it."""
+    """Starts kelvane-render, as the leader of a process group, and does not wait for it."""
     with ExitStack() as stack:
 
-        def start(*arguments: str | Path, **changed: str) -> subprocess.Popen[str]:
-            program = subprocess.Popen(
-                [RENDER, *arguments],
-                cwd=tmp_path,
-                env=environment | changed,
-                text=True,
-                stdout=subprocess.PIPE,
-                stderr=subprocess.PIPE,
-                start_new_session=True,
-            )
-            return stack.enter_context(program)
+        def start(*arguments: str | Path, **variables: str) -> subprocess.Popen[str]:
+            pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True}
+            options = {"cwd": tmp_path, "env": environment | variables, "start_new_session": True}
+            return stack.enter_context(subprocess.Popen([RENDER, *arguments], **pipes, **options))
 
         yield start
 
 
-@pytest.mark.parametrize("end", [interrupt, interrupt_like_a_terminal, kill])
 @pytest.mark.parametrize(
-    ("song", "arguments", "sign", "num_processes"),
+    ("song", "arguments", "sign", "num_processes", "end"),
     [
-        ("stalled", ["--full-song"], "waiting for the server", 2),
-        ("long", ["--full-song", "--bpm", "auto:100"], "Detecting", 2),
-        ("long", ["--stems", "bass"], "Separating stems... 1%", 2),
-        ("installing", ["--stems", "bass"], "Fetching", 3),
-        ("", ["--prepare"], "Checking what is missing", 3),
+        ("stalled", ["--full-song"], "waiting for the server", 2, "Ctrl+C"),
+        ("stalled", ["--full-song"], "waiting for the server", 2, "SIGKILL"),
+        ("long", ["--full-song", "--bpm", "auto:100"], "Detecting", 2, "SIGINT"),
+        ("long", ["--full-song", "--bpm", "auto:100"], "Detecting", 2, "SIGKILL"),
+        ("long", ["--stems", "bass"], "Separating stems... 1%", 2, "Ctrl+C"),
+        ("long", ["--stems", "bass"], "Separating stems... 1%", 2, "SIGINT"),
+        ("long", ["--stems", "bass"], "Separating stems... 1%", 2, "SIGKILL"),
+        ("installing", ["--stems", "bass"], "Fetching", 3, "SIGINT"),
+        ("installing", ["--stems", "bass"], "Fetching", 3, "SIGKILL"),
+        ("", ["--prepare"], "Checking what is missing", 3, "Ctrl+C"),
+        ("", ["--prepare"], "Checking what is missing", 3, "SIGKILL"),
     ],
-    ids=["download", "detection", "separation", "installation", "preparation"],
 )
 def test_nothing_outlives_the_program(
     start: Start,
     tmp_path: Path,
-    site: Site,
+    site: Loopback,
     long_song: Path,
     song: str,
     arguments: list[str],
     sign: str,
     num_processes: int,
-    end: Callable[[subprocess.Popen[str]], None],
+    end: str,
 ) -> None:
-    changed = {}
-    if song in ("installing", ""):  # from an index that does not answer
-        changed = {
-            "UV_CACHE_DIR": str(tmp_path / "cold"),
-            "XDG_CACHE_HOME": str(tmp_path / "cold"),
-            "UV_DEFAULT_INDEX": f"{site.address}/stalled",
-            "UV_FIND_LINKS": "",
-        }
-    source = f"{site.address}/stalled.ogg" if song == "stalled" else long_song
-    program = start(*([source, "--out", "out"] if song else []), *arguments, **changed)
+    source = {"stalled": [f"{site.address}/stalled.ogg"], "": []}.get(song, [long_song])
+    variables = {}
+    with socket.create_server(("127.0.0.1", 0)) as silent:
+        if song in ("installing", ""):  # from an index that does not answer
+            cold = dict.fromkeys(("UV_CACHE_DIR", "XDG_CACHE_HOME"), str(tmp_path / "cold"))
+            variables = cold | {"UV_DEFAULT_INDEX": f"http://127.0.0.1:{silent.getsockname()[1]}", "UV_FIND_LINKS": ""}
+        program = start(*source, "--out", "out", *arguments, **variables) if song else start(*arguments, **variables)
 
-    # The sign that the worker is at work shows too that its lines arrive while it is.
-    assert any(sign in line for line in program.stdout)
-    while len(family := descendants(program.pid)) < num_processes:
-        assert program.poll() is None
+        # The sign that the worker is at work also shows that its lines arrive meanwhile.
+        assert any(sign in line for line in program.stdout)
+        while len(family := descendants(program.pid)) < num_processes:
+            assert program.poll() is None
 
-    end(program)
-    assert gone(family, 10)
-    if end is not kill:
+        {"SIGKILL": program.kill, "SIGINT": lambda: program.send_signal(signal.SIGINT)}.get(
+            end, lambda: os.killpg(program.pid, signal.SIGINT)
+        )()
+        assert program.wait(timeout=60) == (-signal.SIGKILL if end == "SIGKILL" else 130)
+        assert gone(family, 10)
+    if end != "SIGKILL":
         assert program.stderr.read().endswith("Cancelled.\n")
 
 
@@ -174,7 +158,7 @@ def test_after_a_preparation_no_network_is_needed(
     assert result.returncode == 0, result.stdout + result.stderr
 
 
-def test_a_cancel_during_a_workers_start(start: Start, site: Site) -> None:
+def test_a_cancel_during_a_workers_start(start: Start, site: Loopback) -> None:
     for delay in np.linspace(0.01, 0.2, 12):
         program = start("--analyze", f"{site.address}/stalled.ogg")
         time.sleep(delay)

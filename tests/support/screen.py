@@ -1,16 +1,18 @@
 """A separate screen for a program with a window."""
 
 import os
-import struct
 import subprocess
-import sys
 import time
-import zlib
 from collections.abc import Callable
 from pathlib import Path
 from typing import TypeVar
 
 import numpy as np
+from Xlib import X
+from Xlib.display import Display
+from Xlib.error import XError
+from Xlib.protocol.event import ClientMessage, SelectionNotify
+from Xlib.xobject.drawable import Window as XWindow
 
 Found = TypeVar("Found")
 
@@ -26,26 +28,23 @@ def wait_for(condition: Callable[[], Found], seconds: float = 60.0) -> Found | N
 
 
 class Screen:
-    """An X server with a window manager, and a user's eyes and hands."""
+    """An X server with a window manager, and a user's eyes and hands. Windows are named by their ids."""
 
     def __init__(self, environment: dict[str, str]) -> None:
         reading, writing = os.pipe()
-        self.server = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(writing), "-screen", "0", "1600x1000x24", "-nolisten", "tcp"],
-            pass_fds=[writing],
-            stderr=subprocess.DEVNULL,
-        )
+        command = ["Xvfb", "-displayfd", str(writing), "-screen", "0", "1600x1000x24", "-nolisten", "tcp"]
+        self.server = subprocess.Popen(command, pass_fds=[writing], stderr=subprocess.DEVNULL)
         os.close(writing)
         with os.fdopen(reading) as display:
             self.environment = {**environment, "DISPLAY": f":{display.readline().strip()}"}
         # A window that asks to be shown before the manager has read its theme is never shown.
         ready = Path(environment["TMPDIR"]) / "window-manager-is-ready"
-        self.manager = subprocess.Popen(
-            ["openbox", "--startup", f"touch {ready}"], env=self.environment, stderr=subprocess.DEVNULL
-        )
+        self.manager = self.start("openbox", "--startup", f"touch {ready}")
         assert wait_for(ready.exists), "the window manager did not start"
+        self.display = Display(self.environment["DISPLAY"])
 
     def close(self) -> None:
+        self.display.close()
         for process in (self.manager, self.server):
             process.terminate()
             process.wait()
@@ -53,11 +52,9 @@ class Screen:
     def start(self, *command: str, **variables: str) -> subprocess.Popen[bytes]:
         return subprocess.Popen(command, env=self.environment | variables, stderr=subprocess.DEVNULL)
 
-    def ask(self, *command: str) -> str:
+    def xdotool(self, *arguments: object) -> str:
+        command = ["xdotool", *map(str, arguments)]
         return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=60).stdout
-
-    def xdotool(self, *arguments: str) -> str:
-        return self.ask("xdotool", *arguments)
 
     def windows(self, title: str = "Kelvane") -> list[str]:
         return self.xdotool("search", "--onlyvisible", "--name", f"^{title}$").split()
@@ -83,68 +80,81 @@ class Screen:
 
     def size_of(self, window: str) -> tuple[int, int]:
         """Returns width and height, or zeros if the window has gone."""
-        shell = dict(line.split("=") for line in self.xdotool("getwindowgeometry", "--shell", window).split())
-        return int(shell.get("WIDTH", 0)), int(shell.get("HEIGHT", 0))
+        try:
+            size = self._object(window).get_geometry()
+        except XError:
+            return 0, 0
+        return size.width, size.height
 
     def outer_size_of(self, window: str) -> tuple[int, int]:
         """Returns width and height, including the window manager's frame."""
-        extents = self.ask("xprop", "-id", window, "_NET_FRAME_EXTENTS").split("=")[1]
-        left, right, top, bottom = (int(extent) for extent in extents.split(","))
+        frame = self._object(window).get_full_property(self._atom("_NET_FRAME_EXTENTS"), X.AnyPropertyType)
+        left, right, top, bottom = frame.value
         width, height = self.size_of(window)
         return width + left + right, height + top + bottom
 
     def drag_corner(self, window: str, right: int, down: int) -> None:
         """Resizes with the mouse, as a user would: with Alt and the right button near the bottom right corner."""
         width, height = self.size_of(window)
-        self.xdotool("mousemove", "--window", window, str(width - 10), str(height - 10))
-        self.xdotool("keydown", "alt", "mousedown", "3")
-        for step in range(1, 11):
-            self.xdotool(
-                "mousemove",
-                "--window",
-                window,
-                str(width - 10 + right * step // 10),
-                str(height - 10 + down * step // 10),
-            )
-        self.xdotool("mouseup", "3", "keyup", "alt")
+        self.xdotool("mousemove", "--window", window, width - 10, height - 10, "keydown", "alt", "mousedown", 3)
+        for _ in range(10):
+            self.xdotool("mousemove_relative", "--sync", "--", right // 10, down // 10)
+        self.xdotool("mouseup", 3, "keyup", "alt")
 
     def click(self, window: str, x: int, y: int) -> None:
-        self.xdotool("mousemove", "--window", window, str(x), str(y), "click", "1")
-
-    def drop(self, window: str, x: int, y: int, kind: str, data: str) -> None:
-        """Drops data of a MIME type at a point in a window."""
-        place = dict(line.split("=") for line in self.xdotool("getwindowgeometry", "--shell", window).split())
-        point = str(int(place["X"]) + x), str(int(place["Y"]) + y)
-        command = [sys.executable, str(Path(__file__).with_name("drag.py")), window, *point, kind, data]
-        subprocess.run(command, env=self.environment, check=True, timeout=60)
+        self.xdotool("mousemove", "--window", window, x, y, "click", 1)
 
     def press(self, *keys: str) -> None:
         self.xdotool("key", "--clearmodifiers", *keys)
 
+    def drop(self, window: str, x: int, y: int, kind: str, data: str) -> None:
+        """Drops data of a MIME type at a point in a window by the XDND protocol, as another program would."""
+        target, root = self._object(window), self.display.screen().root
+        place = root.translate_coords(target, x, y)
+        source = root.create_window(0, 0, 1, 1, 0, X.CopyFromParent)
+        source.set_selection_owner(self._atom("XdndSelection"), X.CurrentTime)
+
+        def send(message: str, *values: int) -> None:
+            content = 32, [source.id, *values, *[0] * (4 - len(values))]
+            target.send_event(ClientMessage(window=target, client_type=self._atom(message), data=content))
+
+        send("XdndEnter", 3 << 24, self._atom(kind))
+        send("XdndPosition", 0, place.x << 16 | place.y, X.CurrentTime, self._atom("XdndActionCopy"))
+        send("XdndDrop")
+
+        def is_accepted() -> bool:
+            while self.display.pending_events():
+                event = self.display.next_event()
+                if event.type == X.SelectionRequest:
+                    event.requestor.change_property(event.property, event.target, 8, data.encode())
+                    fields = ("time", "requestor", "selection", "target", "property")
+                    event.requestor.send_event(SelectionNotify(**{name: getattr(event, name) for name in fields}))
+                if event.type == X.ClientMessage and event.client_type == self._atom("XdndFinished"):
+                    return True
+            return False
+
+        assert wait_for(is_accepted), "the drop was not accepted"
+
     def picture_of(self, window: str) -> np.ndarray:
         """Returns the pixels of a window, or of "root", of shape (height, width, 3): RGB from 0 to 255."""
-        which = ["-root"] if window == "root" else ["-id", window]
-        dump = subprocess.run(
-            ["xwd", "-silent", *which], env=self.environment, capture_output=True, check=True, timeout=60
-        ).stdout
-        header = np.frombuffer(dump, ">u4", 25)
-        width, height, depth, bytes_per_line = header[4], header[5], header[11] // 8, header[12]
-        lines = np.frombuffer(dump, np.uint8, offset=header[0] + 12 * header[19]).reshape(height, bytes_per_line)
-        return lines[:, : depth * width].reshape(height, width, depth)[:, :, 2::-1]
+        drawable = self._object(window)
+        size = drawable.get_geometry()
+        image = drawable.get_image(0, 0, size.width, size.height, X.ZPixmap, 0xFFFFFFFF)
+        return np.frombuffer(image.data, np.uint8).reshape(size.height, size.width, 4)[:, :, 2::-1]
+
+    def _object(self, window: str) -> XWindow:
+        screen = self.display.screen()
+        return screen.root if window == "root" else self.display.create_resource_object("window", int(window))
+
+    def _atom(self, name: str) -> int:
+        return self.display.intern_atom(name)
 
 
 def save(name: str, picture: np.ndarray) -> None:
     """Saves a picture in the folder that KELVANE_PICTURES names, if any."""
     if folder := os.environ.get("KELVANE_PICTURES"):
         Path(folder).mkdir(parents=True, exist_ok=True)
-        write_png(Path(folder) / f"{name}.png", picture)
-
-
-def write_png(path: Path, picture: np.ndarray) -> None:
-    height, width, _ = picture.shape
-    lines = b"".join(b"\0" + row.tobytes() for row in picture)
-    header = struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)
-    with path.open("wb") as file:
-        file.write(b"\x89PNG\r\n\x1a\n")
-        for name, data in ((b"IHDR", header), (b"IDAT", zlib.compress(lines)), (b"IEND", b"")):
-            file.write(struct.pack(">I", len(data)) + name + data + struct.pack(">I", zlib.crc32(name + data)))
+        height, width, _ = picture.shape
+        raw = ["-f", "rawvideo", "-pix_fmt", "rgb24", "-s", f"{width}x{height}", "-i", "-", "-update", "1"]
+        command = ["ffmpeg", "-v", "error", "-y", *raw, Path(folder) / f"{name}.png"]
+        subprocess.run(command, input=picture.tobytes(), check=True)

@@ -19,6 +19,9 @@ NOWHERE = (700, 30)
 # Regions that show something.
 FILE_NAME, FOLDER_NAME = (62, 226, 182, 22), (993, 216, 219, 22)
 DETECTED, STATUS, PROGRESS_BAR = (857, 316, 64, 92), (22, 494, 1206, 20), (22, 522, 1042, 34)
+INPUT_PANEL, AROUND_URL, AROUND_CHOOSE_FILE = (22, 114, 238, 368), (62, 300, 182, 52), (60, 188, 186, 2)
+LEFT_OF_ANALYZE = (600, 140, 200, 16)
+SLIDER_VALUE, BPM_FROM_BOX, BPM_AUTO_TOGGLE = (857, 253, 64, 20), (634, 318, 56, 24), (788, 316, 64, 28)
 ACCENT, PANEL = (0xF2, 0xA8, 0x38), (0x3A, 0x21, 0x17)
 
 
@@ -95,7 +98,7 @@ class Window:
         assert wait_for(lambda: not self.screen.windows(title))
 
         def under_mouse_at(point: tuple[int, int]) -> np.ndarray:
-            self.screen.xdotool("mousemove", "--window", self.id, *map(str, point))
+            self.screen.xdotool("mousemove", "--window", self.id, *point)
             time.sleep(0.1)
             return self.part((EXECUTE[0] - 60, EXECUTE[1] - 10, 20, 20))
 
