@@ -4,6 +4,7 @@ import re
 import ssl
 import threading
 from collections.abc import Callable
+from hashlib import sha256
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 # What goes wrong halfway through an answer: a pause until the server closes, a connection that breaks, or a file that
@@ -64,7 +65,7 @@ class _Handler(BaseHTTPRequestHandler):
     do_HEAD = do_GET  # named by the base class
 
     def _headers(self, body: bytes, trouble: str | None) -> list[tuple[str, str]]:
-        headers = [("ETag", f'"{hash(body)}"'), ("X-Repo-Commit", "1" * 40)]  # asked for by the hub's client
+        headers = [("ETag", f'"{sha256(body).hexdigest()}"'), ("X-Repo-Commit", "1" * 40)]  # for the hub's client
         if self.path.endswith("/"):
             headers.append(("Content-Type", "application/vnd.pypi.simple.v1+json"))
         return [*headers, ("Connection", "close") if trouble == CUT else ("Content-Length", str(len(body)))]
