@@ -17,12 +17,12 @@ import numpy as np
 ROOT = Path(__file__).parents[1]
 sys.path.insert(0, str(ROOT / "tests" / "support"))
 
-import model_hub as hubs  # noqa: E402
+from loopback import Loopback  # noqa: E402
 from package_indexes import PackageIndexes  # noqa: E402
 from wav import write_wav  # noqa: E402
 from workers import DEMO_SONG, ENVIRONMENT, UV, cache_without_stems, provide  # noqa: E402
 
-__all__ = ["DEMO_SONG", "PackageIndexes", "hubs"]
+__all__ = ["DEMO_SONG", "Loopback", "PackageIndexes"]
 
 RENDER = os.environ.get("KELVANE_RENDER", str(ROOT / "build" / "release" / "bin" / "kelvane-render"))
 
@@ -90,7 +90,9 @@ class Lab:
         self.temporary.mkdir()
         cache = cache_without_stems(folder / "cache")
         self.stems = folder / "cache" / "kelvane" / "stems"
-        self.environment = {name: value for name, value in ENVIRONMENT.items() if name != "DISPLAY"}
+        self.environment = {
+            name: value for name, value in ENVIRONMENT.items() if name not in ("DISPLAY", "PYTHONDONTWRITEBYTECODE")
+        }
         self.environment |= cache | {"KELVANE_UV": UV, "TMPDIR": str(self.temporary), _MARK: str(folder)}
         self.environment |= {"HF_HOME": str(self.hub), "HF_HUB_OFFLINE": "1"}
         for script in ("analyze.py", "yt2wav.py"):

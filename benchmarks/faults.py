@@ -5,6 +5,7 @@ must succeed. Mounts small disks in a namespace of its own, which wants Linux an
 """
 
 import argparse
+import json
 import os
 import random
 import resource
@@ -22,7 +23,20 @@ from functools import partial
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from pathlib import Path
 
-from fault_lab import DEMO_SONG, ROOT, Disturb, Lab, PackageIndexes, dies, either, hubs, mount, names, says, succeeds
+from fault_lab import (
+    DEMO_SONG,
+    ROOT,
+    Disturb,
+    Lab,
+    Loopback,
+    PackageIndexes,
+    dies,
+    either,
+    mount,
+    names,
+    says,
+    succeeds,
+)
 
 _IN_NAMESPACE = "KELVANE_FAULTS_IN_NAMESPACE"
 _FULL = says("The disk is full", "No space left")
@@ -54,10 +68,10 @@ def disks(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
     for room in (0, 64, 512, 1024, 2048):
         with mount(lab.stems, "size=2200m") as unmount:
             lab.attempt("full disk: kept stems", succeeds, disturb=_shrinking(lab.stems, room), restore=unmount)
-    with hubs.serve(lab.hub) as hub:
+    with _model_hub(lab.hub) as hub:
         for size in ("4k", "16k", "64k", "128k", "192k"):
             with mount(lab.folder / "small", f"size={size}") as unmount:
-                online = {"HF_HOME": str(lab.folder / "small"), "HF_HUB_OFFLINE": "0", "HF_ENDPOINT": hub}
+                online = {"HF_HOME": str(lab.folder / "small"), "HF_HUB_OFFLINE": "0", "HF_ENDPOINT": hub.address}
                 lab.attempt("full disk: model", _FULL, restore=unmount, **online)
 
     with package_indexes(lab) as variables:
@@ -86,22 +100,21 @@ def _shrinking(folder: Path, kilobytes: int) -> Disturb:
     return disturb
 
 
+def _model_hub(folder: Path) -> Loopback:
+    files = {path.name: path.read_bytes() for path in folder.rglob("*") if path.suffix}
+    listing = json.dumps({"id": "adefossez/HTDemucs", "siblings": [{"rfilename": name} for name in files]})
+    return Loopback(lambda path: files.get(path.rpartition("/")[2]) or listing.encode())
+
+
 @contextmanager
 def package_indexes(lab: Lab) -> Iterator[dict[str, str]]:
     """Variables for empty caches, and for an index of what the detection needs, which is small and of no use."""
-    with tempfile.TemporaryDirectory(dir=lab.folder) as folder:
-        indexes = PackageIndexes(Path(folder))
+    with tempfile.TemporaryDirectory(dir=lab.folder) as folder, PackageIndexes(Path(folder)) as indexes:
         for package, version in (("av", "18.1.0"), ("numpy", "2.4.6")):
             indexes.add(f"/simple/{package}", version, "2025-01-01T00:00:00Z", size=3_000_000)
         caches = {"XDG_CACHE_HOME": f"{folder}/cache", "UV_CACHE_DIR": f"{folder}/uv", "UV_FIND_LINKS": ""}
-        try:
-            yield caches | {
-                "HTTPS_PROXY": indexes.proxy,
-                "SSL_CERT_FILE": str(indexes.authority),
-                "UV_HTTP_RETRIES": "0",
-            }
-        finally:
-            indexes.close()
+        proxy = {"HTTPS_PROXY": indexes.address, "SSL_CERT_FILE": str(indexes.authority)}
+        yield caches | proxy | {"UV_HTTP_RETRIES": "0"}
 
 
 def kills(target: str, lab: Lab, options: argparse.Namespace, dice: random.Random) -> None:
@@ -264,15 +277,15 @@ def sites(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
 
 _SITES_FAULTS = {
     "stalls-at-once": says("did not answer in time"),
-    "stalls": says("broke off"),
-    "breaks-off": says("broke off"),
-    "resets": says("broke off", "could not be reached"),
-    "states-too-much": says("broke off"),
+    "stalls": says("download failed", "did not answer in time"),
+    "breaks-off": says("download failed", "too early"),
+    "resets": says("download failed", "could not be reached"),
+    "states-too-much": says("download failed", "too early"),
     "states-too-little": either(says(), succeeds),
     "states-nonsense": either(says(), succeeds),
     "states-less-than-nothing": either(says(), succeeds),
     "empty": says(),
-    "no-http": says("could not be reached", "broke off"),
+    "no-http": says("could not be reached", "download failed"),
     "redirects-to-itself": says(),
     "redirects-further": says(),
 }
