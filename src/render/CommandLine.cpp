@@ -1,10 +1,10 @@
 #include "render/CommandLine.h"
 
-#include "pipeline/FileInFolder.h"
 #include "pipeline/RunChecks.h"
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <optional>
 
 namespace
@@ -182,12 +182,16 @@ juce::String parseBits (const juce::String& text, PipelineConfig& settings)
     return {};
 }
 
+/** juce::File would take a leading tilde for a home folder, and a path that climbs above the root for a relative one. */
 juce::File resolvePath (const juce::String& path)
 {
-    if (juce::File::isAbsolutePath (path) && ! path.startsWithChar ('~'))
-        return juce::File (path);
+    const auto toPath = [] (const juce::String& text)
+    { return std::filesystem::path (reinterpret_cast<const char8_t*> (text.toRawUTF8())); };
 
-    return fileInFolder (juce::File::getCurrentWorkingDirectory(), path);
+    const auto absolute = toPath (juce::File::getCurrentWorkingDirectory().getFullPathName()) / toPath (path);
+    const auto text = absolute.lexically_normal().u8string();
+    return juce::File (
+        juce::String::fromUTF8 (reinterpret_cast<const char*> (text.data()), static_cast<int> (text.size())));
 }
 
 juce::String parseFolder (const juce::String& text, PipelineConfig& settings)

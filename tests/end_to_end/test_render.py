@@ -140,7 +140,7 @@ def test_reports_unusable_output_folders(render: Run, tmp_path: Path, song: Path
     kept.mkdir(parents=True)
     for out, message in (
         (song, "Choose a valid output folder."),
-        ("/proc/nowhere", "Could not create the output folder:\n/proc/nowhere"),
+        ("/../proc/./nowhere", "Could not create the output folder:\n/proc/nowhere"),
         ("out", f"Could not open output file for writing:\n{kept.parent}"),
     ):
         result = render(song, "--full-song", "--out", out)
