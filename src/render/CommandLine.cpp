@@ -182,7 +182,7 @@ juce::String parseBits (const juce::String& text, PipelineConfig& settings)
     return {};
 }
 
-/** juce::File would take a leading tilde for a home folder, and a path that climbs above the root for a relative one. */
+/** juce::File would take a leading tilde for a home folder, and a path above the root for a relative one. */
 juce::File resolvePath (const juce::String& path)
 {
     const auto toPath = [] (const juce::String& text)
