@@ -4,6 +4,7 @@ import re
 import ssl
 import threading
 from collections.abc import Callable
+from contextlib import suppress
 from hashlib import sha256
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
@@ -40,6 +41,10 @@ class Loopback:
 class _Handler(BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
     loopback: Loopback
+
+    def handle(self) -> None:
+        with suppress(ConnectionError):  # when a client is killed
+            super().handle()
 
     def do_CONNECT(self) -> None:
         self.send_response(200)

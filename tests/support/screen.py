@@ -134,6 +134,8 @@ class Screen:
             return False
 
         assert wait_for(is_accepted), "the drop was not accepted"
+        source.destroy()
+        self.display.sync()
 
     def picture_of(self, window: str) -> np.ndarray:
         """Returns the pixels of a window, or of "root", of shape (height, width, 3): RGB from 0 to 255."""

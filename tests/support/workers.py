@@ -4,6 +4,7 @@ import os
 import shutil
 import subprocess
 from functools import cache
+from itertools import pairwise
 from pathlib import Path
 
 import pytest
@@ -34,6 +35,44 @@ def run_uv(purpose: str, *arguments: str | Path) -> str:
         pytest.skip(f"The packages for {purpose} could not be installed: {done.stderr.strip()}")
     assert done.returncode == 0, done.stderr
     return done.stdout
+
+
+def write_script(worker: Path, path: Path, code: str) -> Path:
+    """Writes a script that has the packages of a worker, and the modules beside it."""
+    block = worker.read_text().partition('"""')[0]
+    path.write_text(
+        f"{block}import pathlib, sys\nsys.dont_write_bytecode = True\nsys.path.insert(0, {str(SCRIPTS)!r})\n"
+        f"from installation import environment\nenvironment.enter(pathlib.Path({str(worker)!r}))\n{code}"
+    )
+    return path
+
+
+def run_each(
+    worker: Path, folder: Path, calls: list[list[str | Path]], environment: dict[str, str] = ENVIRONMENT
+) -> list[list[str]]:
+    """Calls a worker's main with each list of arguments, in one process. Returns the lines that each call prints.
+
+    The last line of a call that fails is its message.
+    """
+    code = _RUN_EACH.format(worker.stem, [list(map(str, arguments)) for arguments in calls])
+    lines = run_worker(write_script(worker, folder / "each.py", code), environment=environment, status=0)
+    starts = [number for number, line in enumerate(lines) if line == "NEXT CALL"]
+    return [lines[start + 1 : end] for start, end in pairwise([*starts, None])]
+
+
+_RUN_EACH = """
+import {0}, worker
+
+def main(_):
+    for arguments in {1}:
+        worker.say("NEXT CALL")
+        try:
+            {0}.main(arguments)
+        except worker.WorkerError as error:
+            worker.say(str(error))
+
+worker.run(main)
+"""
 
 
 def cache_without_stems(folder: Path) -> dict[str, str]:

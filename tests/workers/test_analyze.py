@@ -1,29 +1,19 @@
-"""analyze.py as the program runs it: on songs made here, on the demo song, on odd files, and on what is no song."""
+"""analyze.py on songs made here, on the demo song, and on odd and damaged files."""
 
 import json
-from collections.abc import Callable
+import subprocess
 from itertools import pairwise
 from pathlib import Path
 
 import numpy as np
 import pytest
 from wav import write_float_wav
-from workers import DEMO_SONG, SCRIPTS, provide, run_worker
+from workers import DEMO_SONG, SCRIPTS, run_each, run_worker
 
 SCRIPT = SCRIPTS / "analyze.py"
 RATE = 22050
 NOISE = np.random.default_rng(1).normal(0, 0.1, 3 * RATE)
-
-
-@pytest.fixture(scope="module", autouse=True)
-def packages() -> None:
-    """Installs them before the tests, since a worker prints how that goes on."""
-    provide("analyze.py")
-
-
-def detect(path: Path, *flags: str) -> dict[str, float]:
-    (line,) = run_worker(SCRIPT, path, *(flags or ("--bpm", "--key")), status=0)
-    return json.loads(line.removeprefix("RESULT::"))
+MAJOR, MINOR = [(0, 4), (9, 3), (5, 4), (7, 4), (0, 4)], [(0, 3), (8, 4), (5, 3), (7, 4), (0, 3)]
 
 
 def save(path: Path, samples: np.ndarray, rate: int = RATE) -> Path:
@@ -63,96 +53,71 @@ def triads(roots_and_thirds: list[tuple[int, int]], cents: float = 0) -> np.ndar
     return 0.05 * np.concatenate(sounds)
 
 
-@pytest.fixture
-def song() -> np.ndarray:
-    """Twelve seconds at 120 BPM in E minor."""
-    return drums(even(120, 24)) + triads([(4, 3), (0, 4), (9, 3), (11, 4), (4, 3), (4, 3)] * 2)
+def cadence(chords: list[tuple[int, int]], tonic: int, cents: float) -> np.ndarray:
+    return triads([((root + tonic) % 12, third) for root, third in chords] * 2, cents)
 
 
-def test_demo_song() -> None:
-    assert detect(DEMO_SONG) == {"bpm": pytest.approx(112, abs=0.1), "key_index": 2}
+def tempo(bpm: float, tolerance: float = 0.1) -> dict[str, object]:
+    return {"bpm": pytest.approx(bpm, abs=tolerance)}
 
 
-@pytest.mark.parametrize(("bpm", "kicks"), [(124.37, (0, 1, 2, 3)), (92.5, (0, 2)), (109.8, (0, 2)), (171.2, (0,))])
-def test_measures_a_constant_tempo(tmp_path: Path, bpm: float, kicks: tuple[int, ...]) -> None:
-    path = save(tmp_path / "song.wav", drums(even(bpm, 80), kicks))
-    assert detect(path, "--bpm") == {"bpm": pytest.approx(bpm, abs=0.1)}
+def test_detects_tempo_and_key(tmp_path: Path) -> None:
+    song = drums(even(120, 24)) + triads([(4, 3), (0, 4), (9, 3), (11, 4), (4, 3), (4, 3)] * 2)
+    song_result = tempo(120, 0.2) | {"key_index": 4}
+    damaged = song.copy()
+    damaged[1000:1100], damaged[5000], damaged[70000], damaged[90000] = np.nan, np.inf, -np.inf, 3e38
+    drift = np.concatenate([[0], np.cumsum(60 / (104 + 8 * np.linspace(0, 1, 108) ** 3))])
+    steady = {124.37: (0, 1, 2, 3), 92.5: (0, 2), 109.8: (0, 2), 171.2: (0,)}
+    variants = {
+        "damaged": damaged,
+        "loud": song * 1e4,
+        "quiet": song * 1e-3,
+        "opposite channels": np.stack([song, -song], axis=1),
+        "right only": np.stack([0 * song, song], axis=1),
+        "six channels": np.repeat(song[:, None], 6, axis=1),
+        "late": np.concatenate([np.zeros(8 * RATE), song]),
+    }
+    featureless = {"noise": NOISE, "constant": np.full(3 * RATE, 0.5), "click": np.eye(1, 3 * RATE)[0]}
+    any_result = tempo(130, 90) | {"key_index": pytest.approx(5.5, abs=5.5)}
+    cases = {
+        **{f"{bpm} BPM": (drums(even(bpm, 80), kicks), RATE, tempo(bpm)) for bpm, kicks in steady.items()},
+        "a loop of whole bars": (drums(even(97.3, 8)), RATE, tempo(97.3, 0.002)),
+        "a drift, which gives its mean": (drums(drift), RATE, tempo(60 * 108 / drift[-1], 0.3)),
+        "8 kHz, longer than what is read": (np.tile(drums(even(120, 20), rate=8000), 30), 8000, tempo(120)),
+        "192 kHz": (drums(even(120, 20), rate=192000), 192000, tempo(120)),
+        **{name: (samples, RATE, song_result) for name, samples in variants.items()},
+        **{name: (samples, RATE, any_result) for name, samples in featureless.items()},
+        "a second": (NOISE[:RATE], RATE, any_result),
+    }
+    for tonic, cents in ((0, 0), (3, 38), (8, -38), (11, 0)):
+        for name, chords in (("major", MAJOR), ("minor", MINOR)):
+            cases[f"{name} {tonic}"] = cadence(chords, tonic, cents), RATE, {"key_index": tonic}
+
+    songs = {name: save(tmp_path / f"{name}.wav", samples, rate) for name, (samples, rate, _) in cases.items()}
+    expected = {name: result for name, (_, _, result) in cases.items()}
+    songs["demo"], expected["demo"] = DEMO_SONG, tempo(112) | {"key_index": 2}
+    source = save(tmp_path / "source.wav", 0.5 * song)
+    for suffix in ("mp3", "webm", "m4a", "flac"):
+        songs[suffix], expected[suffix] = tmp_path / f"song.{suffix}", tempo(120) | {"key_index": 4}
+        subprocess.run(["ffmpeg", "-v", "error", "-i", source, "-ar", "48000", songs[suffix]], check=True)
+
+    flags = {"bpm": "--bpm", "key_index": "--key"}
+    calls = [[path, *(flags[part] for part in expected[name])] for name, path in songs.items()]
+    lines = [line for (line,) in run_each(SCRIPT, tmp_path, calls)]
+    results = [json.loads(line.removeprefix("RESULT::")) for line in lines]
+    assert dict(zip(songs, results, strict=True)) == expected
 
 
-def test_a_device_is_refused() -> None:
-    *_, last_line = run_worker(SCRIPT, "/dev/zero", "--bpm", status=1)
-    assert last_line == "zero is not a file: choose another one."
-
-
-def test_a_song_that_is_cut_off_while_it_is_read(tmp_path: Path) -> None:
-    song = str(save(tmp_path / "song.wav", np.tile(NOISE, 10)))
-    (tmp_path / "read.py").write_text(
-        f"import os, sys\nsys.path.insert(0, {str(SCRIPTS)!r})\nimport worker\n"
-        f"worker.run(lambda _: [os.truncate({song!r}, 9999) for _ in worker.audio_frames({song!r})])"
-    )
-    *_, last_line = run_worker("--python", provide("analyze.py"), tmp_path / "read.py", status=1)
-    assert last_line == "song.wav became shorter while it was read: try again when it is complete."
-
-
-def test_a_loop_has_whole_bars(tmp_path: Path) -> None:
-    path = save(tmp_path / "loop.wav", drums(even(97.3, 8)))
-    assert detect(path)["bpm"] == pytest.approx(97.3, abs=0.002)
-
-
-def test_a_drifting_tempo_gives_its_mean(tmp_path: Path) -> None:
-    times = np.concatenate([[0], np.cumsum(60 / (104 + 8 * np.linspace(0, 1, 108) ** 3))])
-    path = save(tmp_path / "song.wav", drums(times))
-    assert detect(path)["bpm"] == pytest.approx(60 * 108 / times[-1], rel=0.003)
-
-
-@pytest.mark.parametrize(("tonic", "cents"), [(0, 0), (3, 38), (8, -38), (11, 0)])
-@pytest.mark.parametrize(
-    "cadence", [[(0, 4), (9, 3), (5, 4), (7, 4), (0, 4)], [(0, 3), (8, 4), (5, 3), (7, 4), (0, 3)]]
-)
-def test_finds_the_tonic(tmp_path: Path, cadence: list[tuple[int, int]], tonic: int, cents: float) -> None:
-    turned = [((root + tonic) % 12, third) for root, third in cadence]
-    path = save(tmp_path / "song.wav", triads(turned * 2, cents))
-    assert detect(path, "--key") == {"key_index": tonic}
-
-
-def damaged(song: np.ndarray) -> np.ndarray:
-    song[1000:1100], song[5000], song[70000], song[90000] = np.nan, np.inf, -np.inf, 3e38
-    return song
-
-
-@pytest.mark.parametrize(
-    "change",
-    [
-        damaged,
-        lambda song: song * 1e4,
-        lambda song: song * 1e-3,
-        lambda song: np.stack([song, -song], axis=1),
-        lambda song: np.stack([0 * song, song], axis=1),
-        lambda song: np.repeat(song[:, None], 6, axis=1),
-        lambda song: np.concatenate([np.zeros(8 * RATE), song]),
-    ],
-    ids=["damaged", "loud", "quiet", "opposite channels", "right only", "six channels", "late"],
-)
-def test_odd_signals(tmp_path: Path, song: np.ndarray, change: Callable[[np.ndarray], np.ndarray]) -> None:
-    assert detect(save(tmp_path / "song.wav", change(song))) == {"bpm": pytest.approx(120, abs=0.2), "key_index": 4}
-
-
-@pytest.mark.parametrize(("rate", "minutes"), [(8000, 60), (192000, 1 / 4)])
-def test_odd_rates_and_lengths(tmp_path: Path, rate: int, minutes: float) -> None:
-    samples = np.tile(drums(even(120, 20), rate=rate), round(6 * minutes))
-    assert detect(save(tmp_path / "song.wav", samples, rate))["bpm"] == pytest.approx(120, abs=0.1)
-
-
-@pytest.mark.parametrize(
-    ("samples", "reason"),
-    [
-        (np.zeros(5 * RATE), "is silent"),
-        (np.full(5 * RATE, np.nan), "is silent"),
-        (NOISE[: RATE - 1], "at least a second"),
-        (NOISE[:0], "empty or damaged"),
-    ],
-)
-def test_says_what_is_wrong(tmp_path: Path, samples: np.ndarray, reason: str) -> None:
-    *_, last_line = run_worker(SCRIPT, save(tmp_path / "a song.wav", samples), "--bpm", "--key", status=1)
-    assert "a song.wav" in last_line
-    assert reason in last_line
+def test_explains_why_a_song_is_refused(tmp_path: Path) -> None:
+    signals = {
+        "is silent": np.zeros(5 * RATE),
+        "silent": np.full(5 * RATE, np.nan),
+        "at least a second": NOISE[: RATE - 1],
+        "empty or damaged": NOISE[:0],
+    }
+    songs = [save(tmp_path / f"song {number}.wav", samples) for number, samples in enumerate(signals.values())]
+    printed = run_each(SCRIPT, tmp_path, [[song, "--bpm", "--key"] for song in songs])
+    for reason, song, (last_line,) in zip(signals, songs, printed, strict=True):
+        assert song.name in last_line
+        assert reason in last_line
+    assert run_worker(SCRIPT, songs[0], "--bpm", status=1) == printed[0]

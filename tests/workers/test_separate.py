@@ -9,7 +9,7 @@ from pathlib import Path
 import numpy as np
 import pytest
 from wav import read_wav, write_float_wav, write_wav
-from workers import ENVIRONMENT, SCRIPTS, UV, cache_without_stems, provide, run_worker
+from workers import ENVIRONMENT, SCRIPTS, UV, cache_without_stems, provide, run_each, run_worker, write_script
 
 SCRIPT = SCRIPTS / "separate.py"
 SUPPORT = Path(__file__).parents[1] / "support"
@@ -46,19 +46,9 @@ mix = numpy.fromfile(song, "<f4", offset=44).reshape(-1, 2).T
 numpy.savez(Path(song).with_suffix(".npz"), **demucs.separate_tensor(torch.from_numpy(mix.copy()))[1])
 """
 
-# Separates "bass" out of several songs in one process, each into a folder of its own.
-SEPARATE_ALL = """
-import separate
-from pathlib import Path
-def main(songs):
-    for song in songs:
-        separate.main([song, str(Path(song).with_suffix("")), "--model", "htdemucs", "--stems", "bass"])
-worker.run(main)
-"""
-
 # Stands in for a GPU whose memory runs out in the second chunk.
 FAILING_GPU = """
-import separate, torch
+import separate, torch, worker
 from separation import demucs_runner
 from demucs.htdemucs import HTDemucs
 forward, calls = HTDemucs.forward, []
@@ -87,16 +77,6 @@ def caching(environment: dict[str, str], tmp_path: Path) -> dict[str, str]:
 
 def arguments(song: Path, folder: Path, stems: str) -> list[str | Path]:
     return [SCRIPT, song, folder, "--model", "htdemucs", "--stems", stems]
-
-
-def write_script(path: Path, code: str) -> Path:
-    """Writes a script that runs as separate.py would, in its environment."""
-    block = SCRIPT.read_text().partition('"""')[0]
-    path.write_text(
-        f"{block}import pathlib, sys\nsys.dont_write_bytecode = True\nsys.path.insert(0, {str(SCRIPTS)!r})\n"
-        f"import worker\nfrom installation import environment\nenvironment.enter(pathlib.Path({str(SCRIPT)!r}))\n{code}"
-    )
-    return path
 
 
 def percents(lines: list[str]) -> list[int]:
@@ -141,7 +121,7 @@ def test_writes_the_wanted_stems_unscaled(
     gpu_fails: bool, loud_song: Path, reference: dict[str, np.ndarray], tmp_path: Path, environment: dict[str, str]
 ) -> None:
     _, *command = arguments(loud_song, tmp_path / "stems", "other,bass")
-    script = write_script(tmp_path / "failing_gpu.py", FAILING_GPU) if gpu_fails else SCRIPT
+    script = write_script(SCRIPT, tmp_path / "failing_gpu.py", FAILING_GPU) if gpu_fails else SCRIPT
     lines = run_worker(script, *command, environment=environment, status=0)
     assert percents(lines) == LOUD_SONG_PERCENTS
     assert sorted(os.listdir(tmp_path / "stems")) == ["bass.wav", "other.wav"]
@@ -172,7 +152,8 @@ def test_odd_and_damaged_songs(tmp_path: Path, environment: dict[str, str]) -> N
     songs.append(tmp_path / "changing channels.mp3")
     songs[-1].write_bytes((tmp_path / "j.part").read_bytes() + (tmp_path / "m.part").read_bytes())
 
-    run_worker(write_script(tmp_path / "all.py", SEPARATE_ALL), *songs, environment=environment, status=0)
+    calls = [arguments(song, song.with_suffix(""), "bass")[1:] for song in songs]
+    run_each(SCRIPT, tmp_path, calls, environment)
     stems = {song.stem: read_stem(song.with_suffix("") / "bass.wav") for song in songs}
     assert all(np.isfinite(stem).all() for stem in stems.values())
     np.testing.assert_array_equal(stems["damaged"], stems["muted"])
