@@ -42,7 +42,7 @@ def test_troubleshooting_quotes_the_programs() -> None:
     assert not [text for text in messages for part in text.split("…") if part.strip() not in sources]
 
 
-def test_the_example_worker_runs(tmp_path: Path) -> None:
+def test_example_worker_runs(tmp_path: Path) -> None:
     worker = re.search(r"```python\n(# /// script\n.+?)```", (ROOT / "docs" / "workers.md").read_text(), re.DOTALL)
     assert worker
     shutil.copy(RENDER, tmp_path)

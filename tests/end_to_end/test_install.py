@@ -1,4 +1,4 @@
-"""The installed tree, which is what packages hold."""
+"""The installed tree, as packages contain it."""
 
 import os
 import struct
@@ -16,14 +16,14 @@ APPLICATION = "org.kelvane.Kelvane"
 
 @pytest.fixture(scope="module")
 def tree(tmp_path_factory: pytest.TempPathFactory) -> Path:
-    """Installed as packagers do, and then moved."""
+    """Installs as packagers do, and then moves the tree."""
     folder = tmp_path_factory.mktemp("install")
     environment = os.environ | {"DESTDIR": str(folder / "staged")}
     subprocess.run(["cmake", "--install", BUILD, "--prefix", "/opt/kelvane"], env=environment, check=True)
     return (folder / "staged" / "opt" / "kelvane").rename(folder / "moved")
 
 
-def test_holds_what_is_needed_and_nothing_of_the_build(tree: Path) -> None:
+def test_installs_all_files_and_nothing_of_the_build(tree: Path) -> None:
     assert sorted(os.listdir(tree)) == ["bin", "lib", "share"]
     assert sorted(os.listdir(tree / "bin")) == ["kelvane", "kelvane-render"]
     paths = [path.relative_to(SCRIPTS) for path in SCRIPTS.rglob("*.*") if path.parent.name != "__pycache__"]
@@ -37,7 +37,7 @@ def test_holds_what_is_needed_and_nothing_of_the_build(tree: Path) -> None:
     assert {"Kelvane.txt", "JUCE.txt", "HarfBuzz.txt", "SheenBidi.txt", "GeistPixel.txt"} <= set(os.listdir(licences))
 
 
-def test_the_desktop_files_are_valid_and_lead_to_what_is_there(tree: Path) -> None:
+def test_desktop_files_are_valid_and_complete(tree: Path) -> None:
     share = tree / "share"
     entry = share / "applications" / f"{APPLICATION}.desktop"
     metainfo = share / "metainfo" / f"{APPLICATION}.metainfo.xml"
@@ -55,8 +55,8 @@ def test_the_desktop_files_are_valid_and_lead_to_what_is_there(tree: Path) -> No
     assert sizes >= {16, 22, 24, 32, 48, 64, 128, 256, 512}
 
 
-def test_renders_and_finds_its_workers_and_its_uv(tree: Path, tmp_path: Path, environment: dict[str, str]) -> None:
-    """Called by a link, on a machine without a uv, and then on one that has its own, which comes first."""
+def test_runs_and_finds_its_workers_and_uv(tree: Path, tmp_path: Path, environment: dict[str, str]) -> None:
+    """Started through a link. The user's own uv comes before the installed one."""
     for place in ("/opt/homebrew/bin/uv", "/usr/local/bin/uv", "/usr/bin/uv"):
         if os.path.exists(place):
             pytest.skip(f"This machine has uv at {place}, where it is always found.")

@@ -149,7 +149,7 @@ def test_reports_unusable_output_folders(render: Run, tmp_path: Path, song: Path
     assert kept.exists()
 
 
-def test_a_worker_that_is_stopped_cannot_say_why(
+def test_advises_when_a_worker_was_stopped(
     render: Run, tmp_path: Path, song: Path, environment: dict[str, str]
 ) -> None:
     environment["KELVANE_UV"] = str(tmp_path / "uv")
@@ -160,7 +160,7 @@ def test_a_worker_that_is_stopped_cannot_say_why(
             assert render(song, *arguments).stderr.endswith("is short, and try again.\n") == advises
 
 
-def test_more_audio_than_memory_is_an_error_and_no_crash(render: Run, tmp_path: Path) -> None:
+def test_reports_a_song_that_does_not_fit_into_memory(render: Run, tmp_path: Path) -> None:
     claimed = 3_000_000_000
     header = struct.pack(
         "<4sI4s4sIHHIIHH4sI", b"RIFF", claimed + 36, b"WAVE", b"fmt ", 16, 1, 2, 44100, 176400, 4, 16, b"data", claimed
@@ -178,7 +178,7 @@ def test_more_audio_than_memory_is_an_error_and_no_crash(render: Run, tmp_path: 
 @pytest.mark.parametrize(
     "name", ["two words", "Grüße 音楽 🎛", "-dash", "~tilde", ".hidden", "dots.in.it", 'it\'s 100% "real"']
 )
-def test_any_name_of_a_song(render: Run, tmp_path: Path, song: Path, name: str) -> None:
+def test_takes_a_song_of_any_name(render: Run, tmp_path: Path, song: Path, name: str) -> None:
     song.rename(tmp_path / f"{name}.wav")
     for _ in range(2):  # a second run takes the place of the first
         result = render("--out", f"out {name}", "--full-song", "--bits", "16", "--", f"{name}.wav")
@@ -186,7 +186,7 @@ def test_any_name_of_a_song(render: Run, tmp_path: Path, song: Path, name: str) 
         assert np.abs(read_wav(rendered(tmp_path / f"out {name}", name))[0] - NOISE).max() < 1e-3
 
 
-def test_no_samples_give_a_file_without_any(render: Run, tmp_path: Path) -> None:
+def test_renders_a_song_without_samples(render: Run, tmp_path: Path) -> None:
     write_wav(tmp_path / "nothing.wav", NOISE[:0], 44100)
     assert render("nothing.wav", "--out", "out", "--full-song", "--bits", "16", "--percent", "25").returncode == 0
     assert read_wav(rendered(tmp_path / "out", "nothing"))[0].shape == (0, 2)
@@ -212,7 +212,7 @@ def test_ctrl_c_cancels(tmp_path: Path, environment: dict[str, str]) -> None:
     assert all(len(read_wav(path)[0]) > 0 for path in outputs)
 
 
-def test_relative_paths_in_the_environment_keep_their_meaning(environment: dict[str, str], tmp_path: Path) -> None:
+def test_resolves_relative_paths_in_the_environment(environment: dict[str, str], tmp_path: Path) -> None:
     here = tmp_path / "here"
     (here / "wheels").mkdir(parents=True)
     (here / "uv").write_text(f"#!/bin/sh\nenv -0 > {tmp_path}/seen\n")
@@ -249,7 +249,7 @@ def test_relative_paths_in_the_environment_keep_their_meaning(environment: dict[
     ],
     ids=["full", "read-only"],
 )
-def test_a_disk_that_cannot_be_written_costs_no_older_file(
+def test_keeps_older_files_on_a_disk_that_cannot_be_written(
     state: str, reason: str, tmp_path: Path, song: Path, environment: dict[str, str]
 ) -> None:
     folder = tmp_path / "out" / "song - Stems"

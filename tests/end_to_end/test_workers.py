@@ -26,7 +26,7 @@ def environment(environment_with_workers: dict[str, str]) -> dict[str, str]:
     return environment_with_workers
 
 
-def test_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
+def test_renders_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
     """From a folder whose configuration would break uv."""
     (tmp_path / "uv.toml").write_text("no configuration [")
     (tmp_path / "pyproject.toml").write_text('[tool.uv]\nrequired-version = "<0.1"\n')
@@ -50,7 +50,7 @@ def test_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
     assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
 
 
-def test_a_link_becomes_a_folder_named_after_its_title(render: Run, tmp_path: Path, site: Loopback) -> None:
+def test_names_a_links_results_after_its_title(render: Run, tmp_path: Path, site: Loopback) -> None:
     result = render(f"{site.address}{LINK}", "--full-song", "--key", "auto:E", "--out", "out")
     assert result.returncode == 0, result.stdout + result.stderr
     assert "Processing full mix... (detected key: D)" in result.stdout
@@ -59,7 +59,7 @@ def test_a_link_becomes_a_folder_named_after_its_title(render: Run, tmp_path: Pa
     assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
 
 
-def test_analyze_prints_a_line_of_json_for_each_song(render: Run, tmp_path: Path, site: Loopback) -> None:
+def test_analyze_prints_json_for_each_song(render: Run, tmp_path: Path, site: Loopback) -> None:
     url = f"{site.address}{LINK}"
     silence = write_wav(tmp_path / "silence.wav", np.zeros((100000, 2)), 44100)
     result = render("--analyze", DEMO_SONG, silence, "missing.wav", url)
@@ -91,74 +91,70 @@ def start(environment: dict[str, str], tmp_path: Path) -> Iterator[Start]:
         yield start
 
 
+# What to run, the line which shows that the worker is at work, and how many processes there are then.
+STAGES = {
+    "download": (["stalled", "--out", "out", "--full-song"], "waiting for the server", 2),
+    "detection": (["long", "--out", "out", "--full-song", "--bpm", "auto:100"], "Detecting", 2),
+    "separation": (["long", "--out", "out", "--stems", "bass"], "Separating stems... 1%", 2),
+    "installation": (["long", "--out", "out", "--stems", "bass"], "Fetching", 3),
+    "preparation": (["--prepare"], "Checking what is missing", 3),
+}
+ENDS = {
+    "SIGKILL": lambda program: program.kill(),
+    "SIGINT": lambda program: program.send_signal(signal.SIGINT),
+    "Ctrl+C": lambda program: os.killpg(program.pid, signal.SIGINT),  # as a terminal sends it
+}
+
+
 @pytest.mark.parametrize(
-    ("song", "arguments", "sign", "num_processes", "end"),
+    ("stage", "end"),
     [
-        ("stalled", ["--full-song"], "waiting for the server", 2, "Ctrl+C"),
-        ("stalled", ["--full-song"], "waiting for the server", 2, "SIGKILL"),
-        ("long", ["--full-song", "--bpm", "auto:100"], "Detecting", 2, "SIGINT"),
-        ("long", ["--full-song", "--bpm", "auto:100"], "Detecting", 2, "SIGKILL"),
-        ("long", ["--stems", "bass"], "Separating stems... 1%", 2, "Ctrl+C"),
-        ("long", ["--stems", "bass"], "Separating stems... 1%", 2, "SIGINT"),
-        ("long", ["--stems", "bass"], "Separating stems... 1%", 2, "SIGKILL"),
-        ("installing", ["--stems", "bass"], "Fetching", 3, "SIGINT"),
-        ("installing", ["--stems", "bass"], "Fetching", 3, "SIGKILL"),
-        ("", ["--prepare"], "Checking what is missing", 3, "Ctrl+C"),
-        ("", ["--prepare"], "Checking what is missing", 3, "SIGKILL"),
+        *((stage, "SIGKILL") for stage in STAGES),
+        *((stage, "SIGINT") for stage in ("detection", "separation", "installation")),
+        *((stage, "Ctrl+C") for stage in ("download", "separation", "preparation")),
     ],
 )
 def test_nothing_outlives_the_program(
-    start: Start,
-    tmp_path: Path,
-    site: Loopback,
-    long_song: Path,
-    song: str,
-    arguments: list[str],
-    sign: str,
-    num_processes: int,
-    end: str,
+    stage: str, end: str, start: Start, tmp_path: Path, site: Loopback, long_song: Path
 ) -> None:
-    source = {"stalled": [f"{site.address}/stalled.ogg"], "": []}.get(song, [long_song])
-    variables = {}
+    arguments, sign, num_processes = STAGES[stage]
+    songs = {"stalled": f"{site.address}/stalled.ogg", "long": long_song}
     with socket.create_server(("127.0.0.1", 0)) as silent:
-        if song in ("installing", ""):  # from an index that does not answer
-            cold = dict.fromkeys(("UV_CACHE_DIR", "XDG_CACHE_HOME"), str(tmp_path / "cold"))
-            variables = cold | {"UV_DEFAULT_INDEX": f"http://127.0.0.1:{silent.getsockname()[1]}", "UV_FIND_LINKS": ""}
-        program = start(*source, "--out", "out", *arguments, **variables) if song else start(*arguments, **variables)
-
-        # The sign that the worker is at work also shows that its lines arrive meanwhile.
+        cold = dict.fromkeys(("UV_CACHE_DIR", "XDG_CACHE_HOME"), str(tmp_path / "cold"))
+        cold |= {"UV_DEFAULT_INDEX": f"http://127.0.0.1:{silent.getsockname()[1]}", "UV_FIND_LINKS": ""}
+        variables = cold if stage in ("installation", "preparation") else {}
+        program = start(*(songs.get(argument, argument) for argument in arguments), **variables)
         assert any(sign in line for line in program.stdout)
         while len(family := descendants(program.pid)) < num_processes:
             assert program.poll() is None
 
-        {"SIGKILL": program.kill, "SIGINT": lambda: program.send_signal(signal.SIGINT)}.get(
-            end, lambda: os.killpg(program.pid, signal.SIGINT)
-        )()
+        ENDS[end](program)
         assert program.wait(timeout=60) == (-signal.SIGKILL if end == "SIGKILL" else 130)
         assert gone(family, 10)
     if end != "SIGKILL":
         assert program.stderr.read().endswith("Cancelled.\n")
 
 
-def test_after_a_preparation_no_network_is_needed(
+def test_works_without_a_network_after_preparing(
     render: Run, environment: dict[str, str], model_hub: str, tmp_path: Path
 ) -> None:
-    environment |= {"XDG_CACHE_HOME": str(tmp_path / "cache"), "HF_HOME": str(tmp_path / "hub"), "HF_HUB_OFFLINE": "0"}
-    environment["HF_ENDPOINT"] = model_hub
+    """The packages of one worker and the model are missing."""
+    for item in Path(environment["XDG_CACHE_HOME"], "kelvane").glob("analyze-*"):
+        item.unlink()
+    environment |= {"HF_HOME": str(tmp_path / "hub"), "HF_HUB_OFFLINE": "0", "HF_ENDPOINT": model_hub}
     result = render("--prepare")
     assert result.returncode == 0, result.stdout + result.stderr
-    for purpose in ("Links", "Detection", "Stems"):
-        assert re.search(rf"^{purpose}: \d+ MB to fetch$", result.stdout, re.MULTILINE)
+    assert re.search(r"^Links: ready\nDetection: \d+ MB to fetch\nStems: ready$", result.stdout, re.MULTILINE)
     assert "100%  Fetching the model: 0.2 of 0.2 MB" in result.stdout
 
     nowhere = "http://127.0.0.1:9"
     environment |= {"HF_ENDPOINT": nowhere, "HTTPS_PROXY": nowhere, "UV_OFFLINE": "1"}
-    assert "Stems: ready" in render("--prepare").stdout
+    assert "Detection: ready" in render("--prepare").stdout
     result = render(DEMO_SONG, "--stems", "vocals", "--bpm", "auto:140", "--out", "out")
     assert result.returncode == 0, result.stdout + result.stderr
 
 
-def test_a_cancel_during_a_workers_start(start: Start, site: Loopback) -> None:
+def test_cancels_while_a_worker_starts(start: Start, site: Loopback) -> None:
     for delay in np.linspace(0.01, 0.2, 12):
         program = start("--analyze", f"{site.address}/stalled.ogg")
         time.sleep(delay)
@@ -168,20 +164,18 @@ def test_a_cancel_during_a_workers_start(start: Start, site: Loopback) -> None:
         assert gone(family, 10)
 
 
-def test_the_scripts_beside_the_program_are_found_however_it_is_called(
-    environment: dict[str, str], tmp_path: Path
-) -> None:
-    """By a path that is relative, or not told at all; and not those in the folder that it is called from."""
+def test_finds_the_scripts_beside_the_program(environment: dict[str, str], tmp_path: Path) -> None:
+    """Whether it is called by a relative path or by its name, and not those in the working folder."""
     for folder, bpm in (("program", 77), ("here", 99)):
         (tmp_path / folder / "python").mkdir(parents=True)
         script = f'print(\'RESULT::{{"bpm": {bpm}, "key_index": 1}}\')\n'
         (tmp_path / folder / "python" / "analyze.py").write_text(script)
     shutil.copy(RENDER, tmp_path / "program" / "kelvane-render")
     environment["PATH"] = f"{tmp_path}/program:{environment['PATH']}"
+    output = {"capture_output": True, "text": True}
 
-    for command in ("../program/kelvane-render", "kelvane-render"):
-        printed = subprocess.run(
-            [command, "--analyze", DEMO_SONG], cwd=tmp_path / "here", env=environment, capture_output=True, text=True
-        )
+    for program in ("../program/kelvane-render", "kelvane-render"):
+        command = [program, "--analyze", DEMO_SONG]
+        printed = subprocess.run(command, cwd=tmp_path / "here", env=environment, **output)
         assert '"bpm": 77' in printed.stdout, printed.stderr
     assert os.listdir(tmp_path / "program" / "python") == ["analyze.py"]

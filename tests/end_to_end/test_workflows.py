@@ -1,4 +1,4 @@
-"""The workflows that a host of the project runs, as another program understands them."""
+"""The workflows of the project's host, checked by a linter."""
 
 import subprocess
 
@@ -7,7 +7,7 @@ from workers import ENVIRONMENT, ROOT, UV, run_uv
 LINTER = ("tool", "run", "--quiet", "zizmor==1.32.0")
 
 
-def test_the_workflows_are_valid_and_safe() -> None:
+def test_workflows_are_valid_and_safe() -> None:
     run_uv("zizmor", *LINTER, "--version")
     lint = [UV, *LINTER, "--offline", "--no-progress", "--no-config", "--strict-collection", ROOT / ".github"]
     linted = subprocess.run(lint, env=ENVIRONMENT, capture_output=True, text=True)

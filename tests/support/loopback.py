@@ -9,8 +9,8 @@ from hashlib import sha256
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 # What goes wrong halfway through an answer: a pause until the server closes, a connection that breaks, or a file that
-# is shorter than it was.
-STALLED, BROKEN, CUT = "stalled", "broken", "cut"
+# is shorter than it was. A lying server says that the length is "many".
+STALLED, BROKEN, CUT, LYING = "stalled", "broken", "cut", "lying"
 
 
 class Loopback:
@@ -73,12 +73,14 @@ class _Handler(BaseHTTPRequestHandler):
         headers = [("ETag", f'"{sha256(body).hexdigest()}"'), ("X-Repo-Commit", "1" * 40)]  # for the hub's client
         if self.path.endswith("/"):
             headers.append(("Content-Type", "application/vnd.pypi.simple.v1+json"))
-        return [*headers, ("Connection", "close") if trouble == CUT else ("Content-Length", str(len(body)))]
+        if trouble == CUT:
+            return [*headers, ("Connection", "close")]
+        return [*headers, ("Content-Length", "many" if trouble == LYING else str(len(body)))]
 
     def _send(self, body: bytes, trouble: str | None) -> None:
         middle = len(body) // 2
         self.wfile.write(body[:middle])
-        self.close_connection = trouble in (BROKEN, CUT)
+        self.close_connection = trouble in (BROKEN, CUT, LYING)
         if trouble == STALLED:
             self.loopback.released.wait()
         if not self.close_connection:

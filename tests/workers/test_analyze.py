@@ -8,7 +8,7 @@ from pathlib import Path
 import numpy as np
 import pytest
 from wav import write_float_wav
-from workers import DEMO_SONG, SCRIPTS, run_each, run_worker
+from workers import DEMO_SONG, SCRIPTS, run_each, run_worker, write_script
 
 SCRIPT = SCRIPTS / "analyze.py"
 RATE = 22050
@@ -116,8 +116,21 @@ def test_explains_why_a_song_is_refused(tmp_path: Path) -> None:
         "empty or damaged": NOISE[:0],
     }
     songs = [save(tmp_path / f"song {number}.wav", samples) for number, samples in enumerate(signals.values())]
+    songs.append(Path("/dev/zero"))
     printed = run_each(SCRIPT, tmp_path, [[song, "--bpm", "--key"] for song in songs])
-    for reason, song, (last_line,) in zip(signals, songs, printed, strict=True):
+    for reason, song, (last_line,) in zip(
+        [*signals, "is not a file: choose another one."], songs, printed, strict=True
+    ):
         assert song.name in last_line
         assert reason in last_line
     assert run_worker(SCRIPT, songs[0], "--bpm", status=1) == printed[0]
+
+
+def test_reports_a_song_that_is_cut_off_while_it_is_read(tmp_path: Path) -> None:
+    song = str(save(tmp_path / "song.wav", np.tile(NOISE, 30)))
+    cut_off = (
+        f"import worker\nworker.run(lambda _: [os.truncate({song!r}, 9999) for _ in worker.audio_frames({song!r})])"
+    )
+    script = write_script(SCRIPT, tmp_path / "read.py", f"import os\n{cut_off}")
+    *_, last_line = run_worker(script, status=1)
+    assert last_line == "song.wav became shorter while it was read: try again when it is complete."

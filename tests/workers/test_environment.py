@@ -25,6 +25,9 @@ worker.end_with_uv()
 from installation import environment
 
 def main(arguments):
+    if arguments == ["size"]:
+        print(environment.Environment(Path(__file__)).num_bytes_to_fetch())
+        return
     environment.enter(Path(__file__))
     import numpy, torch
     print(f"numpy {numpy.__version__}, torch {torch.__version__}, {arguments} in {sys.prefix}", flush=True)
@@ -135,11 +138,16 @@ def test_installs_the_build_of_pytorch_that_fits(
     assert has_fallen_back == bool(missing or troubles)
 
 
-def test_installs_once_and_reports_a_damaged_environment(indexes: PackageIndexes, run: Run, tmp_path: Path) -> None:
+def test_installs_once_and_reports_a_damaged_environment(
+    indexes: PackageIndexes, script: Path, environment: dict[str, str], run: Run, tmp_path: Path
+) -> None:
+    fetched = run_worker(script, "size", environment=environment, status=0)
     lines = run()
     assert "100%|##########|" in lines
     assert any(re.fullmatch(r"\[setup\] Fetching packages: ([\d.]+) of \1 MB", line) for line in lines), lines
     build, folder = result(lines)
+    wheels = {path for path in indexes.requests if path.endswith(WHEEL)}
+    assert fetched == [str(sum(len(indexes.find(path)) for path in wheels))]
 
     num_requests = len(indexes.requests)
     shutil.rmtree(tmp_path / "uv")

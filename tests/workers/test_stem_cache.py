@@ -147,10 +147,10 @@ def test_a_full_disk_costs_the_entry_alone(kept: Path, tmp_path: Path, capsys: p
     assert "The stems will not be cached (No space left on device)" in capsys.readouterr().out
 
 
-def test_no_room_for_the_first_file_costs_the_entry_alone(
+def test_separates_without_caching_if_no_file_can_be_created(
     kept: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    monkeypatch.setattr("stem_cache._RECEIPT", "absent/stems.json")
+    monkeypatch.setattr("separation.stem_cache._RECEIPT", "absent/stems.json")
     keep("song", tmp_path / "out")
     assert not list(kept.iterdir())
 

@@ -10,7 +10,7 @@ from urllib.parse import urljoin, urlsplit
 
 import numpy as np
 import pytest
-from loopback import BROKEN, CUT, STALLED, Loopback
+from loopback import BROKEN, CUT, LYING, STALLED, Loopback
 from processes import descendants, gone
 from wav import read_wav
 from workers import BLOCK_SIZE, ENVIRONMENT, SCRIPTS, UV, provide, run_each, run_worker, write_script
@@ -59,7 +59,8 @@ worker.run(yt2wav.main)
 
 @pytest.fixture(scope="module")
 def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
-    """Serves media and pages. Below /broken and /stalled they fail halfway; those below /cut are incomplete."""
+    """Serves media and pages. Below /broken and /stalled they fail halfway; those below /cut are incomplete,
+    and the length of those below /lying is no number."""
     folder = tmp_path_factory.mktemp("media")
     provide("yt2wav.py")
     for name, options in MEDIA.items():
@@ -75,7 +76,7 @@ def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
         "two": b"<html><title>Two songs</title>%s%s</html>" % (player, player.replace(b"mp3", b"m4a")),
     }
     with Loopback(lambda path: files.get(urlsplit(path).path.rpartition("/")[2])) as loopback:
-        loopback.troubles = {f"^/{kind}/": kind for kind in (BROKEN, CUT, STALLED)}
+        loopback.troubles = {f"^/{kind}/": kind for kind in (BROKEN, CUT, LYING, STALLED)}
         song = f'<enclosure url="{loopback.address}/song.mp3?{{0}}" type="audio/mpeg"/>'
         for name, num_songs in (("feed", 1), ("feeds", 3)):
             items = "".join(f"<item><title>Song {n}</title>{song.format(n)}</item>" for n in range(1, num_songs + 1))
@@ -96,8 +97,8 @@ SONGS = [
     ("song.wav", "song", 44100, [1.5 + CENTRE_AND_SIDE, 0.5 + CENTRE_AND_SIDE]),
     ("song.m3u8", "song", 44100, [1.5, 0.5]),
     ("listen.php?id=1", "listen", 44100, [1.5, 0.5]),
-    ("page", "AC-DC - 'Back' 100%(id)s $HOME", 44100, [1]),
-    ("feed", "Song 1", 44100, [1]),
+    ("page", "AC-DC - 'Back' 100%(id)s $HOME", 44100, [1.5]),
+    ("feed", "Song 1", 44100, [1.5]),
 ]
 
 
@@ -116,7 +117,7 @@ def test_song_becomes_a_wav_of_the_same_sound(server: str, tmp_path: Path) -> No
         assert wav_rate == rate
         assert 3 * rate <= len(samples) <= 3 * rate + padding
         middle = samples[rate : 2 * rate]
-        assert np.abs(middle).max(axis=0) == pytest.approx(peaks, rel=0.05)
+        assert np.abs(middle).max(axis=0) == pytest.approx(peaks, rel=0.1)
         assert (np.abs(np.fft.rfft(middle, axis=0)).argmax(axis=0) == 1000).all()
 
 
@@ -129,6 +130,7 @@ FAILURES = {
     "silent.mp4": "There is no audio in silent.mp4",
     "note.mp3": "note.mp3 could not be read as audio",
     "broken/song.mp3": "The download failed",
+    "lying/song.mp3": "The server's answer could not be read",
     "cut/song.m4a": "The download is incomplete",
     "cut/song.webm": "The download is incomplete",
     "http://127.0.0.1:1/closed": "The server could not be reached",
