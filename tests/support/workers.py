@@ -54,6 +54,7 @@ def run_each(
 
     The last line of a call that fails is its message.
     """
+    provide(worker.name)
     code = _RUN_EACH.format(worker.stem, [list(map(str, arguments)) for arguments in calls])
     lines = run_worker(write_script(worker, folder / "each.py", code), environment=environment, status=0)
     starts = [number for number, line in enumerate(lines) if line == "NEXT CALL"]

@@ -36,7 +36,7 @@ def last_line(code: str, **environment: str) -> str:
         ("import worker; worker.cache_folder()", {"HOME": "/dev/null"}, "set HOME or XDG_CACHE_HOME to a folder"),
         ("import worker" + UNREADABLE_PROC, {"UV": "/opt/uv"}, "It goes on."),
     ],
-    ids=["no home folder", "no /proc"],
+    ids=["home", "proc"],
 )
-def test_copes_with_a_system_that_lacks(code: str, environment: dict[str, str], sentence: str) -> None:
+def test_works_without_a_home_folder_or_proc(code: str, environment: dict[str, str], sentence: str) -> None:
     assert sentence in last_line(code, **environment)
