@@ -1,9 +1,24 @@
 #include "audio/LargeBuffer.h"
 
 #if JUCE_LINUX
+#include <malloc.h>
 #include <sys/mman.h>
 #include <unistd.h>
 #endif
+
+/** Makes the C library return a song's memory to the system when it is freed.
+
+    glibc raises the size from which it does so to that of the largest block freed so far, up to 32 MB. The song's
+    successors then come from the heap of their thread, which keeps their memory. There can be a heap for each of many
+    threads.
+*/
+static void returnFreedSongs()
+{
+#if JUCE_LINUX && defined(__GLIBC__)
+    constexpr auto fixedThreshold = 1 << 20;
+    [[maybe_unused]] static const auto isFixed = mallopt (M_MMAP_THRESHOLD, fixedThreshold);
+#endif
+}
 
 static void askForLargePages ([[maybe_unused]] juce::AudioBuffer<float>& buffer)
 {
@@ -27,6 +42,7 @@ static void askForLargePages ([[maybe_unused]] juce::AudioBuffer<float>& buffer)
 
 juce::AudioBuffer<float> makeLargeBuffer (int numChannels, int numSamples)
 {
+    returnFreedSongs();
     juce::AudioBuffer<float> buffer (numChannels, numSamples);
     askForLargePages (buffer);
     return buffer;
