@@ -8,9 +8,8 @@
 
 /** Makes the C library return a song's memory to the system when it is freed.
 
-    glibc raises the size from which it does so to that of the largest block freed so far, up to 32 MB. The song's
-    successors then come from the heap of their thread, which keeps their memory. There can be a heap for each of many
-    threads.
+    By default, glibc raises the size above which it does so to that of the largest block freed so far, up to 32 MB.
+    Later songs then come from the heaps of their threads, which keep the memory.
 */
 static void returnFreedSongs()
 {
