@@ -4,23 +4,24 @@
 
 #include <string_view>
 
-/** JUCE's parser recurses with each bracket, reads on after a minus at the end of the text, and overflows at a number
-   of more than 18 digits.
+/** JUCE's parser recurses with each bracket, reads on after a minus at the end of the text, takes any character after a
+    minus for a digit, and overflows at more than 18 digits ahead of the point.
 */
 static bool isSafeToParse (std::string_view json)
 {
-    constexpr size_t maxLength = 1000, maxDigits = 18;
-    size_t numDigits = 0;
+    constexpr auto maxLength = 1000, maxDigits = 17;
+    auto numDigits = 0;
 
     for (const auto character : json)
     {
-        numDigits = character >= '0' && character <= '9' ? numDigits + 1 : 0;
+        const auto isFraction = character == '.' && numDigits > 0;
+        numDigits = character >= '0' && character <= '9' ? numDigits + 1 : (isFraction ? -maxLength : 0);
 
-        if (numDigits > maxDigits)
+        if (numDigits > maxDigits || static_cast<unsigned char> (character) >= 0x80)
             return false;
     }
 
-    return json.size() <= maxLength && json.ends_with ('}');
+    return json.size() <= size_t { maxLength } && json.ends_with ('}');
 }
 
 Detection Detection::fromJson (const juce::String& json)

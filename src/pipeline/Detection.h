@@ -5,8 +5,9 @@
 /** A song's tempo and key, as analyze.py detects them. */
 struct Detection
 {
-    /** @param json  the value of a result line, at most 1000 bytes; a property that is missing or invalid keeps its
-                     default
+    /** Reads the value of a result line. A property that is missing or invalid keeps its default.
+
+        @param json  at most 1000 bytes of ASCII
     */
     static Detection fromJson (const juce::String& json);
 
