@@ -8,13 +8,21 @@
 
 Batch::Batch (const std::vector<Song>& songsToUse) : songs (songsToUse) {}
 
-/** Adds advice to a message that quotes a worker, after a blank line, if the worker was stopped before it gave any. */
+/** Adds advice to a message that quotes a worker, after a blank line, if the quotation ends without any: uv gives none
+    on a full disk, and neither can a worker that was stopped.
+*/
 static juce::String withAdvice (const juce::String& message)
 {
     const juce::String blankLine ("\n\n");
     const auto quoted = message.fromFirstOccurrenceOf (blankLine, false, false);
 
-    if (! message.contains (blankLine) || quoted.endsWithChar ('.') || quoted.containsIgnoreCase ("error:"))
+    if (! message.contains (blankLine) || quoted.endsWithChar ('.'))
+        return message;
+
+    if (quoted.contains ("No space left on device"))
+        return message.trimEnd() + blankLine + "The disk is full: free some space and try again.";
+
+    if (quoted.containsIgnoreCase ("error:"))
         return message;
 
     return message.trimEnd() + blankLine

@@ -153,11 +153,17 @@ def test_advises_when_a_worker_was_stopped(
     render: Run, tmp_path: Path, song: Path, environment: dict[str, str]
 ) -> None:
     environment["KELVANE_UV"] = str(tmp_path / "uv")
-    for words, advises in ((" 42%|####      |", True), ("", True), ("error: no Python", False)):
+    stopped, full = "is short, and try again.\n", "The disk is full: free some space and try again.\n"
+    for words, end in (
+        (" 42%|####      |", stopped),
+        ("", stopped),
+        ("error: no Python", "error: no Python\n"),
+        ("error: No space left on device (os error 28)", full),
+    ):
         (tmp_path / "uv").write_text(f"#!/bin/sh\necho '{words}'\nexit 137\n")
         (tmp_path / "uv").chmod(0o755)
         for arguments in (["--out", "out", "--stems", "bass"], ["--analyze"], ["--out", "out", "--bpm", "auto:90"]):
-            assert render(song, *arguments).stderr.endswith("is short, and try again.\n") == advises
+            assert render(song, *arguments).stderr.endswith(end)
 
 
 def test_reports_a_song_that_does_not_fit_into_memory(render: Run, tmp_path: Path) -> None:
