@@ -74,6 +74,9 @@ def disks(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
                 online = {"HF_HOME": str(lab.folder / "small"), "HF_HUB_OFFLINE": "0", "HF_ENDPOINT": hub.address}
                 lab.attempt("full disk: model", _FULL, restore=unmount, **online)
 
+
+def installations(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
+    """Disks that become full while packages are installed."""
     with package_indexes(lab) as variables:
         for place, variable in (("environments", "XDG_CACHE_HOME"), ("uv's cache", "UV_CACHE_DIR")):
             for size in ("4k", "32k", "256k", "1m", "2m", "4m"):
@@ -361,6 +364,7 @@ def serve(handler: type[_Site]) -> Iterator[str]:
 
 CLASSES: dict[str, Callable[[Lab, argparse.Namespace, random.Random], None]] = {
     "disks": disks,
+    "installations": installations,
     "odd-inputs": odd_inputs,
     "changing-inputs": changing_inputs,
     "sites": sites,
