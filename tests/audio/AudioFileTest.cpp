@@ -63,8 +63,8 @@ TEST_F (AudioFileTest, ClipsIntegersButNotFloats)
         ASSERT_TRUE (audiofile::writeWav (file, levels, 44100.0, bits, error));
         EXPECT_TRUE (signals::identical (
             read (file),
-            signals::make (1, 4, [loudest = loudest] (int, int i)
-                           { return std::array { 0.0f, -0.5f, loudest, -1.0f }[static_cast<size_t> (i)]; })));
+            signals::make (1, 4, [level = loudest] (int, int i)
+                           { return std::array { 0.0f, -0.5f, level, -1.0f }[static_cast<size_t> (i)]; })));
     }
 
     ASSERT_TRUE (audiofile::writeWav (file, levels, 44100.0, 32, error));
