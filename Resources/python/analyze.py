@@ -27,6 +27,7 @@ if TYPE_CHECKING:
 # The first minutes show tempo and key; reading an hour would take a minute.
 _MAX_SECONDS = 240
 _SILENCE = 1e-4  # -80 dB of full scale
+_HIGHEST_CEILING = 1e15  # the sums of louder samples' squares exceed 32-bit floats
 
 
 def main(arguments: list[str]) -> None:
@@ -55,8 +56,9 @@ def _samples(path: str) -> "np.ndarray":
 
     channels = np.nan_to_num(worker.read_audio(path, RATE, "stereo", _MAX_SECONDS), posinf=0, neginf=0)
     # Without a ceiling, a single damaged sample would drown out all others.
-    ceiling = 100 * float(np.quantile(np.abs(channels[:, ::16]), 0.99)) if channels.size else 0
-    left, right = channels.clip(-ceiling, ceiling) if ceiling > 0 else channels
+    common = float(np.quantile(np.abs(channels[:, ::16]), 0.99)) if channels.size else 0
+    ceiling = min(100 * common or _HIGHEST_CEILING, _HIGHEST_CEILING)
+    left, right = channels.clip(-ceiling, ceiling)
     middle = (left + right) / 2
     samples = middle if np.std(middle) > 0.1 * np.std(left) else left  # opposite channels cancel out
     name = os.path.basename(path)

@@ -71,6 +71,7 @@ EDITS = st.lists(
 
 @given(st.integers(0, EMPTY), st.just(EMPTY) | st.integers(0, EMPTY), EDITS)
 @example(0, EMPTY, [(24, None, (1).to_bytes(4, "little"))])  # a sample rate of 1 Hz
+@example(0, EMPTY, [(17604, 8851, b"")])  # samples of up to 1e38
 @example(FORMATS.index("ts") + 1, EMPTY, [(0, 0, b"#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:0.2,\nnext.ts\n")])
 def test_any_song(
     songs: list[bytes], sentence: Callable[[Path], str], tmp_path: Path, one: int, other: int, edits: list
