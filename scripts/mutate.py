@@ -188,18 +188,29 @@ def unit_tests(file: str) -> str:
     return next(filter(None, (failure(command, TIMEOUT["unit"], num_shards=6) for command in commands)), "")
 
 
+def imports(script: Path) -> set[str]:
+    """The modules that a script imports; "from a import b" may mean the module a or a.b."""
+    modules = set()
+    statement = r"^ *(?:from ([\w.]+) )?import ([\w.]+(?:, [\w.]+)*)"
+    for package, names in re.findall(statement, script.read_text(encoding="utf-8"), re.MULTILINE):
+        modules |= {package} | {f"{package}.{name}".lstrip(".") for name in names.split(", ")}
+    return modules
+
+
 def worker_tests(file: str) -> str:
     """Those that load the module, directly or through another; the one named after it first."""
-    imports = {
-        script.stem: re.findall(r"^ *(?:import|from) (\w+)", script.read_text(encoding="utf-8"), re.MULTILINE)
-        for script in (TREE / "Resources" / "python").glob("*.py")
-    }
-    loading = {Path(file).stem}
-    while more := {name for name in imports.keys() - loading if loading & set(imports[name])}:
+    folder = TREE / "Resources" / "python"
+
+    def module(script: Path) -> str:
+        return ".".join(script.relative_to(folder).with_suffix("").parts)
+
+    imported = {module(script): imports(script) for script in folder.rglob("*.py")}
+    loading = {module(TREE / file)}
+    while more := {name for name in imported.keys() - loading if loading & imported[name]}:
         loading |= more
-    one = f"(?:{'|'.join(loading)})"
-    loads = re.compile(rf"\b{one}\.py\b|\b(?:import|from) (?:\w+, )*{one}\b")
-    names = [test.name for test in (TREE / "tests/workers").glob("test_*.py") if loads.search(test.read_text())]
+    runs = re.compile(rf"\b(?:{'|'.join(map(re.escape, loading))})\.py\b")
+    tests = (TREE / "tests" / "workers").glob("test_*.py")
+    names = [test.name for test in tests if loading & imports(test) or runs.search(test.read_text(encoding="utf-8"))]
     return pytest("workers", sorted(names, key=lambda name: (name != f"test_{Path(file).name}", name)))
 
 
@@ -292,7 +303,7 @@ def main() -> None:
         return taken
 
     sources = [file for file in (TREE / "src").rglob("*.*") if file.suffix in (".cpp", ".h")]
-    scripts = list((TREE / "Resources" / "python").glob("*.py"))
+    scripts = list((TREE / "Resources" / "python").rglob("*.py"))
     for stage in (0, 1):
         taken = {"C++": take(sources, given.cpp, stage), "Python": take(scripts, given.python, stage)}
     taken["Both"] = taken["C++"] + taken["Python"]
