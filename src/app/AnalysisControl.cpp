@@ -1,8 +1,8 @@
 #include "app/MainComponent.h"
 
 #include "pipeline/RunChecks.h"
+#include "pipeline/SharedMessages.h"
 #include "pipeline/TemporaryFolder.h"
-#include "pipeline/UserMessages.h"
 
 #include <memory>
 #include <utility>

@@ -95,7 +95,7 @@ void MainComponent::setUpLabels()
 void MainComponent::setUpExecution()
 {
     executeButton.setColour (juce::TextButton::buttonColourId, theme::accentDim);
-    executeButton.setColour (juce::TextButton::textColourOffId, juce::Colours::white);
+    executeButton.setColour (juce::TextButton::textColourOffId, theme::textOnAccent);
     executeButton.onClick = [this] { executeClicked(); };
 
     progressBar.setPercentageDisplay (true);

@@ -1,7 +1,7 @@
 #include "app/MainComponent.h"
 
 #include "pipeline/RunChecks.h"
-#include "pipeline/UserMessages.h"
+#include "pipeline/SharedMessages.h"
 
 #include <memory>
 #include <utility>

@@ -6,7 +6,10 @@
 namespace audiofile
 {
 
-/** The longest audio that is read, in samples per channel. The rest is left out. */
+/** The longest audio that is read, in samples per channel. The rest is left out.
+
+    Lengths in memory are ints, as in JUCE, so it must stay below 2^31.
+*/
 constexpr juce::int64 maxSamples = juce::int64 { 1 } << 30;
 
 /** The most channels that a file may have. */

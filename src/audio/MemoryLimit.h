@@ -7,7 +7,7 @@
 /** Refuses an amount of memory that the machine does not have, before it is allocated.
 
     Systems that overcommit memory kill the program when it uses more than there is. A damaged file that claims to last
-    for hours would crash the whole program.
+    for hours would crash the whole program. audiofile::maxSamples limits the length of a song on any machine.
 
     @param numFloats  number of samples in memory at the same time
     @throws std::bad_alloc  if they exceed the machine's physical memory

@@ -22,6 +22,7 @@ constexpr int frameLength = 2 * synthesisHop;
 constexpr int minStretchSamples = 4096;
 constexpr int outputSlack = 4096;
 constexpr int matchLength = matchPoints * matchStride;
+static_assert (frameLength <= minStretchSamples && frameLength <= outputSlack);
 constexpr float windowSumFloor = 0.001f;
 
 /** One value for each sample of a hop. */

@@ -1,7 +1,7 @@
 #include "pipeline/AnalysisRunner.h"
 
 #include "pipeline/PythonBridge.h"
-#include "pipeline/UserMessages.h"
+#include "pipeline/SharedMessages.h"
 #include "pipeline/WorkerOutput.h"
 #include "pipeline/Workers.h"
 

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-const std::array<const char*, PipelineConfig::numStems> PipelineConfig::stemNames { "drums", "bass", "vocals",
-                                                                                    "other" };
+const std::array<const char*, PipelineConfig::numStems> PipelineConfig::stemNames =
+    std::to_array ({ "drums", "bass", "vocals", "other" });
 
-const std::array<const char*, PipelineConfig::numKeys> PipelineConfig::keyNames { "C",  "C#", "D",  "D#", "E",  "F",
-                                                                                  "F#", "G",  "G#", "A",  "A#", "B" };
+const std::array<const char*, PipelineConfig::numKeys> PipelineConfig::keyNames =
+    std::to_array ({ "C", "C#", "D", "D#", "E", "F", "F#", "G", "G#", "A", "A#", "B" });
 
 bool PipelineConfig::wantsStems() const
 {

@@ -1,9 +1,9 @@
 #include "pipeline/PipelineRunner.h"
 
 #include "pipeline/FileInFolder.h"
+#include "pipeline/SharedMessages.h"
 #include "pipeline/SpeedRatio.h"
 #include "pipeline/TemporaryFolder.h"
-#include "pipeline/UserMessages.h"
 
 PipelineRunner::PipelineRunner (PipelineConfig configToUse) : juce::Thread ("Kelvane"), config (std::move (configToUse))
 {

@@ -1,7 +1,7 @@
 #include "pipeline/PreparationRunner.h"
 
 #include "pipeline/PythonBridge.h"
-#include "pipeline/UserMessages.h"
+#include "pipeline/SharedMessages.h"
 #include "pipeline/WorkerProcess.h"
 #include "pipeline/WorkerProgress.h"
 #include "pipeline/Workers.h"

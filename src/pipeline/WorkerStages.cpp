@@ -2,7 +2,7 @@
 
 #include "pipeline/PipelineRunner.h"
 #include "pipeline/PythonBridge.h"
-#include "pipeline/UserMessages.h"
+#include "pipeline/SharedMessages.h"
 #include "pipeline/WorkerProcess.h"
 #include "pipeline/WorkerProgress.h"
 #include "pipeline/Workers.h"

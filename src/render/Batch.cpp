@@ -1,6 +1,6 @@
 #include "render/Batch.h"
 
-#include "pipeline/UserMessages.h"
+#include "pipeline/SharedMessages.h"
 #include "render/ExitStatus.h"
 #include "render/Interrupt.h"
 

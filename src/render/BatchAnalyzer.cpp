@@ -1,8 +1,8 @@
 #include "render/BatchAnalyzer.h"
 
 #include "pipeline/PipelineConfig.h"
+#include "pipeline/SharedMessages.h"
 #include "pipeline/TemporaryFolder.h"
-#include "pipeline/UserMessages.h"
 
 #include <iostream>
 

@@ -1,6 +1,6 @@
 #include "render/BatchPreparer.h"
 
-#include "pipeline/UserMessages.h"
+#include "pipeline/SharedMessages.h"
 
 /** A batch needs songs; a preparation is one without file or URL. */
 static const std::vector<Song>& onePlaceholder()

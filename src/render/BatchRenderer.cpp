@@ -1,6 +1,6 @@
 #include "render/BatchRenderer.h"
 
-#include "pipeline/UserMessages.h"
+#include "pipeline/SharedMessages.h"
 
 BatchRenderer::BatchRenderer (const CommandLine& commandLine)
     : Batch (commandLine.songs), settings (commandLine.settings)

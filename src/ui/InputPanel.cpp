@@ -4,8 +4,6 @@
 #include "ui/FileDialog.h"
 #include "ui/Theme.h"
 
-static constexpr auto filePatterns = "*.wav;*.aiff;*.aif;*.mp3;*.flac;*.m4a;*.ogg";
-
 InputPanel::InputPanel() : PanelBase (juce::CharPointer_UTF8 ("1 · Input"))
 {
     constexpr auto sourceGroup = 100;
@@ -66,7 +64,7 @@ void InputPanel::updateEnablement()
 void InputPanel::browse()
 {
     openFileDialog (chooser, "Choose an audio file", juce::File::getSpecialLocation (juce::File::userMusicDirectory),
-                    filePatterns, juce::FileBrowserComponent::canSelectFiles,
+                    offeredPatterns, juce::FileBrowserComponent::canSelectFiles,
                     [this] (const juce::File& file) { fileChosen (file); });
 }
 
@@ -95,7 +93,7 @@ void InputPanel::reportUrlEdit()
 
 bool InputPanel::offers (const juce::File& file)
 {
-    return juce::WildcardFileFilter (filePatterns, {}, {}).isFileSuitable (file);
+    return juce::WildcardFileFilter (offeredPatterns, {}, {}).isFileSuitable (file);
 }
 
 void InputPanel::fileChosen (const juce::File& file)

@@ -33,11 +33,12 @@ public:
     */
     void reportUrlEdit();
 
+    /** The file types in the dialog, as wildcards and as text for the user. */
+    static constexpr auto offeredPatterns = "*.wav;*.aiff;*.aif;*.mp3;*.flac;*.m4a;*.ogg";
+    static constexpr auto offeredTypes = "WAV, AIFF, MP3, FLAC, M4A or OGG";
+
     /** Returns true if the file dialog shows files with this extension. */
     static bool offers (const juce::File& file);
-
-    /** The file types in the dialog, as text for the user. */
-    static constexpr auto offeredTypes = "WAV, AIFF, MP3, FLAC, M4A or OGG";
 
     std::function<void()> onUrlEdited;  /**< called after each change of the link */
     std::function<void()> onFileChosen; /**< called after a different file was chosen */

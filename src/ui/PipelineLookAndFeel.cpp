@@ -12,15 +12,15 @@ namespace
 juce::LookAndFeel_V4::ColourScheme makeColourScheme()
 {
     return {
-        theme::bg,            // windowBackground
-        theme::panel,         // widgetBackground
-        theme::panel,         // menuBackground
-        theme::panelLine,     // outline
-        theme::text,          // defaultText
-        theme::accentDim,     // defaultFill
-        juce::Colours::white, // highlightedText
-        theme::accent,        // highlightedFill
-        theme::text           // menuText
+        theme::bg,           // windowBackground
+        theme::panel,        // widgetBackground
+        theme::panel,        // menuBackground
+        theme::panelLine,    // outline
+        theme::text,         // defaultText
+        theme::accentDim,    // defaultFill
+        theme::textOnAccent, // highlightedText
+        theme::accent,       // highlightedFill
+        theme::text          // menuText
     };
 }
 
@@ -36,7 +36,7 @@ const std::array table {
     ColourOfId { juce::TextButton::buttonColourId, theme::field },
     ColourOfId { juce::TextButton::buttonOnColourId, theme::accent },
     ColourOfId { juce::TextButton::textColourOffId, theme::text },
-    ColourOfId { juce::TextButton::textColourOnId, juce::Colours::white },
+    ColourOfId { juce::TextButton::textColourOnId, theme::textOnAccent },
 
     ColourOfId { juce::TextEditor::backgroundColourId, theme::field },
     ColourOfId { juce::TextEditor::textColourId, theme::text },
@@ -52,7 +52,7 @@ const std::array table {
     ColourOfId { juce::PopupMenu::backgroundColourId, theme::panel },
     ColourOfId { juce::PopupMenu::textColourId, theme::text },
     ColourOfId { juce::PopupMenu::highlightedBackgroundColourId, theme::accentDim },
-    ColourOfId { juce::PopupMenu::highlightedTextColourId, juce::Colours::white },
+    ColourOfId { juce::PopupMenu::highlightedTextColourId, theme::textOnAccent },
 
     ColourOfId { juce::ToggleButton::textColourId, theme::text },
     ColourOfId { juce::ToggleButton::tickColourId, theme::accent },

@@ -33,8 +33,8 @@ public:
 
 private:
     /** In the order of PipelineConfig::stemNames. */
-    const std::array<juce::ToggleButton*, PipelineConfig::numStems> stemToggles { &drumsToggle, &bassToggle,
-                                                                                  &vocalsToggle, &otherToggle };
+    const std::array<juce::ToggleButton*, PipelineConfig::numStems> stemToggles =
+        std::to_array<juce::ToggleButton*> ({ &drumsToggle, &bassToggle, &vocalsToggle, &otherToggle });
 
     JUCE_DECLARE_NON_COPYABLE_WITH_LEAK_DETECTOR (StemPanel)
 };

@@ -8,7 +8,8 @@ from detection.rhythm import Periodicity, balanced_sum, features
 from detection.spectrum import RATE
 from detection.tempo_refinement import refined_rate, snapped_to_loop
 
-_SLOWEST, _FASTEST = 40 / 60, 220 / 60  # beats per second
+_SLOWEST, _FASTEST = 40 / 60, 220 / 60  # beats per second; rhythm._PRIOR_BPM and the learned weights depend on them
+_SEARCHED = np.log2(6)  # octaves above the slowest: 240 BPM, so that 220 can be a peak
 _RELATED = (2, 1 / 2, 3 / 2, 2 / 3, 3, 1 / 3, 4 / 3, 3 / 4)
 
 
@@ -30,7 +31,7 @@ def candidates(periodicity: Periodicity) -> np.ndarray:
 
     These are the rates whose beats, pairs and groups of four repeat most strongly, and simple ratios of the strongest.
     """
-    rates = _SLOWEST * 2 ** np.arange(0, np.log2(6), 1 / 70)
+    rates = _SLOWEST * 2 ** np.arange(0, _SEARCHED, 1 / 70)
     repetition = periodicity.at_lags(np.array([1, 2, 4]) / rates[:, None])[-1].mean(axis=-1)
     salience = np.maximum(0, repetition) + periodicity.at_rates(rates)[-1]
     is_peak = (salience[1:-1] >= salience[:-2]) & (salience[1:-1] > salience[2:])

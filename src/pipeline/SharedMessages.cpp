@@ -1,4 +1,4 @@
-#include "pipeline/UserMessages.h"
+#include "pipeline/SharedMessages.h"
 
 #include "pipeline/WorkerOutput.h"
 
