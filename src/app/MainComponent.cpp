@@ -1,6 +1,7 @@
 #include "app/MainComponent.h"
 
 #include "app/WindowPainting.h"
+#include "ui/DialogSize.h"
 #include "ui/Theme.h"
 
 #include <BinaryData.h>
@@ -109,7 +110,10 @@ void MainComponent::connectPanels()
     inputPanel.onFileChosen = [this] { sourceChanged (false); };
 
     showMessage = [] (juce::MessageBoxIconType icon, const juce::String& title, const juce::String& text)
-    { juce::AlertWindow::showMessageBoxAsync (icon, title, text); };
+    {
+        juce::AlertWindow::showMessageBoxAsync (icon, title, text);
+        juce::MessageManager::callAsync (keepDialogSize); // JUCE opens the alert in a message that precedes this one
+    };
 }
 
 void MainComponent::addChildren()

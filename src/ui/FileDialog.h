@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/DialogSize.h"
+
 #include <juce_gui_basics/juce_gui_basics.h>
 
 #include <functional>
@@ -28,4 +30,5 @@ inline void openFileDialog (std::unique_ptr<juce::FileChooser>& chooser, const j
                           [onFinished = std::move (onFinished)] (const juce::FileChooser& finished)
                           { onFinished (finished.getResult()); });
     workingFolder.setAsCurrentWorkingDirectory();
+    keepDialogSize();
 }
