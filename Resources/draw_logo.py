@@ -31,7 +31,7 @@ class Design:
     """The logo's dimensions on a grid of cells, which are counted from the upper left corner."""
 
     cells: int
-    pitch: int  # distance of neighbouring stripes, and of bars
+    pitch: int  # distance between neighbouring stripes, and between bars
     stripes: tuple[str, ...]  # left to right, each a column of diamonds
     stripe_rows: int
     bar_heights: tuple[int, ...]

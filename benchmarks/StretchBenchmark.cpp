@@ -18,7 +18,7 @@ static double cpuSeconds (Work&& work)
     return static_cast<double> (std::clock() - start) / CLOCKS_PER_SEC;
 }
 
-/** Runs both versions in turns, so that other load on the machine affects both equally. */
+/** Runs both versions alternately, so that other load on the machine affects both equally. */
 static void compareWithScalar (benchmark::State& state, const Song& song, double factor,
                                const stretch::SearchBackend& backend)
 {

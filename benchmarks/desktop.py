@@ -19,7 +19,7 @@ SONG = ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
 
 @contextmanager
 def open_window(program: Path, environment: dict[str, str], *commands: str) -> Iterator[tuple[Window, int]]:
-    """Gives the window and the program's process. It finds no commands but these, so no desktop dialogs."""
+    """Yields the window and the program's process id. The program finds only these commands, so no desktop dialogs."""
     tools = Path(environment["TMPDIR"]).parent / "tools"
     tools.mkdir(exist_ok=True)
     for command in {"which", *commands} - set(os.listdir(tools)):
@@ -35,15 +35,15 @@ def open_window(program: Path, environment: dict[str, str], *commands: str) -> I
 
 
 def choose(window: Window, out: Path) -> None:
-    """The demo song, and where its stems go."""
+    """Chooses the demo song, and the folder for its stems."""
     window.choose(CHOOSE_FILE, "Choose an audio file", SONG)
     window.choose(CHOOSE_FOLDER, "Choose the output folder", out)
 
 
 def dismiss(window: Window, title: str) -> None:
-    """Closes a message when it comes: by Escape if its button cannot be clicked.
+    """Waits for a message and closes it, with Escape if its button cannot be clicked.
 
-    On a busy machine JUCE may leave the window at its first size, without the button.
+    On a busy machine JUCE may leave the message at its initial size, without the button.
     """
     screen = window.screen
     assert wait_for(lambda: screen.windows(title), 120), f"{title!r} does not come"

@@ -1,4 +1,4 @@
-"""A user's folders in which programs are disturbed, and what has to hold afterwards."""
+"""Disturbs programs among a user's folders, and checks what must hold afterwards."""
 
 import hashlib
 import os
@@ -37,7 +37,7 @@ Disturb = Callable[[subprocess.Popen[bytes]], bool]  # returns whether it came i
 
 @dataclass
 class Tally:
-    """What came of a kind of fault."""
+    """Counts the outcomes of one kind of fault."""
 
     runs: int = 0
     right_exits: int = 0
@@ -52,7 +52,7 @@ class Tally:
 
 
 def says(*words: str) -> Judge:
-    """The run fails, and its last line is a sentence of its own making, with one of the words."""
+    """Accepts a failed run whose last line is one of Kelvane's own sentences and contains one of the words, if any."""
 
     def judge(status: int, line: str) -> bool:
         is_sentence = line.endswith(".") and "unexpected" not in line
@@ -62,7 +62,7 @@ def says(*words: str) -> Judge:
 
 
 def names(word: str) -> Judge:
-    """The run fails, and its last line is the path of what has to do with it."""
+    """Accepts a failed run whose last line is a path that contains the word."""
     return lambda status, line: status == 1 and line.startswith("/") and word in line
 
 
@@ -104,7 +104,7 @@ class Lab:
         self.usual: list[str | Path] = [self.song, "--stems", ",".join(_STEMS), "--full-song", "--bpm", "auto:140"]
         self.plain: list[str | Path] = [shutil.copy(self.song, folder / "plain.wav"), "--full-song"]
         self._expected: dict[str, set[str]] = {}  # the digests that a result may have, where they are known
-        self.seconds = 0.0  # that the usual run takes
+        self.seconds = 0.0  # the time that the usual run takes
         for _ in range(2):  # a first run writes bytecode and warms caches
             self.forget_stems()
             begin = time.monotonic()
@@ -134,7 +134,7 @@ class Lab:
         return status, lines[-1] if lines else ""
 
     def expect_results(self) -> None:
-        """Takes what is there now for right."""
+        """Accepts the results that are there now as right."""
         for path in self.out.rglob("*.wav"):
             self._expected.setdefault(path.name, set()).add(_digest(path))
 
@@ -143,7 +143,7 @@ class Lab:
             shutil.rmtree(entry)
 
     def family(self) -> dict[int, int]:
-        """The living processes of this lab, and their parents."""
+        """Returns the running processes of this lab, each with its parent."""
         mark = f"{_MARK}={self.folder}".encode()
         found = {}
         for process in Path("/proc").glob("[0-9]*"):
@@ -167,7 +167,7 @@ class Lab:
         next_arguments: list[str | Path] | None = None,
         **variables: str,
     ) -> bool:
-        """Runs the program and counts what comes of it, and whether the next run succeeds.
+        """Runs the program and counts the outcome, and whether the next run succeeds.
 
         Returns False, and counts nothing, if the disturbance came too late. Restores what was made unusable before the
         next run, which is the usual one if no other is given.
@@ -183,7 +183,7 @@ class Lab:
         if restore:
             restore()
         if not is_in_time:
-            self.seconds = time.monotonic() - begin  # at most: other programs may run or have ended
+            self.seconds = time.monotonic() - begin  # at most: the speed depends on what else is running
             return False
 
         complaints = []
@@ -225,7 +225,7 @@ class Lab:
         return [f"the next run: status {status}, left {left}, wrong {wrong}: {line}"]
 
     def _put_older_results(self, arguments: list[str | Path]) -> list[str]:
-        """Returns the names of the results."""
+        """Puts older files where the results will be, and returns their names."""
         for folder in self.out.glob("*"):
             shutil.rmtree(folder)
         if "--analyze" in arguments:
@@ -241,7 +241,7 @@ class Lab:
         return names
 
     def _left(self) -> list[str]:
-        """The processes that do not end in time, and how long they took. Kills those that seem to stay for ever."""
+        """Returns the processes that did not end in time, and how long each took. Kills those that never do."""
         begin = time.monotonic()
         while (family := self.family()) and time.monotonic() - begin < self.grace:
             time.sleep(0.02)
@@ -254,7 +254,7 @@ class Lab:
         return [f"{pid} for {'ever' if pid in family else f'{time.monotonic() - begin:.1f} s'}" for pid in late]
 
     def _partial(self, names: list[str], status: int | None) -> list[str]:
-        """What is wrong in the results' folder: what is cut short or missing, and what should not be there."""
+        """Returns what is wrong among the results: files that are cut short, missing or should not be there."""
         found = {path.name: path for path in self.out.rglob("*") if path.is_file()}
         wrong = [f"{name} is gone" for name in names if name not in found]
         for name, path in found.items():
@@ -281,7 +281,7 @@ class Lab:
 
 @contextmanager
 def mount(folder: Path, options: str) -> Iterator[Callable[[], None]]:
-    """A disk of its own on the folder, until what this yields is called."""
+    """Mounts a separate disk on the folder, until the function that this yields is called."""
     folder.mkdir(parents=True, exist_ok=True)
     subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", folder], check=True)
 
@@ -296,7 +296,7 @@ def mount(folder: Path, options: str) -> Iterator[Callable[[], None]]:
 
 
 def _beat(seconds: int) -> np.ndarray:
-    """A chord with a noise on every half second."""
+    """Returns a chord with a burst of noise every half second."""
     times = np.arange(seconds * 44100) / 44100
     chord = sum(np.sin(2 * np.pi * frequency * times) for frequency in (220, 277.2, 329.6))
     hits = np.random.default_rng(1).uniform(-1, 1, times.size) * np.exp(-40 * (times % 0.5))
@@ -308,7 +308,7 @@ def _digest(path: Path) -> str:
 
 
 def _is_whole(path: Path) -> bool:
-    """Whether a WAV file is as long as its header says."""
+    """Returns True if a WAV file is as long as its header says."""
     with path.open("rb") as file:
         start = file.read(12)
     return start[:4] == b"RIFF" and int.from_bytes(start[4:8], "little") + 8 == path.stat().st_size > 1000

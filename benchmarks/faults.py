@@ -1,7 +1,7 @@
 """Disturbs kelvane-render and its workers, and counts what goes wrong: see "Faults" in docs/benchmarks.md.
 
 Every fault must end in the right exit status and a sentence, leave no process and no partial result, and the next run
-must succeed. Mounts small disks in a namespace of its own, which wants Linux and root or user namespaces.
+must succeed. Mounts small disks in a namespace of its own, which needs Linux, and root or user namespaces.
 """
 
 import argparse
@@ -44,7 +44,7 @@ _TARGETS = ["program", "uv", "worker"]  # each is the child of the one before
 
 
 def disks(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
-    """Disks that are full from the start up to just before the end, by size and by the number of files."""
+    """Fills disks at points from the start of a run to just before its end, by size and by the number of files."""
     sizes = [f"size={kilobytes}k" for kilobytes in (32, 64, 256, 512, 1024, 1536)]
     for size in [*sizes, "nr_inodes=6"]:
         with mount(lab.out, size) as unmount:
@@ -76,7 +76,7 @@ def disks(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
 
 
 def installations(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
-    """Disks that become full while packages are installed."""
+    """Fills disks while packages are installed."""
     with package_indexes(lab) as variables:
         for place, variable in (("environments", "XDG_CACHE_HOME"), ("uv's cache", "UV_CACHE_DIR")):
             for size in ("4k", "32k", "256k", "1m", "2m", "4m"):
@@ -88,7 +88,7 @@ def installations(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
 
 
 def _shrinking(folder: Path, kilobytes: int) -> Disturb:
-    """Leaves no more room than this once an entry is begun."""
+    """Shrinks the disk, as soon as an entry is begun, until only this many kilobytes are free."""
 
     def disturb(program: subprocess.Popen[bytes]) -> bool:
         while not list(folder.glob("*.part/*")):
@@ -111,7 +111,7 @@ def _model_hub(folder: Path) -> Loopback:
 
 @contextmanager
 def package_indexes(lab: Lab) -> Iterator[dict[str, str]]:
-    """Variables for empty caches, and for an index of what the detection needs, which is small and of no use."""
+    """Yields variables for empty caches, and for an index with small dummies of the packages of the detection."""
     with tempfile.TemporaryDirectory(dir=lab.folder) as folder, PackageIndexes(Path(folder)) as indexes:
         for package, version in (("av", "18.1.0"), ("numpy", "2.4.6")):
             indexes.add(f"/simple/{package}", version, "2025-01-01T00:00:00Z", size=3_000_000)
@@ -121,7 +121,7 @@ def package_indexes(lab: Lab) -> Iterator[dict[str, str]]:
 
 
 def kills(target: str, lab: Lab, options: argparse.Namespace, dice: random.Random) -> None:
-    """SIGKILL at random moments of the usual run."""
+    """Sends SIGKILL at random moments of the usual run."""
     judge = dies if target == "program" else either(says(), succeeds)
     for _ in range(options.kills):
         while not lab.attempt(f"kill: {target}", judge, disturb=_killing(lab, target, dice)):
@@ -146,7 +146,7 @@ def _killing(lab: Lab, target: str, dice: random.Random) -> Disturb:
 
 
 def clocks(lab: Lab, options: argparse.Namespace, dice: random.Random) -> None:
-    """A clock that is years behind its files' times, or is set back during the run, by libfaketime."""
+    """Puts the clock up to ten years behind the files' times, from the start or during the run, with libfaketime."""
     (library,) = Path("/usr/lib").glob("*/faketime/libfaketime.so.1")
     offset = lab.folder / "offset"
     fake = {"LD_PRELOAD": str(library), "FAKETIME_TIMESTAMP_FILE": str(offset), "FAKETIME_NO_CACHE": "1"}
@@ -172,7 +172,7 @@ def clocks(lab: Lab, options: argparse.Namespace, dice: random.Random) -> None:
 
 
 def odd_inputs(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
-    """What is no file, or a file of holes."""
+    """Gives the program pipes, folders, devices and sparse files as songs."""
     os.mkfifo(lab.folder / "pipe.wav")
     (lab.folder / "folder.wav").mkdir()
     size = 3_000_000_000
@@ -202,15 +202,15 @@ def says_memory(status: int, line: str) -> bool:
 
 
 def _confine(program: subprocess.Popen[bytes]) -> bool:
-    """The program alone: not what it has started."""
+    """Limits the memory of the program, but not of what it has started."""
     resource.prlimit(program.pid, resource.RLIMIT_AS, (2**31, 2**31))
     return True
 
 
 def changing_inputs(lab: Lab, options: argparse.Namespace, dice: random.Random) -> None:
-    """Songs that become what they are not, at random moments and again and again.
+    """Changes songs at a random moment, or continually.
 
-    A result is that of one state of its song, and not of several, unless the song changes throughout.
+    A result must be that of one state of its song, not of several, unless the song changes continually.
     """
     encoded = ROOT / "tests" / "audio" / "encoded"
     for original in (lab.song, DEMO_SONG, encoded / "untagged.mp3", encoded / "alac.m4a"):
@@ -261,7 +261,7 @@ def _vanish(song: Path, _: bytes, __: subprocess.Popen[bytes]) -> None:
 
 
 def _flap(song: Path, content: bytes, program: subprocess.Popen[bytes]) -> None:
-    """Shrinks and grows until the program has ended."""
+    """Shrinks and restores the song until the program has ended."""
     while program.poll() is None:
         os.truncate(song, len(content) // 3)
         time.sleep(0.0005)
@@ -270,7 +270,7 @@ def _flap(song: Path, content: bytes, program: subprocess.Popen[bytes]) -> None:
 
 
 def sites(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
-    """A site that stalls, breaks off, lies about its lengths and redirects for ever."""
+    """Runs a site that stalls, breaks off, lies about its lengths and redirects forever."""
     with serve(_Site) as site:
         link: list[str | Path] = [f"{site}/tune.ogg", "--full-song"]
         for fault, judge in _SITES_FAULTS.items():
@@ -295,7 +295,7 @@ _SITES_FAULTS = {
 
 
 class _Site(BaseHTTPRequestHandler):
-    """Has /tune.ogg, and below each fault's name one that is delivered with that fault."""
+    """Delivers /tune.ogg without a fault, and /FAULT/tune.ogg with the fault of that name."""
 
     protocol_version = "HTTP/1.1"
     song = DEMO_SONG.read_bytes()
@@ -375,7 +375,7 @@ CLASSES: dict[str, Callable[[Lab, argparse.Namespace, random.Random], None]] = {
 
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("classes", nargs="*", metavar="CLASS", help=f"out of {', '.join(CLASSES)}; all by default")
+    parser.add_argument("classes", nargs="*", metavar="CLASS", help=f"one of {', '.join(CLASSES)}; all by default")
     parser.add_argument("--kills", type=int, default=200, help="of each process; fewer of other faults (%(default)s)")
     parser.add_argument("--seed", type=int, default=1, help="of the random moments (%(default)s)")
     parser.add_argument("--grace", type=float, default=1, help="seconds that processes may take to end (%(default)s)")

@@ -1,4 +1,4 @@
-"""What a running program holds."""
+"""Measures the memory and other resources that a running program holds."""
 
 import os
 import re
@@ -10,12 +10,12 @@ _ALLOWED_GROWTH = 5.0  # megabytes
 
 @dataclass
 class Footprint:
-    rss: float  # megabytes, as the next two
+    rss: float  # megabytes, like the next two
     proportional: float
     private: float
     descriptors: int
     threads: int
-    children: int  # processes, also those that have ended and were not waited for
+    children: int  # processes, including those that have ended but were not waited for
     temporary: int  # files and folders
 
     @classmethod
@@ -34,7 +34,7 @@ class Footprint:
         )
 
     def stays(self, later: "Footprint") -> bool:
-        """Whether memory has grown by no more than is allowed, and every count is as it was."""
+        """Returns True if memory has grown by no more than is allowed, and no count has changed."""
         return all(
             after - before <= _ALLOWED_GROWTH if isinstance(before, float) else after == before
             for before, after in zip(astuple(self), astuple(later), strict=True)

@@ -1,9 +1,9 @@
-"""What a window that nobody uses takes of a core, and how often it wakes.
+"""Shows how much of a core an idle window takes, and how often it wakes.
 
     idle.py [PROGRAM] [--seconds 60]
 
-Measures with the mouse elsewhere, with the mouse at rest on the window, and after a run. PROGRAM is the Kelvane to be
-used; scripts/run leaves one where it is looked for else. Needs NumPy, Xvfb, openbox, xdotool and xwd.
+Measures with the mouse elsewhere, with the mouse at rest on the window, and after a run. PROGRAM is the Kelvane to
+measure; the default is the one that scripts/run builds. Needs NumPy, python-xlib, Xvfb, openbox and xdotool.
 """
 
 import argparse
@@ -56,7 +56,7 @@ def _cpu_seconds(pid: int) -> float:
 
 
 def _wakes(pid: int) -> int:
-    """How often its threads have gone to sleep by themselves."""
+    """Returns how often the process's threads have gone to sleep of their own accord."""
     states = (path.read_text() for path in Path(f"/proc/{pid}/task").glob("*/status"))
     return sum(int(state.partition("\nvoluntary_ctxt_switches:")[2].split()[0]) for state in states)
 

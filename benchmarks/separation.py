@@ -1,4 +1,4 @@
-"""Compares separate.py with Demucs' own command, in turns, with the same WAV, weights, device and options.
+"""Runs separate.py and Demucs' own command alternately, with the same WAV, weights, device and options.
 
 Then times a second run on the same song, and measures the memory that other lengths take. The weights are untrained,
 but full-sized.
@@ -140,7 +140,7 @@ def _print_turns(load: str, turns: list[tuple[_Run, _Run]]) -> None:
 
 
 def _distance(ours: Path, theirs: Path) -> float:
-    """Returns the signal-to-difference ratio in dB, except where the other command has clipped."""
+    """Returns the signal-to-difference ratio in dB, leaving out what the other command has clipped."""
     expected, actual = _samples(theirs), _samples(ours)
     error = np.where(np.abs(expected) < 1, actual - expected, 0)
     return 10 * np.log10(np.sum(expected**2) / max(np.sum(error**2), 1e-300))

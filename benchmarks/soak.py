@@ -1,12 +1,12 @@
-"""Runs Kelvane for long, and fails unless the last run leaves it as the fiftieth did.
+"""Runs Kelvane many times, and fails if it holds more after the last run than after the fiftieth.
 
     soak.py [batch] [window] [failures] [--runs 500] [--real 20]
 
 "batch" renders songs with one kelvane-render. "window" clicks Execute in one window, and Analyze before every tenth
-click. The workers are stand-ins that answer at once, but for --real of the runs, which have real ones and a small
-model. "failures" has runs of both programs fail and be cancelled, then deletes what they left as README.md says.
+click. The workers are stand-ins that answer at once, except in --real of the runs, which have real ones and a small
+model. "failures" makes runs of both programs fail, cancels others, and deletes what they left behind as README.md says.
 
-Needs a release build, NumPy, Xvfb, openbox, xdotool and xwd.
+Needs a release build, NumPy, python-xlib, Xvfb, openbox and xdotool.
 """
 
 import argparse
@@ -75,7 +75,7 @@ class _Soak:
         self.is_flat = True
 
     def make_model(self) -> None:
-        """Installs what the workers need, too."""
+        """Makes the small model, after installing what the workers need."""
         scripts = ROOT / "Resources" / "python"
         for script in ("analyze.py", "separate.py"):
             install = [_UV, "run", "--quiet", scripts / "prepare.py", scripts / script]
@@ -84,7 +84,7 @@ class _Soak:
         subprocess.run([output.splitlines()[-1], make, self.folder / "hub"], env=self.environment, check=True)
 
     def install_stand_in(self, num_real: int) -> None:
-        """And counts the runs from 1."""
+        """Installs the stand-in for uv, and restarts its count of runs."""
         (self.folder / "runs").write_text("0")
         period = self.num_runs // num_real if num_real else self.num_runs + 2
         (self.folder / "uv").write_text(_STAND_IN.format(folder=self.folder, period=period, uv=_UV))
@@ -95,7 +95,7 @@ class _Soak:
 
     @contextmanager
     def flag(self, name: str) -> Iterator[None]:
-        """Has the stand-in do something else."""
+        """Makes the stand-in fail or stall, as the name says, until the block ends."""
         (self.folder / name).touch()
         yield
         (self.folder / name).unlink()
@@ -190,14 +190,14 @@ class _User:
     pid: int
 
     def enter_what_is_wanted(self) -> None:
-        """Two stems, and the tempo detected."""
+        """Selects two stems and a detected tempo."""
         choose(self.window, self.soak.out)
         self.window.click(BASS, OTHER, BPM, BPM_AUTO, BPM_TO)
         self.window.type("120")
         self.window.click(NOWHERE)
 
     def execute(self) -> None:
-        """A click on a window whose dialog is still going does nothing."""
+        """Clicks until a run starts: while a dialog is still closing, a click does nothing."""
         before = self.soak.num_started()
         for _ in range(5):
             self.window.click(EXECUTE)
@@ -211,7 +211,7 @@ class _User:
         time.sleep(0.5)
 
     def analyze(self) -> None:
-        """And has runs detect the tempo again, which an analysis ends."""
+        """Analyzes the song, and then turns Auto on again, which an analysis turns off."""
         auto = self.window.part(_AUTO)
         self.window.click(ANALYZE)
         assert self.window.changes(_AUTO, auto)
@@ -219,7 +219,7 @@ class _User:
         assert wait_for(lambda: same(self.window.part(_AUTO), auto))
 
     def sample(self) -> Footprint:
-        """When the window has thrown away what it painted with."""
+        """Measures the window after it has freed the memory that painting takes."""
         self.window.click(NOWHERE)
         time.sleep(5)
         return Footprint.take(self.pid, self.soak.temporary)

@@ -61,8 +61,8 @@ if(KELVANE_UV_FOLDER)
 endif()
 
 if(APPLE)
-    # PyTorch for Intel Macs ends with Python 3.12. uv obeys this file beside the scripts, even if one bundle serves
-    # both kinds of Mac.
+    # PyTorch has no build for Intel Macs and Python 3.13 or later. uv obeys this file beside the scripts, even if one
+    # bundle serves both kinds of Mac.
     file(WRITE "${CMAKE_BINARY_DIR}/.python-version" ">=3.11,<3.13\n")
     install(FILES "${CMAKE_BINARY_DIR}/.python-version" DESTINATION ${scripts_folder})
 

@@ -2,7 +2,7 @@
 """Measures how strong the tests are: puts one fault at a time into the sources and counts those that a test notices.
 
 Works on a checkout of its own in build/mutation, and resumes after an interruption. Debian has no Mull or Dextool, and
-mutmut and cosmic-ray know Python alone; a list of textual edits serves both languages without a dependency.
+mutmut and cosmic-ray handle only Python; a list of textual edits serves both languages without a dependency.
 
 Lines are drawn uniformly from those that an edit fits. Their order depends on their text and the seed alone, so two
 commits are compared on nearly the same faults. If an edit does not compile or leaves the programs as they were, the
@@ -45,7 +45,7 @@ WINDOW_TESTS = ["test_window.py", "test_window_jobs.py"]
 CONSOLE_TESTS = ["test_audio.py", "test_render.py", "test_workers.py"]
 END_TO_END = {"app": WINDOW_TESTS, "ui": WINDOW_TESTS, "python": ["test_workers.py"]}
 
-# Where an edit is no fault: comments, strings, directives; assertions, declarations; what another system runs.
+# Where an edit would not be a fault: comments, strings, directives; assertions, declarations; what another system runs.
 CPP_TEXT = [
     r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])\'|^ *#(?:[^\n]*\\\n)*[^\n]*',
     r"\b(?:jassert\w*|static_assert|using|template|namespace)\b[^;{>]*",
@@ -56,7 +56,7 @@ PYTHON_TEXT = [
     r"^ *(?:assert|import|from|class|@)\b[^\n]*|^if __name__[^\n]*",
 ]
 
-# Both languages put blanks around their binary operators.
+# Both languages put spaces around their binary operators.
 SWAPPED = ["< <=", "> >=", "== !=", "+ -", "* /", "+= -=", "&& ||", "and or", "true false", "True False"]
 OPERATORS = {
     rf"\b{old}\b" if old.isalpha() else rf"(?<= ){re.escape(old)}(?= \S)": new
@@ -85,7 +85,7 @@ class Mutant:
 
 
 def edits(code: str, line: str, is_statement: bool, opens_block: bool, is_python: bool) -> Iterator[str]:
-    """All mutants of a line, whose code is given without its comments and strings."""
+    """Yields all mutants of a line, whose code is given without its comments and strings."""
     for pattern, new in [*OPERATORS.items(), (NEGATION, ""), (NUMBER, None)]:
         for found in re.finditer(pattern, code):
             changed = new if new is not None else str(int(found["integer"]) + 1) + found["rest"]
@@ -101,7 +101,7 @@ def edits(code: str, line: str, is_statement: bool, opens_block: bool, is_python
 
 
 def mutants_of(file: Path) -> Iterator[tuple[str, list[Mutant]]]:
-    """The context and the mutants of each line that has any."""
+    """Yields the context and the mutants of each line that has any."""
     is_python = file.suffix == ".py"
     code = text = file.read_text(encoding="utf-8")
     for pattern in PYTHON_TEXT if is_python else CPP_TEXT:
@@ -118,7 +118,7 @@ def mutants_of(file: Path) -> Iterator[tuple[str, list[Mutant]]]:
 
 
 def draw(files: list[Path], seed: int) -> list[Mutant]:
-    """One mutant a line, in the order in which they are taken."""
+    """Returns one mutant per line, in the order in which they are tried."""
 
     def rank(*parts: object) -> str:
         return hashlib.sha256("\n".join(map(str, (seed, *parts))).encode()).hexdigest()
@@ -145,7 +145,7 @@ def make_home() -> None:
 
 @cache
 def environment() -> dict[str, str]:
-    """The tests' variables. In CI a test fails where it is skipped elsewhere."""
+    """Returns the tests' environment. CI is set, so a test that cannot run fails instead of being skipped."""
     folders = {"HOME": WORK / "home", "TMPDIR": WORK / "tmp", "KELVANE_PICTURES": WORK / "pictures"}
     folders["TMPDIR"].mkdir(exist_ok=True)
     given = {**folders, "KELVANE_RENDER": RENDER, "KELVANE_PROGRAM": WINDOW, "PYTHONDONTWRITEBYTECODE": 1, "CI": 1}
@@ -180,7 +180,7 @@ def pytest(folder: str, names: Iterable[str]) -> str:
 
 
 def unit_tests(file: str) -> str:
-    """Those of the file's folder first. Most wait for processes, so there are more shards than processors."""
+    """Runs the file's folder's tests first. Most tests wait for processes, so there are more shards than processors."""
     near = (TREE / "tests" / Path(file).parts[1]).glob("*Test.cpp")
     suites = {name for test in near for name in re.findall(r"^TEST\w*\s*\((\w+)", test.read_text(), re.MULTILINE)}
     related = ":".join(f"{name}.*:*/{name}.*" for name in sorted(suites)) or "none"
@@ -189,7 +189,7 @@ def unit_tests(file: str) -> str:
 
 
 def imports(script: Path) -> set[str]:
-    """The modules that a script imports; "from a import b" may mean the module a or a.b."""
+    """Returns the modules that a script imports; "from a import b" may mean the module a or a.b."""
     modules = set()
     statement = r"^ *(?:from ([\w.]+) )?import ([\w.]+(?:, [\w.]+)*)"
     for package, names in re.findall(statement, script.read_text(encoding="utf-8"), re.MULTILINE):
@@ -198,7 +198,7 @@ def imports(script: Path) -> set[str]:
 
 
 def worker_tests(file: str) -> str:
-    """Those that load the module, directly or through another; the one named after it first."""
+    """Runs the tests that load the module, directly or through another, beginning with the one named after it."""
     folder = TREE / "Resources" / "python"
 
     def module(script: Path) -> str:
@@ -274,7 +274,7 @@ def main() -> None:
     for option, default in {"--cpp": 110, "--python": 50, "--seed": 1}.items():
         parser.add_argument(option, type=int, default=default)
     given = parser.parse_args()
-    signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell's background would leave it ignored to the tests
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # a background job ignores it, and so would the tests
     commit = subprocess.check_output(["git", "-C", ROOT, "rev-parse", given.commit], text=True).strip()
     WORK.mkdir(parents=True, exist_ok=True)
     pristine = prepare(commit)
@@ -286,7 +286,7 @@ def main() -> None:
             sys.exit(f"{failed} fails without a fault.")
 
     def take(files: list[Path], count: int, stage: int) -> list[Mutant]:
-        """Puts so many valid mutants through a stage of their tests."""
+        """Puts count valid mutants through a stage of their tests."""
         taken: list[Mutant] = []
         for mutant in draw(files, given.seed):
             if len(taken) == count:

@@ -27,7 +27,7 @@ if TYPE_CHECKING:
 # The first minutes show tempo and key; reading an hour would take a minute.
 _MAX_SECONDS = 240
 _SILENCE = 1e-4  # -80 dB of full scale
-_HIGHEST_CEILING = 1e15  # the sums of louder samples' squares exceed 32-bit floats
+_HIGHEST_CEILING = 1e15  # with louder samples, sums of squares overflow 32-bit floats
 
 
 def main(arguments: list[str]) -> None:

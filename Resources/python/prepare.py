@@ -73,7 +73,7 @@ def _provide(script: Path, progress: SetupProgress) -> Path:
 def _fetch_model(python: Path) -> None:
     begin = partial(worker.begin_child, os.getpid()) if sys.platform == "linux" else None
     command = [python, __file__, "--model", _MODEL]
-    environment = {name: value for name, value in os.environ.items() if name != "UV"}  # not started by uv
+    environment = {name: value for name, value in os.environ.items() if name != "UV"}  # uv does not start this child
     done = subprocess.run(command, stdin=subprocess.DEVNULL, preexec_fn=begin, env=environment)
     if done.returncode != 0:
         sys.exit(1)  # the child has printed the reason

@@ -82,7 +82,7 @@ def _tune() -> None:
     os.environ.setdefault("GOMP_SPINCOUNT", "10000")  # but GNU's threads wake up late if they never spin
 
     mallopt = getattr(ctypes.CDLL(None), "mallopt", None) if sys.platform == "linux" else None
-    if mallopt is not None:  # keep the memory that torch frees: glibc would have to clear each new page
+    if mallopt is not None:  # keep the memory that torch frees: the kernel would have to clear each new page
         trim_threshold, mmap_max, arena_max = -1, -4, -8
         mallopt(trim_threshold, -1)
         mallopt(mmap_max, 0)

@@ -118,7 +118,7 @@ def cache_folder() -> Path:
             raise
         raise WorkerError(f"{folder} could not be created ({error.strerror}): {advice}") from error
     if not os.access(folder, os.W_OK | os.X_OK):
-        raise WorkerError(f"{folder} is not writable: become its owner, or {advice}")
+        raise WorkerError(f"{folder} is not writable: make yourself its owner, or {advice}")
     return folder
 
 
@@ -129,7 +129,7 @@ def _users_cache() -> Path:
 
 
 def _end(status: int, last_line: str = "") -> NoReturn:
-    """Ends at once: libraries could take long to shut down, or print after the last line."""
+    """Ends at once: libraries could take a long time to shut down, or print after the last line."""
     try:
         if last_line:
             _print_plainly(last_line)
@@ -147,7 +147,7 @@ def say(*lines: str) -> None:
 
 
 def _print_plainly(*lines: str) -> None:
-    """Prints each text on one line, although it may contain line breaks and control characters."""
+    """Prints each text on one line, even if it contains line breaks and control characters."""
     for line in lines:
         print(re.sub(r"[\0-\x1f\x7f-\x9f\u2028\u2029]", " ", line))
 
@@ -164,7 +164,7 @@ def bar(fraction: float) -> str:
 def end_with_uv() -> None:
     """Ends this process as soon as uv, its parent, has ended or nobody reads its output any more.
 
-    Call it before anything else: importing a library takes long, and uv may be killed meanwhile.
+    Call it before anything else: importing a library takes a while, and uv may be killed meanwhile.
     """
     signal.signal(signal.SIGINT, signal.SIG_DFL)
     parent = os.getppid()
@@ -195,7 +195,7 @@ def _has_lost_uv(parent: int) -> bool:
     if name == os.path.basename(os.environ["UV"])[:15]:
         return False
     with contextlib.suppress(OSError):
-        return not os.path.samefile(f"/proc/{parent}/exe", os.environ["UV"])  # true if it was started through a link
+        return not os.path.samefile(f"/proc/{parent}/exe", os.environ["UV"])  # the same if started through a link
     return True
 
 
@@ -245,7 +245,7 @@ def audio_frames(path: str) -> Iterator["av.AudioFrame"]:
 
     name = os.path.basename(path)
     size = os.path.getsize(path) if os.path.exists(path) else 0
-    if os.path.exists(path) and not os.path.isfile(path):  # a pipe would be waited for in vain
+    if os.path.exists(path) and not os.path.isfile(path):  # opening a pipe could wait forever
         raise WorkerError(f"{name} is not a file: choose another one.")
     try:
         container = av.open(path, metadata_errors="replace", options={"format_whitelist": _formats()})

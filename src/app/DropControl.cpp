@@ -5,7 +5,7 @@
 namespace
 {
 
-/** Returns the message for the user if the files cannot be the song, and an empty text if they can. */
+/** Returns the message for the user if the files cannot be the song, and an empty string if they can. */
 juce::String reasonToRefuse (const juce::StringArray& paths)
 {
     if (paths.size() != 1)

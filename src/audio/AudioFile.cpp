@@ -33,7 +33,7 @@ static std::unique_ptr<juce::InputStream> openStream (const juce::AudioFormat& f
     return file.createInputStream();
 }
 
-/** @returns null if the format cannot read the file, or not with certainty */
+/** @returns null if the format cannot read the file reliably */
 static std::unique_ptr<juce::AudioFormatReader> createReader (juce::AudioFormat& format, const juce::File& file)
 {
     if (! format.canHandleFile (file))
@@ -76,7 +76,7 @@ void registerFormats (juce::AudioFormatManager& formats)
 
 std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats, const juce::File& file)
 {
-    // A pipe has no size either. To open it would wait for its other end.
+    // A pipe has no size either, and opening one would wait for its other end.
     if (! file.existsAsFile() || file.getSize() == 0)
         return nullptr;
 
@@ -192,7 +192,7 @@ static bool writeAll (const juce::File& file, const juce::File& named, const juc
 
     const auto written = writer->writeFromAudioSampleBuffer (buffer, 0, buffer.getNumSamples()) && writer->flush();
 
-    // A partial write succeeds without a reason. The next one, which finds no space at all, has one.
+    // A partial write gives no reason. The next write, which finds no space at all, does.
     if (! written && opened->getStatus().wasOk())
     {
         opened->setPosition (file.getSize());
@@ -226,8 +226,8 @@ bool replaceWav (const juce::File& file, const juce::AudioBuffer<float>& buffer,
 
     if (error.isEmpty())
         error = "Could not write the output file:\n" + file.getFullPathName() + "\n"
-                + (reason.isEmpty() ? juce::String ("The disk may be full or gone") : reason)
-                + ". A file of that name from before is unchanged. Free some space or choose another folder.";
+                + (reason.isEmpty() ? juce::String ("The disk may be full or disconnected") : reason)
+                + ". An older file of that name is unchanged. Free some space or choose another folder.";
 
     return false;
 }

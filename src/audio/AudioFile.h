@@ -46,9 +46,9 @@ juce::AudioBuffer<float> readWhole (juce::AudioFormatReader& reader);
 bool writeWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, double sampleRate, int bitDepth,
                juce::String& error);
 
-/** Writes a WAV file as writeWav() does, but loses nothing: an older file of that name is replaced, at once, only when
-    the new one is complete, on the disk and as long as its header says. Until then the new one lies beside it, under a
-    hidden name that depends only on the file's, so that the next attempt replaces the remains of one that was killed.
+/** Writes a WAV file as writeWav() does, but loses nothing: an older file of that name is replaced in one step, only
+    when the new one is complete, on the disk and as long as its header says. Until then the new one lies beside it,
+    under a hidden name that depends only on the file's, so that the next attempt replaces what a killed one has left.
 
     @param error  receives the message for the user, with the reason that the system gives
     @returns false if the file could not be written; the older one is then unchanged

@@ -12,7 +12,7 @@ namespace
 
 struct Chunk
 {
-    juce::int64 start = 0, length = 0; // bytes; of its content, whatever lies within the file
+    juce::int64 start = 0, length = 0; // bytes of content, as stated; the file may be shorter
 };
 
 std::string readName (juce::InputStream& stream)
@@ -45,8 +45,7 @@ void visitChunks (juce::InputStream& stream, std::endian order, juce::int64 star
     }
 }
 
-/** @returns the start of a chunk, padded to an even length; empty if the chunk is shorter than the least that it needs
- */
+/** @returns up to most bytes of a chunk, padded to an even length; empty if it has fewer than least */
 juce::MemoryBlock readStart (juce::InputStream& stream, const Chunk& chunk, juce::int64 least, juce::int64 most)
 {
     juce::MemoryBlock bytes;

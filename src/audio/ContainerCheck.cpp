@@ -17,9 +17,9 @@ juce::uint8 byteAt (std::string_view bytes, size_t index)
     return index < bytes.size() ? static_cast<juce::uint8> (bytes[index]) : juce::uint8 {};
 }
 
-/** Finds every place at which a mark stands.
+/** Finds every occurrence of a mark.
 
-    @param maxLength  the most bytes from there on that visit looks at
+    @param maxLength  the most bytes, from the mark on, that visit looks at
     @param visit      receives these bytes, fewer at the end of the stream; returns how many of them to skip, at least 1
 */
 template <typename Visit>
@@ -41,7 +41,7 @@ void findAll (juce::InputStream& stream, std::string_view mark, size_t maxLength
         while (at != std::string::npos && (isAtEnd || at + maxLength <= window.size()))
             at = window.find (mark, at + visit (std::string_view (window).substr (at, maxLength)));
 
-        // Half a mark may stand at the end.
+        // The next block may complete a mark that begins at the end of this one.
         window.erase (0, at != std::string::npos ? at : window.size() - std::min (window.size(), mark.size() - 1));
     }
 }
@@ -98,7 +98,7 @@ FlacFrame parseFlacFrame (std::string_view bytes)
     if (size >= bytes.size() || crc8 (bytes.substr (0, size)) != byteAt (bytes, size))
         return {};
 
-    // A subframe has a byte at least, and the frame a checksum of two.
+    // Each subframe has at least one byte, and the frame ends with a checksum of two.
     const auto numChannels = static_cast<size_t> (channelCode < 8 ? channelCode + 1 : 2);
     return { numSamples, size + 1 + numChannels + 2 };
 }

@@ -12,8 +12,8 @@ namespace containercheck
 juce::int64 countFlacSamples (juce::InputStream& stream);
 
 /** @returns the most samples per channel that the packets of an Ogg Vorbis file can fill, with as much again for
-   packets that got lost; nothing if the file chains streams that differ in channels or sample rate, which a decoder
-             would read beyond its buffers
+             packets that got lost; nothing if the file chains streams that differ in channels or sample rate, because
+             a decoder would then read beyond its buffers
 */
 std::optional<juce::int64> maxVorbisSamples (juce::InputStream& stream);
 

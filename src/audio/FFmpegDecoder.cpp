@@ -80,7 +80,7 @@ std::unique_ptr<FFmpegDecoder> FFmpegDecoder::open (juce::InputStream& source)
     if (! ffmpeg::isAvailable())
         return nullptr;
 
-    // They would print all they find wrong with a file.
+    // By default the libraries print everything that they find wrong with a file.
     ffmpeg::library().av_log_set_level (AV_LOG_QUIET);
 
     std::unique_ptr<FFmpegDecoder> decoder (new FFmpegDecoder (source));
@@ -107,7 +107,7 @@ bool FFmpegDecoder::openContainer (const char* flag)
     if (flag != nullptr)
         lib.av_dict_set_int (&options, flag, 1, 0);
 
-    // On failure the context is freed, and null.
+    // On failure this frees the context and sets it to null.
     lib.avformat_open_input (&context, nullptr, nullptr, &options);
     lib.av_dict_free (&options);
     container.reset (context);
@@ -189,7 +189,7 @@ juce::int64 FFmpegDecoder::countByClock()
 }
 
 /** An MPEG-4 file plays a section of its audio, and states that section's length in ticks as coarse as milliseconds. To
-    the nearest tick, that is mostly all the audio after the encoder's delay, whose length is known exactly.
+    the nearest tick, that is usually all the audio after the encoder's delay, whose length is known exactly.
 */
 juce::int64 FFmpegDecoder::countByEdits()
 {
@@ -243,7 +243,7 @@ FFmpegDecoder::Outcome FFmpegDecoder::decode()
         if (result == 0)
             return Outcome::frame;
 
-        // After a failure, take another packet, or this could go on for ever.
+        // After a failure, take another packet, or this could go on forever.
         hasFailed = false;
 
         if (result == AVERROR (EAGAIN))

@@ -29,7 +29,7 @@ public:
 
     /** Decodes the next block.
 
-        @returns false if there is none: the block is empty then
+        @returns false if there is none, which leaves the block empty
     */
     bool readBlock();
 
@@ -83,13 +83,13 @@ private:
     AVChannelLayout channels {};
     int sampleRate = 0;
 
-    // What the converter takes.
+    // The converter's input format.
     AVChannelLayout frameChannels {};
     int frameRate = 0;
     int frameFormat = -1;
 
-    juce::int64 numTicks = 0;  // of the container's clock, of the packets so far
-    juce::int64 numToSkip = 0; // samples, of the packets so far
+    juce::int64 numTicks = 0;  // the length of the packets so far, by the container's clock
+    juce::int64 numToSkip = 0; // samples of the packets so far
     bool hasFailed = false;
     bool isDraining = false;
     juce::AudioBuffer<float> block;

@@ -104,7 +104,7 @@ inline float norm (const float* points, int numPoints)
     return sqrtf (energy);
 }
 
-/** @returns false if points of this norm are too loud, too quiet or too broken for integers */
+/** @returns false if points of this norm are too loud or too quiet for integers, or not finite */
 inline bool canBeScaled (float pointsNorm)
 {
     return pointsNorm > 1.0e-12f && pointsNorm < 1.0e12f;

@@ -15,7 +15,7 @@ constexpr int pointStride = lanesOfShorts / candidateStride;
 constexpr int pointsInRow = matchPoints / pointStride;
 static_assert (pointsInRow % lanesOfShorts == 0);
 
-/** Adds the products of a tile's candidates with the reference's points from the given one on. */
+/** Multiplies a tile's candidates by the reference's points, from the given one on, and adds up the products. */
 template <int point>
 void addProductsFrom (int32x4_t* sums, int16x8_t reference, const int16x8_t* candidates)
 {

@@ -148,7 +148,7 @@ Buffer timeStretch (const Buffer& input, double ratio, const SearchBackend& back
     const auto targetLength = roundToLength (static_cast<double> (numSamples) * ratio);
     const auto analysisHop = roundToLength (static_cast<double> (synthesisHop) / ratio);
 
-    // The number of frames in the input, and the number that surely passes the target length.
+    // The number of frames in the input, and the number that is certain to pass the target length.
     const auto numInInput = (numSamples - frameLength) / analysisHop + 1;
     const auto numToTarget =
         static_cast<int> ((static_cast<juce::int64> (targetLength) + outputSlack - frameLength) / synthesisHop) + 1;

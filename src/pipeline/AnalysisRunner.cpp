@@ -5,7 +5,7 @@
 #include "pipeline/WorkerOutput.h"
 #include "pipeline/Workers.h"
 
-/** Removes the spaces with which a worker pads lines so that they overwrite longer ones, and blank lines. */
+/** Removes blank lines, and the spaces with which a worker fills a block so that its lines appear at once. */
 static juce::String withoutPadding (const juce::String& output)
 {
     auto lines = juce::StringArray::fromLines (output);

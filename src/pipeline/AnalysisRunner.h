@@ -22,7 +22,7 @@ public:
     ~AnalysisRunner() override = default;
 
     /** Called once on the message thread, unless the analysis is cancelled. The arguments are: success; the tempo in
-        BPM; the key as an index into PipelineConfig::keyNames; the downloaded file, also if the detection failed (a
+        BPM; the key as an index into PipelineConfig::keyNames; the downloaded file, even if the detection failed (a
         default File if nothing was downloaded); and the message for the user after a failure.
     */
     std::function<void (bool, double, int, juce::File, juce::String)> onFinished;

@@ -4,8 +4,8 @@
 
 #include <string_view>
 
-/** JUCE's parser recurses with each bracket, reads on after a minus at the end of the text, takes any character after a
-    minus for a digit, and overflows at more than 18 digits ahead of the point.
+/** JUCE's parser recurses for each bracket, reads on after a minus at the end of the text, takes any character after a
+    minus for a digit, and overflows at more than 18 digits before the decimal point.
 */
 static bool isSafeToParse (std::string_view json)
 {

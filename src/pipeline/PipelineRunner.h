@@ -38,7 +38,7 @@ private:
     /** The results that the stages of a run pass on. */
     struct RunState
     {
-        bool downloads = false; /**< decided once, because an edited link deletes the cached file at any time */
+        bool downloads = false; /**< decided once, because editing the link can delete the cached file at any time */
         juce::File uv;          /**< a default File in a run without workers */
         juce::File scripts;     /**< likewise */
         juce::File tempDir;

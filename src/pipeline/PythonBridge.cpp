@@ -15,7 +15,7 @@ static constexpr auto uvNotFound = "Could not find 'uv', which is needed to run 
 static constexpr auto scriptsNotFound = "Could not locate the bundled Python scripts (Resources/python).";
 
 #if JUCE_LINUX
-// JUCE resolves the name that the program was started by against the present working folder, which may have changed.
+// JUCE resolves the name that the program was started with against the current working folder, which may have changed.
 // This location comes from the system.
 static constexpr auto applicationLocation = juce::File::hostApplicationPath;
 static constexpr auto executableLocation = juce::File::hostApplicationPath;

@@ -46,7 +46,7 @@ public:
     /** Renders all entries.
         @param message  receives the text for the user after a failure; unchanged after a cancellation
         @returns true if all files have been written
-        @throws std::bad_alloc  if a file's audio does not fit into memory, mostly before it is read
+        @throws std::bad_alloc  if a file's audio does not fit into memory, usually before it is read
     */
     bool render (juce::String& message);
 

@@ -5,7 +5,7 @@
 /** Chooses a unique name for a job's folder in the system's temporary folder. The caller creates the folder.
 
     Its parent, "Kelvane", is created here and closed to other users. If another user owns that name, the parent is
-    "Kelvane-" and the user's number; if that is taken as well, it has a random name.
+    "Kelvane-" and the user ID; if that is taken as well, it has a random name.
     @param prefix  begins the folder's own name
 */
 juce::File newTemporaryFolder (const juce::String& prefix = {});

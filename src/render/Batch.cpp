@@ -9,7 +9,7 @@
 Batch::Batch (const std::vector<Song>& songsToUse) : songs (songsToUse) {}
 
 /** Adds advice to a message that quotes a worker, after a blank line, if the quotation ends without any: uv gives none
-    on a full disk, and neither can a worker that was stopped.
+    when the disk is full, and a worker that was stopped cannot give any.
 */
 static juce::String withAdvice (const juce::String& message)
 {

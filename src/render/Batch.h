@@ -18,13 +18,13 @@ public:
 protected:
     explicit Batch (const std::vector<Song>& songs);
 
-    /** Starts the work on a song, which ends with a call of songFinished, also if it cannot start. */
+    /** Starts the work on a song, which ends with a call of songFinished, even if it cannot start. */
     virtual void startSong (const Song& song) = 0;
 
     /** Cancels the current song. Called once; the song still calls songFinished. */
     virtual void cancelSong() = 0;
 
-    /** @param message  the reason of a failure; empty after a success */
+    /** @param message  the reason for a failure; empty after a success */
     void songFinished (const juce::String& message);
 
     /** @returns the text, preceded by the current song's name if there are several songs */

@@ -2,7 +2,7 @@
 
 #include "pipeline/SharedMessages.h"
 
-/** A batch needs songs; a preparation is one without file or URL. */
+/** A batch needs songs. A preparation has one placeholder, without a file or a URL. */
 static const std::vector<Song>& onePlaceholder()
 {
     static const std::vector<Song> songs (1);

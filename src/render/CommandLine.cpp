@@ -26,11 +26,11 @@ or the URL of a video (https://...).
                        Without --stems and --full-song, all stems are rendered.
 
   --percent P          tempo change in percent: 25 is a quarter faster, -50 half as fast;
-                       limited to a quarter of the speed and to four times the speed
+                       limited to speeds from a quarter of the original to four times it
   --bpm FROM:TO        change the tempo from FROM to TO beats per minute; FROM may be auto
-  --key FROM:TO        transpose by the smaller interval between two keys, of
-                       @keys,
-                       and keep the tempo; FROM may be auto
+  --key FROM:TO        transpose by the smaller interval and keep the tempo;
+                       FROM may be auto; the keys are
+                       @keys
   --resample           change tempo and pitch together, like a tape machine
 
   --rate HZ            sample rate of the results, @rates; default: the song's
@@ -107,7 +107,7 @@ juce::String parseStems (const juce::String& list, PipelineConfig& settings)
         const auto found = std::find_if (names.begin(), names.end(), [&] (const char* stem) { return name == stem; });
 
         if (found == names.end())
-            return "--stems takes a list out of " + join (names, ",") + ", not '" + list + "'.";
+            return "--stems takes a list of " + join (names, ",") + ", not '" + list + "'.";
 
         settings.stems[std::distance (names.begin(), found)] = true;
     }
@@ -153,7 +153,7 @@ juce::String parseKeys (const juce::String& text, PipelineConfig& settings)
     const auto to = pair ? parseKey (pair->second) : std::nullopt;
 
     if (! from || ! to)
-        return "--key takes two keys as FROM:TO, out of " + join (PipelineConfig::keyNames, " ") + ", not '" + text
+        return "--key takes two keys as FROM:TO, from " + join (PipelineConfig::keyNames, " ") + ", not '" + text
                + "'.";
 
     settings.adjustMode = AdjustMode::Key;
@@ -205,7 +205,7 @@ juce::String parseFolder (const juce::String& text, PipelineConfig& settings)
 
 using ParseValue = juce::String (*) (const juce::String&, PipelineConfig&);
 
-/** An option that takes a value. The options of a group exclude each other. */
+/** An option that takes a value. Only one option of a group can be given. */
 struct ValueOption
 {
     const char* name;
@@ -308,7 +308,7 @@ private:
             return juce::String (option.name) + " is given twice.";
 
         if (given != nullptr)
-            return juce::String (given->name) + " and " + option.name + " exclude each other.";
+            return juce::String (given->name) + " and " + option.name + " cannot be used together.";
 
         given = &option;
 
@@ -369,7 +369,7 @@ private:
 
     static juce::String refuseBesideAnalyze (const char* option)
     {
-        return juce::String ("--analyze and ") + option + " exclude each other.";
+        return juce::String ("--analyze and ") + option + " cannot be used together.";
     }
 
     juce::String completeSettings()

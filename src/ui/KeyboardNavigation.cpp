@@ -114,7 +114,7 @@ void KeyboardNavigation::updateOutline()
     if (isInside)
         lastFocused = focused;
 
-    // The outline stays in the parent of its first owner until it has none.
+    // The outline is made in the parent of its first owner, and stays there until the owner is null.
     outline.setOwner (nullptr);
     outline.setOwner (shown ? focused : nullptr);
 }

@@ -22,7 +22,7 @@ public:
             timer.startTimer (intervalMilliseconds);
     }
 
-    /** Shows the present value and stops following it. */
+    /** Shows the current value and stops following it. */
     void settle()
     {
         auto& timer = timerOf<juce::ProgressBar> (*this);

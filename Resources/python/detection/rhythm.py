@@ -11,7 +11,7 @@ _WINDOW_SECONDS = 12
 _MULTIPLES = np.array([1 / 4, 1 / 3, 1 / 2, 2 / 3, 3 / 4, 1, 4 / 3, 3 / 2, 2, 3, 4, 6, 8])  # of the beat's rate
 _LAGS = np.array([1 / 4, 1 / 3, 1 / 2, 2 / 3, 3 / 4, 1, 3 / 2, 2, 3, 4, 6, 8])  # in beats
 _PHASE_MULTIPLES = np.array([1 / 4, 1 / 3, 1 / 2, 1, 2])
-_PAIRS = ((0, 2), (0, 4), (2, 4), (0, 1), (1, 4))  # of bands whose alternation shows the meter: bass drum and snare
+_PAIRS = ((0, 2), (0, 4), (2, 4), (0, 1), (1, 4))  # of bands whose alternation shows the meter
 _PRIOR_BPM = np.array([45, 60, 75, 90, 105, 120, 140, 160, 185, 210])
 _NEARBY = np.linspace(0.985, 1.015, 5)
 

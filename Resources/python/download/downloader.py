@@ -18,7 +18,7 @@ RETRIES = 2
 # Later entries of a playlist are ignored.
 _MAX_ENTRIES = 100
 
-# yt-dlp's description of a song, or of a download's progress. Only functions import yt-dlp, which takes long.
+# yt-dlp's description of a song, or of a download's progress. yt-dlp is slow to import, so only functions do it.
 Record = dict[str, Any]
 
 if sys.platform == "linux":
@@ -72,7 +72,7 @@ class Downloader:
         if not _may_have_audio(song):
             raise worker.WorkerError("The video at this link has no sound: give a link to another one.")
         if song.get("extractor_key") == "HTML5MediaEmbed":
-            song["title"] = re.sub(r" \(\d+\)$", "", song["title"])  # yt-dlp numbers even a single player
+            song["title"] = re.sub(r" \(\d+\)$", "", song["title"])  # yt-dlp numbers players, even a single one
         return song
 
     def fetch(self, song: Record) -> str:
@@ -114,7 +114,7 @@ def _explaining(action: Callable[..., Record], *arguments: object, **options: ob
         return action(*arguments, **options)
     except YoutubeDLError as error:
         raise _explained(error) from error
-    except ValueError as error:  # yt-dlp takes what a server states about a file for a number
+    except ValueError as error:  # yt-dlp parses a server's numbers without checking them
         raise worker.WorkerError(f"The server's answer could not be read ({error}): try another link.") from error
 
 

@@ -1,7 +1,7 @@
 """Installs each worker's packages on Linux, in an environment of its own in the user's cache.
 
-"uv run" would show no progress and cannot choose a build of PyTorch: it would take the package index's, for NVIDIA
-GPUs, which is several gigabytes. So markers in the workers' metadata hide the packages from it.
+"uv run" would show no progress and cannot choose a build of PyTorch: it would take the one in the package index, which
+is for NVIDIA GPUs and several gigabytes in size. So markers in the workers' metadata hide the packages from it.
 """
 
 import hashlib
@@ -31,7 +31,7 @@ _ENTERED = "KELVANE_ENTERED_ENVIRONMENT"
 # A user who sets one of these chooses where packages come from.
 _USERS_SOURCES = ("UV_DEFAULT_INDEX", "UV_EXTRA_INDEX_URL", "UV_FIND_LINKS", "UV_INDEX", "UV_INDEX_URL")
 
-# PyTorch's own index gives no upload dates, and uv rejects files without one. The bounds of torch apply instead.
+# PyTorch's own index gives no upload dates, and uv rejects files without one. Only the bounds of torch pin these.
 _UNDATED = ("pytorch-triton-rocm", "pytorch-triton-xpu", "torch", "triton", "triton-rocm", "triton-xpu")
 
 _NVIDIA_TRACES = ("/proc/driver/nvidia/version", "/usr/lib/wsl/lib/libcuda.so.1")
@@ -40,12 +40,12 @@ _NVIDIA_TRACES = ("/proc/driver/nvidia/version", "/usr/lib/wsl/lib/libcuda.so.1"
 def enter(script: Path, progress: SetupProgress | None = None) -> None:
     """Restarts the process in the script's environment, which is created if necessary.
 
-    Returns if the process already runs in it, and where Kelvane does not install packages: on other systems, and with
-    an interpreter that the user has chosen instead of uv. Raises WorkerError if the environment cannot be created.
+    Does nothing if the process already runs in it, or where Kelvane does not install packages: on other systems, and
+    with an interpreter that the user has chosen instead of uv. Raises WorkerError if the environment cannot be created.
     """
     if _is_new_python_on_intel_mac() and _Requirements.read(script).include_torch():
         raise worker.WorkerError(
-            "PyTorch for Intel Macs ends with Python 3.12: install that version, set UV_PYTHON to 3.12, and try again."
+            "PyTorch for Intel Macs needs Python 3.12 or older: install 3.12, set UV_PYTHON to 3.12, and try again."
         )
     if sys.platform != "linux" or Path(sys.prefix, surroundings.RECEIPT).exists():
         return
@@ -127,7 +127,7 @@ class Environment:
         return self.python
 
     def hold(self) -> bool:
-        """Keeps the environment for the life of this process, even after exec. Returns False if it is missing."""
+        """Protects the environment while this process lives, even after exec. Returns False if it is missing."""
         with file_lock.take(self._lock_file(), shared=True) as lock:
             if not self.is_ready():
                 return False
@@ -196,7 +196,7 @@ class Environment:
 
 
 def _resolves(uv: uv_tool.Uv, *command: str | Path) -> bool:
-    """Tries a command as a dry run. Raises UvError if it fails for a reason that no other build would avoid."""
+    """Tries a command as a dry run. Raises UvError if it fails for a reason that applies to every build."""
     try:
         uv.run(*command, "--dry-run", "--quiet", environment=_impatient())
     except uv_tool.UvError as error:

@@ -189,7 +189,7 @@ class _Screen:
             self._on_progress(num_needed, num_needed)
 
     def words(self) -> str:
-        """Returns uv's messages since the last frame, without its drawings."""
+        """Returns uv's messages since the last frame, without its spinners and progress bars."""
         lines = re.split(r"[\r\n]+", self._SEQUENCE.sub("\n", self._text))
         said = (self._SPINNER_BEFORE_ERROR.sub("", line).rstrip() for line in lines)
         kept = (line for line in said if line and not self._DRAWING.search(line))

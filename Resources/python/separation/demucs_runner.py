@@ -63,7 +63,7 @@ def _chunk(
 
 
 class _Network:
-    """Runs the model chunk by chunk, on a GPU until one fails there."""
+    """Runs the model chunk by chunk, on a GPU until a chunk fails there."""
 
     def __init__(self, model: "BagOfModels") -> None:
         import torch
@@ -105,7 +105,7 @@ class _Network:
     def _run(self, chunk: "TensorChunk") -> "torch.Tensor":
         from demucs.apply import apply_model
 
-        self._model.to(self._device)  # once: Demucs would move it back after each chunk
+        self._model.to(self._device)  # moves it only once; Demucs would move it back after each chunk
         return apply_model(self._model, chunk, shifts=0, split=False, device=self._device)[0].cpu()
 
 

@@ -57,7 +57,7 @@ def _fetch(name: str) -> None:
 
     SetupProgress().step(f"Fetching the {name} model (only needed once)")
     for part in Path(_folder(name), "blobs").glob("*.incomplete"):
-        part.unlink()  # the hub's client never resumes a killed one's downloads
+        part.unlink()  # the hub's client never resumes a download that was killed
     try:
         for file in HfApi().model_info(_repository(name), timeout=10).siblings:
             if Path(file.rfilename).suffix in (".yaml", ".safetensors"):

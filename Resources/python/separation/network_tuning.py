@@ -24,7 +24,7 @@ def _make_contiguous(_module: nn.Module, _inputs: tuple[Tensor], output: Tensor)
 
 
 class _TiledBranches(nn.Module):
-    """Runs a layer's residual branches on a few frequencies at a time, where Demucs takes all at once.
+    """Runs a layer's residual branches on a few frequencies at a time, whereas Demucs runs them on all at once.
 
     Frequencies are independent, so the result is the same, and tiles stay in the cache from one step to the next.
     """
@@ -63,7 +63,7 @@ def _is_pointwise(step: nn.Module) -> bool:
 
 
 def _fold(scale: Tensor, norm: nn.GroupNorm) -> None:
-    """Moves the scaling into the norm: only its first half of channels passes the gate."""
+    """Moves the scaling into the norm: it applies to the first half of the channels, which GLU then gates."""
     with torch.no_grad():
         norm.weight[: len(scale)] *= scale
         norm.bias[: len(scale)] *= scale
@@ -105,7 +105,7 @@ class _Upsampling(nn.Module):
         self._bias = torch.stack([bias, torch.zeros_like(bias)]).reshape(-1, 1)
 
     def forward(self, x: Tensor) -> Tensor:
-        """Maps the shape (batch, inputs, rows) or (batch, inputs, rows, samples) to the same with the outputs."""
+        """Maps the shape (batch, inputs, rows) or (batch, inputs, rows, samples) to one with outputs for inputs."""
         batch, _, num_rows, *columns = x.shape
         result = x.new_empty(batch, self._num_outputs, num_rows + 1, self._stride, *columns)
         result[:, :, 0] = 0

@@ -161,7 +161,7 @@ class NewEntry:
                 file_lock.lock(self._receipt)
 
     def write(self, stem: str, samples: "np.ndarray", num_samples: int) -> None:
-        """Appends floats of shape (2, samples) to a stem, num_samples long in total."""
+        """Appends floats of shape (2, samples) to a stem that is num_samples long in total."""
         if self._folder is None:
             return
         with self._or_abandon():

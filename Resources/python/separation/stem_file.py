@@ -27,7 +27,7 @@ class StemFile:
         """Writes the header, which fixes the length at num_samples."""
         self.path = path
         self.checksum = 0
-        self._file = open(path, "wb", opener=_open_private)  # noqa: SIM115  # close() does
+        self._file = open(path, "wb", opener=_open_private)  # noqa: SIM115  # closed in close()
         self._put(_header(num_samples))
 
     def write(self, samples: "np.ndarray") -> None:
