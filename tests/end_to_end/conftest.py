@@ -1,4 +1,4 @@
-"""The finished programs, driven as a user or a script would drive them."""
+"""The finished programs, driven as a user or a script would drive them, in a folder of the test's own."""
 
 import os
 import shutil
@@ -21,37 +21,35 @@ Start = Callable[..., subprocess.Popen[bytes]]
 
 
 @pytest.fixture
-def environment(tmp_path: Path) -> dict[str, str]:
+def environment(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> dict[str, str]:
     """No display, and temporary files where the test can count them."""
-    temporary = tmp_path / "temporary"
-    temporary.mkdir()
+    monkeypatch.chdir(tmp_path)
+    Path("temporary").mkdir()
     kept = {name: value for name, value in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")}
-    return {**kept, "TMPDIR": str(temporary)}
+    return {**kept, "TMPDIR": str(tmp_path / "temporary")}
 
 
 @pytest.fixture
-def render(tmp_path: Path, environment: dict[str, str]) -> Run:
-    """Runs kelvane-render in the test's folder."""
-
+def render(environment: dict[str, str]) -> Run:
     def run(*arguments: str | Path, **options: object) -> subprocess.CompletedProcess[str]:
-        command, output = [RENDER, *map(str, arguments)], {"capture_output": True, "text": True, "timeout": 300}
-        result = subprocess.run(command, cwd=tmp_path, env=environment, **output, **options)
-        assert "Assertion" not in result.stderr
+        options = {"env": environment, "capture_output": True, "text": True, "timeout": 300} | options
+        result = subprocess.run([RENDER, *arguments], **options)
+        assert "Assertion" not in (result.stderr or "")
         return result
 
     return run
 
 
-def rendered(out: Path, song: str) -> Path:
+def rendered(song: str, out: Path = Path("out")) -> Path:
     return out / f"{song} - Stems" / f"{song} - full mix.wav"
 
 
 @pytest.fixture
-def environment_with_workers(environment: dict[str, str], hub: Path, tmp_path: Path) -> dict[str, str]:
+def environment_with_workers(environment: dict[str, str], hub: Path) -> dict[str, str]:
     """With what the workers need, offline but for the loopback interface."""
     for script in ("analyze.py", "yt2wav.py"):
         provide(script)
-    cache = cache_without_stems(tmp_path / "own cache")
+    cache = cache_without_stems(Path("own cache").absolute())
     return {**ENVIRONMENT, **environment, **cache, "KELVANE_UV": UV, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1"}
 
 
@@ -92,15 +90,14 @@ def start(screen: Screen, request: pytest.FixtureRequest) -> Iterator[Start]:
     yield start
     save(f"{request.node.name} (end)", screen.picture_of("root"))
     for process in started:
-        if process.poll() is None:
-            process.terminate()
+        process.terminate()
         process.wait()
 
 
 @pytest.fixture
-def tools(tmp_path: Path) -> Path:
+def tools() -> Path:
     """The only programs that the window can find: it looks for the desktop's dialogs by means of `which`."""
-    tools = tmp_path / "tools"
+    tools = Path("tools").absolute()
     tools.mkdir()
     (tools / "which").symlink_to(shutil.which("which") or "")
     return tools

@@ -1,6 +1,5 @@
 """Local package indexes, with small wheels of their own, behind a proxy that answers for every host."""
 
-import hashlib
 import io
 import json
 import ssl
@@ -8,6 +7,7 @@ import subprocess
 import threading
 import zipfile
 from functools import cache
+from hashlib import sha256
 from pathlib import Path
 
 from loopback import Loopback
@@ -22,7 +22,7 @@ class PackageIndexes(Loopback):
     def __init__(self, folder: Path) -> None:
         self.missing: tuple[str, ...] = ()
         self._answers: dict[str, bytes] = {}
-        self._files: dict[str, list[dict[str, object]]] = {}
+        self._listings: dict[str, list[dict[str, object]]] = {}
         self._folder, self.authority = folder, folder / "authority.pem"
         self._certify("authority", "authority", "-addext", "keyUsage=keyCertSign")
         lock, certificate = threading.Lock(), cache(self._certificate)
@@ -40,8 +40,7 @@ class PackageIndexes(Loopback):
         name = page.rpartition("/")[2].replace("-", "_")
         metadata = f"Metadata-Version: 2.1\nName: {name}\nVersion: {version}\n"
         metadata += "".join(f"Requires-Dist: {one}\n" for one in requires)
-        record = f"{name}-{version}.dist-info"
-        wheel = io.BytesIO()
+        record, wheel = f"{name}-{version}.dist-info", io.BytesIO()
         with zipfile.ZipFile(wheel, "w") as archive:
             archive.writestr(f"{name}/__init__.py", f'__version__ = "{version}"\n')
             archive.writestr(f"{name}/data", bytes(size))
@@ -49,15 +48,13 @@ class PackageIndexes(Loopback):
             archive.writestr(f"{record}/WHEEL", "Wheel-Version: 1.0\nRoot-Is-Purelib: true\nTag: py3-none-any\n")
             archive.writestr(f"{record}/RECORD", "")
 
-        file = f"{name}-{version}-py3-none-any.whl"
+        content, file = wheel.getvalue(), f"{name}-{version}-py3-none-any.whl"
         url = f"{page}/{file.replace('+', '%2B')}"
-        self._answers |= {url: wheel.getvalue(), f"{url}.metadata": metadata.encode()}
-        hashes = {"sha256": hashlib.sha256(wheel.getvalue()).hexdigest()}
-        date = {"upload-time": uploaded} if uploaded else {}
-        files = self._files.setdefault(page, [])
-        files.append({"filename": file, "url": url, "hashes": hashes, "core-metadata": True, **date})
-        listing = {"meta": {"api-version": "1.1"}, "name": name, "files": files}
-        self._answers[f"{page}/"] = json.dumps(listing).encode()
+        listing = {"filename": file, "url": url, "hashes": {"sha256": sha256(content).hexdigest()}}
+        listing |= {"core-metadata": True} | ({"upload-time": uploaded} if uploaded else {})
+        self._listings[page] = files = [*self._listings.get(page, []), listing]
+        index = {"meta": {"api-version": "1.1"}, "name": name, "files": files}
+        self._answers |= {url: content, f"{url}.metadata": metadata.encode(), f"{page}/": json.dumps(index).encode()}
 
     def _certificate(self, host: str) -> ssl.SSLContext:
         signed = ["-CA", "authority.pem", "-CAkey", "authority.key"]
