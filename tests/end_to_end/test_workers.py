@@ -14,11 +14,13 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from conftest import LINK, RENDER, Run
+from conftest import LINK, RENDER, Run, rendered
 from loopback import Loopback
 from processes import descendants, gone
 from wav import read_wav, write_wav
 from workers import DEMO_SONG
+
+Start = Callable[..., subprocess.Popen[str]]
 
 
 @pytest.fixture
@@ -26,18 +28,31 @@ def environment(environment_with_workers: dict[str, str]) -> dict[str, str]:
     return environment_with_workers
 
 
-def test_renders_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
+@pytest.fixture
+def start(environment: dict[str, str]) -> Iterator[Start]:
+    """Starts kelvane-render, as the leader of a process group, and does not wait for it."""
+    with ExitStack() as stack:
+
+        def start(*arguments: str | Path, **variables: str) -> subprocess.Popen[str]:
+            pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True}
+            options = {"env": environment | variables, "start_new_session": True}
+            return stack.enter_context(subprocess.Popen([RENDER, *arguments], **pipes, **options))
+
+        yield start
+
+
+def test_renders_stems_at_another_tempo(render: Run) -> None:
     """From a folder whose configuration would break uv."""
-    (tmp_path / "uv.toml").write_text("no configuration [")
-    (tmp_path / "pyproject.toml").write_text('[tool.uv]\nrequired-version = "<0.1"\n')
-    (tmp_path / ".python-version").write_text("3.8\n")
+    Path("uv.toml").write_text("no configuration [")
+    Path("pyproject.toml").write_text('[tool.uv]\nrequired-version = "<0.1"\n')
+    Path(".python-version").write_text("3.8\n")
 
     result = render(DEMO_SONG, "--stems", "vocals,drums", "--bpm", "auto:140", "--out", "out")
     assert result.returncode == 0, result.stdout + result.stderr
     assert "Processing drums... (detected 112.0 BPM)" in result.stdout
     assert "Separating stems... 100%" in result.stdout
 
-    folder = tmp_path / "out" / "kelvane-demo - Stems"
+    folder = rendered("kelvane-demo").parent
     assert sorted(os.listdir(folder)) == ["kelvane-demo - drums.wav", "kelvane-demo - vocals.wav"]
     for path in folder.iterdir():
         samples, rate = read_wav(path)
@@ -47,48 +62,29 @@ def test_renders_stems_at_another_tempo(render: Run, tmp_path: Path) -> None:
     result = render(DEMO_SONG, "--stems", "bass", "--percent", "10", "--out", "out")
     assert re.findall(r"Separating stems\.\.\. (\d+)%", result.stdout) == ["100"]
     assert (folder / "kelvane-demo - bass.wav").exists()
-    assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
+    assert not os.listdir("temporary/Kelvane")
 
 
-def test_names_a_links_results_after_its_title(render: Run, tmp_path: Path, site: Loopback) -> None:
+def test_names_a_links_results_after_its_title(render: Run, site: Loopback) -> None:
     result = render(f"{site.address}{LINK}", "--full-song", "--key", "auto:E", "--out", "out")
     assert result.returncode == 0, result.stdout + result.stderr
     assert "Processing full mix... (detected key: D)" in result.stdout
-    samples, _ = read_wav(tmp_path / "out" / "A Title é日 - Stems" / "A Title é日 - full mix.wav")
-    assert np.abs(samples).max() > 0.1
-    assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
+    assert np.abs(read_wav(rendered("A Title é日"))[0]).max() > 0.1
+    assert not os.listdir("temporary/Kelvane")
 
 
 def test_analyze_prints_json_for_each_song(render: Run, tmp_path: Path, site: Loopback) -> None:
     url = f"{site.address}{LINK}"
-    silence = write_wav(tmp_path / "silence.wav", np.zeros((100000, 2)), 44100)
+    silence = write_wav(Path("silence.wav"), np.zeros((100000, 2)), 44100)
     result = render("--analyze", DEMO_SONG, silence, "missing.wav", url)
 
     assert result.returncode == 1
+    found = {"bpm": pytest.approx(112, abs=0.1), "key_index": 2, "key": "D"}
     results = [json.loads(line) for line in result.stdout.splitlines()]
-    assert [one["song"] for one in results] == [str(DEMO_SONG), url]
-    for one in results:
-        assert one["bpm"] == pytest.approx(112, abs=0.1)
-        assert (one["key_index"], one["key"]) == (2, "D")
+    assert results == [{"song": str(DEMO_SONG)} | found, {"song": url} | found]
     assert "silence.wav: Analysis failed.\n\n" in result.stderr
     assert f"missing.wav: Input file does not exist:\n{tmp_path}/missing.wav\n" in result.stderr
-    assert not list((tmp_path / "temporary" / "Kelvane").iterdir())
-
-
-Start = Callable[..., subprocess.Popen[str]]
-
-
-@pytest.fixture
-def start(environment: dict[str, str], tmp_path: Path) -> Iterator[Start]:
-    """Starts kelvane-render, as the leader of a process group, and does not wait for it."""
-    with ExitStack() as stack:
-
-        def start(*arguments: str | Path, **variables: str) -> subprocess.Popen[str]:
-            pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True}
-            options = {"cwd": tmp_path, "env": environment | variables, "start_new_session": True}
-            return stack.enter_context(subprocess.Popen([RENDER, *arguments], **pipes, **options))
-
-        yield start
+    assert not os.listdir("temporary/Kelvane")
 
 
 # What to run, the line which shows that the worker is at work, and how many processes there are then.
@@ -110,7 +106,7 @@ ENDS = {
     ("stage", "end"),
     [
         *((stage, "SIGKILL") for stage in STAGES),
-        *((stage, "SIGINT") for stage in ("detection", "separation", "installation")),
+        *((stage, "SIGINT") for stage in ("detection", "installation")),
         *((stage, "Ctrl+C") for stage in ("download", "separation", "preparation")),
     ],
 )
@@ -130,18 +126,16 @@ def test_nothing_outlives_the_program(
 
         ENDS[end](program)
         assert program.wait(timeout=60) == (-signal.SIGKILL if end == "SIGKILL" else 130)
-        assert gone(family, 10)
+        assert gone(family)
     if end != "SIGKILL":
         assert program.stderr.read().endswith("Cancelled.\n")
 
 
-def test_works_without_a_network_after_preparing(
-    render: Run, environment: dict[str, str], model_hub: str, tmp_path: Path
-) -> None:
+def test_works_without_a_network_after_preparing(render: Run, environment: dict[str, str], model_hub: str) -> None:
     """The packages of one worker and the model are missing."""
     for item in Path(environment["XDG_CACHE_HOME"], "kelvane").glob("analyze-*"):
         item.unlink()
-    environment |= {"HF_HOME": str(tmp_path / "hub"), "HF_HUB_OFFLINE": "0", "HF_ENDPOINT": model_hub}
+    environment |= {"HF_HOME": os.path.abspath("hub"), "HF_HUB_OFFLINE": "0", "HF_ENDPOINT": model_hub}
     result = render("--prepare")
     assert result.returncode == 0, result.stdout + result.stderr
     assert re.search(r"^Links: ready\nDetection: \d+ MB to fetch\nStems: ready$", result.stdout, re.MULTILINE)
@@ -161,21 +155,18 @@ def test_cancels_while_a_worker_starts(start: Start, site: Loopback) -> None:
         family = descendants(program.pid)
         program.send_signal(signal.SIGINT)
         assert program.wait(timeout=10) in (130, -signal.SIGINT)  # the latter before it listens
-        assert gone(family, 10)
+        assert gone(family)
 
 
 def test_finds_the_scripts_beside_the_program(environment: dict[str, str], tmp_path: Path) -> None:
     """Whether it is called by a relative path or by its name, and not those in the working folder."""
     for folder, bpm in (("program", 77), ("here", 99)):
-        (tmp_path / folder / "python").mkdir(parents=True)
+        Path(folder, "python").mkdir(parents=True)
         script = f'print(\'RESULT::{{"bpm": {bpm}, "key_index": 1}}\')\n'
-        (tmp_path / folder / "python" / "analyze.py").write_text(script)
-    shutil.copy(RENDER, tmp_path / "program" / "kelvane-render")
+        Path(folder, "python", "analyze.py").write_text(script)
+    shutil.copy(RENDER, "program/kelvane-render")
     environment["PATH"] = f"{tmp_path}/program:{environment['PATH']}"
-    output = {"capture_output": True, "text": True}
-
     for program in ("../program/kelvane-render", "kelvane-render"):
         command = [program, "--analyze", DEMO_SONG]
-        printed = subprocess.run(command, cwd=tmp_path / "here", env=environment, **output)
-        assert '"bpm": 77' in printed.stdout, printed.stderr
-    assert os.listdir(tmp_path / "program" / "python") == ["analyze.py"]
+        assert b'"bpm": 77' in subprocess.run(command, cwd="here", env=environment, capture_output=True).stdout
+    assert os.listdir("program/python") == ["analyze.py"]
