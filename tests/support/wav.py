@@ -8,9 +8,10 @@ import numpy as np
 
 
 def write_wav(path: Path, samples: np.ndarray, rate: int) -> Path:
-    """Writes 32-bit floats unchanged, even NaN and infinity."""
-    data, frame_size = samples.astype("<f4").tobytes(), 4 * samples.shape[1]
-    form = struct.pack("<HHIIHH", 3, samples.shape[1], rate, frame_size * rate, frame_size, 32)
+    """Writes 32-bit floats unchanged, even NaN and infinity. Samples in one dimension are mono."""
+    channels = samples.shape[1] if samples.ndim == 2 else 1
+    data, frame_size = samples.astype("<f4").tobytes(), 4 * channels
+    form = struct.pack("<HHIIHH", 3, channels, rate, frame_size * rate, frame_size, 32)
     chunks = b"WAVEfmt " + struct.pack("<I", len(form)) + form + b"data" + struct.pack("<I", len(data)) + data
     path.write_bytes(b"RIFF" + struct.pack("<I", len(chunks)) + chunks)
     return path

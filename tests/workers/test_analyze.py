@@ -6,17 +6,13 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from wav import write_float_wav
+from wav import write_wav
 from workers import DEMO_SONG, SCRIPTS, run_each, run_worker, write_script
 
 SCRIPT = SCRIPTS / "analyze.py"
 RATE = 22050
 NOISE = np.random.default_rng(1).normal(0, 0.1, RATE)
 MAJOR, MINOR = [(0, 4), (9, 3), (5, 4), (7, 4), (0, 4)], [(0, 3), (8, 4), (5, 3), (7, 4), (0, 3)]
-
-
-def save(path: Path, samples: np.ndarray, rate: int = RATE) -> Path:
-    return write_float_wav(path, samples[:, None] if samples.ndim == 1 else samples, rate)
 
 
 def drums(times: np.ndarray, kicks: tuple[int, ...] = (0, 2), rate: int = RATE) -> np.ndarray:
@@ -88,7 +84,7 @@ def test_detects_tempo_and_key(tmp_path: Path) -> None:
         for name, chords in (("major", MAJOR), ("minor", MINOR)):
             cases[f"{name} {tonic}"] = cadence(chords, tonic, cents), RATE, {"key_index": tonic}
 
-    songs = {name: save(tmp_path / f"{name}.wav", samples, rate) for name, (samples, rate, _) in cases.items()}
+    songs = {name: write_wav(tmp_path / f"{name}.wav", *song) for name, (*song, _) in cases.items()}
     expected = {name: result for name, (_, _, result) in cases.items()}
     songs["demo"], expected["demo"] = DEMO_SONG, tempo(112) | {"key_index": 2}
 
@@ -106,22 +102,18 @@ def test_explains_why_a_song_is_refused(tmp_path: Path) -> None:
         "at least a second": NOISE[:-1],
         "empty or damaged": NOISE[:0],
     }
-    songs = [save(tmp_path / f"song {number}.wav", samples) for number, samples in enumerate(signals.values())]
-    songs.append(Path("/dev/zero"))
-    printed = run_each(SCRIPT, tmp_path, [[song, "--bpm", "--key"] for song in songs])
-    for reason, song, (last_line,) in zip(
-        [*signals, "is not a file: choose another one."], songs, printed, strict=True
-    ):
+    songs = {reason: write_wav(tmp_path / f"{len(reason)}.wav", samples, RATE) for reason, samples in signals.items()}
+    songs["is not a file: choose another one."] = Path("/dev/zero")
+    printed = run_each(SCRIPT, tmp_path, [[song, "--bpm", "--key"] for song in songs.values()])
+    for (reason, song), (last_line,) in zip(songs.items(), printed, strict=True):
         assert song.name in last_line
         assert reason in last_line
-    assert run_worker(SCRIPT, songs[0], "--bpm", status=1) == printed[0]
+    assert run_worker(SCRIPT, songs["is silent"], "--bpm", status=1) == printed[0]
 
 
 def test_reports_a_song_that_is_cut_off_while_it_is_read(tmp_path: Path) -> None:
-    song = str(save(tmp_path / "song.wav", np.tile(NOISE, 30)))
-    cut_off = (
-        f"import worker\nworker.run(lambda _: [os.truncate({song!r}, 9999) for _ in worker.audio_frames({song!r})])"
-    )
-    script = write_script(SCRIPT, tmp_path / "read.py", f"import os\n{cut_off}")
+    song = str(write_wav(tmp_path / "song.wav", np.tile(NOISE, 30), RATE))
+    read = f"for _ in worker.audio_frames({song!r}): os.truncate({song!r}, 9999)"
+    script = write_script(SCRIPT, tmp_path / "read.py", f"import os, worker\nworker.run(lambda _: exec({read!r}))")
     *_, last_line = run_worker(script, status=1)
     assert last_line == "song.wav became shorter while it was read: try again when it is complete."

@@ -14,7 +14,7 @@ import numpy as np
 import pytest
 from hypothesis import example, given
 from hypothesis import strategies as st
-from wav import write_float_wav
+from wav import write_wav
 from workers import BLOCK_SIZE, ROOT, SCRIPTS, provide
 
 sys.path.insert(0, str(SCRIPTS))
@@ -22,7 +22,39 @@ import worker
 from download.filename import MAX_BYTES, safe_name
 from installation import uv_tool
 
-SONG_TAKER = (ROOT / "tests" / "support" / "song_taker.py").read_text()
+# Has the workers read the songs whose paths it is given, a line each, and answers with a line: "" or their sentence.
+# Ends at any other failure, and if a song takes more than a minute, 4 GB of memory or 512 MB of disk.
+SONG_TAKER = """
+import contextlib, io, json, resource, signal, sys
+from pathlib import Path
+from types import SimpleNamespace
+import analyze, numpy, worker, yt2wav
+from separation.decoded_song import DecodedSong
+
+def take(path):
+    assert yt2wav._write_wav(path, path + ".wav", SimpleNamespace(update=print)) > 0
+    song = DecodedSong(path, Path(path).parent)
+    assert numpy.isfinite(song.normalization()).all()
+    assert numpy.isfinite(song.read(0, song.num_samples)).all()
+    with contextlib.redirect_stdout(io.StringIO()) as output:
+        analyze.main([path, "--bpm", "--key"])
+    result = json.loads(output.getvalue().removeprefix("RESULT::"))
+    assert 40 <= result["bpm"] <= 220
+    assert result["key_index"] in range(12)
+
+resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
+resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 29, 1 << 29))
+for path in map(str.strip, sys.stdin):
+    answer = ""
+    signal.alarm(60)
+    try:
+        with contextlib.redirect_stdout(None):
+            take(path)
+    except worker.WorkerError as error:
+        answer = error
+    print(answer, flush=True)
+    signal.alarm(0)
+"""
 ENCODED = sorted((ROOT / "tests" / "audio" / "encoded").glob("*.*[34g]"))
 FORMATS = ["wav", "aiff", "flac", "webm", "wma", "ac3", "aac", "caf", "wv", "ts"]
 EMPTY = 1 + len(FORMATS) + len(ENCODED)
@@ -32,26 +64,25 @@ EMPTY = 1 + len(FORMATS) + len(ENCODED)
 def sentence() -> Iterator[Callable[[Path], str]]:
     """What the workers say to a song that they refuse."""
     command, pipe = [provide("analyze.py"), "-B", "-c", SONG_TAKER], subprocess.PIPE
-    process = None
+    processes: list[subprocess.Popen[str]] = []
 
     def ask(song: Path) -> str:
-        nonlocal process
-        if process is None or process.poll() is not None:
-            process = subprocess.Popen(command, cwd=SCRIPTS, stdin=pipe, stdout=pipe, text=True)
-        print(song, file=process.stdin, flush=True)
-        answer = process.stdout.readline()
-        assert answer, f"The workers' process has ended with {process.wait()}"
+        if not processes or processes[-1].poll() is not None:
+            processes.append(subprocess.Popen(command, cwd=SCRIPTS, stdin=pipe, stdout=pipe, text=True))
+        print(song, file=processes[-1].stdin, flush=True)
+        answer = processes[-1].stdout.readline()
+        assert answer, f"The workers' process has ended with {processes[-1].wait()}"
         return answer
 
     yield ask
-    process.communicate()
+    processes[-1].communicate()
 
 
 @pytest.fixture(scope="module")
 def songs(tmp_path_factory: pytest.TempPathFactory) -> list[bytes]:
     """Two seconds of noise, a fifth of a second in many formats, and an empty file."""
     folder = tmp_path_factory.mktemp("songs")
-    noise = write_float_wav(folder / "noise.wav", np.random.default_rng(1).uniform(-1, 1, (16000, 1)), 8000)
+    noise = write_wav(folder / "noise.wav", np.random.default_rng(1).uniform(-1, 1, 16000), 8000)
     paths = [folder / f"song.{name}" for name in FORMATS]
     outputs = [argument for path in paths for argument in ("-t", "0.2", path)]
     subprocess.run(["ffmpeg", "-v", "error", "-i", noise, *outputs], check=True)

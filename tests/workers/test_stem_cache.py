@@ -23,13 +23,13 @@ from worker import WorkerError
 
 NUM_SAMPLES = 5000
 SAMPLES = np.arange(2 * NUM_SAMPLES, dtype=np.float32).reshape(2, -1)
-STEMS = ["bass", "drums"]
 ENTRY_SIZE = 2 * file_size(NUM_SAMPLES)
 
 
 @pytest.fixture
 def kept(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
     """Returns the folder of the entries."""
+    monkeypatch.chdir(tmp_path)
     monkeypatch.setenv("XDG_CACHE_HOME", str(tmp_path))
     return tmp_path / "kelvane" / "stems"
 
@@ -45,16 +45,16 @@ def write(entry: NewEntry, folder: Path) -> None:
     entry.finish({"drums": drums})
 
 
-def keep(key: str, folder: Path) -> None:
-    with StemCache().new_entry(key, ENTRY_SIZE) as entry:
-        write(entry, folder)
+def keep(key: str, size: int = ENTRY_SIZE) -> None:
+    with StemCache().new_entry(key, size) as entry:
+        write(entry, Path("out"))
 
 
 def place(key: str, folder: Path) -> bool:
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir()
-    placed = StemCache().place(key, STEMS, folder)
-    assert {path.name for path in folder.iterdir()} == ({"bass.wav", "drums.wav"} if placed else set())
+    placed = StemCache().place(key, ["bass", "drums"], folder)
+    assert sorted(os.listdir(folder)) == (["bass.wav", "drums.wav"] if placed else [])
     return placed
 
 
@@ -66,16 +66,16 @@ def place(key: str, folder: Path) -> bool:
 @example("stems.json", b"{}")
 @example("stems.json", 100_000 * b"[")
 def test_any_damaged_entry_is_reported_and_removed(
-    kept: Path, tmp_path: Path, capsys: pytest.CaptureFixture[str], name: str, damage: bytes | str
+    kept: Path, capsys: pytest.CaptureFixture[str], name: str, damage: bytes | str
 ) -> None:
-    keep("song", tmp_path / "out")
-    assert place("song", tmp_path / "out")
+    keep("song")
+    assert place("song", Path("placed"))
     (kept / "song" / name).unlink()
     if damage == "folder":
         (kept / "song" / name).mkdir()
     elif damage != "gone":
         (kept / "song" / name).write_bytes(damage)
-    assert not place("song", tmp_path / "out")
+    assert not place("song", Path("placed"))
     assert "damaged" in capsys.readouterr().out
     assert not list(kept.iterdir())
 
@@ -91,77 +91,63 @@ def test_any_reference_to_no_model_has_no_key(tmp_path: Path, reference: bytes) 
         assert stem_key("digest", "htdemucs") is None
 
 
-def test_deletes_the_least_recently_used_entries(kept: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
-    def names() -> set[str]:
-        return {path.name for path in kept.iterdir()}
+def test_deletes_the_least_recently_used_entries(kept: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    def names() -> list[str]:
+        return sorted(path.name for path in kept.iterdir())
 
     monkeypatch.setenv("KELVANE_STEM_CACHE", str(3.5 * (ENTRY_SIZE + 200) / 1e9))
-    for day, key in enumerate(["one", "two", "three"]):
-        keep(key, tmp_path / "out")
+    for day, key in enumerate(["1", "2", "3"]):
+        keep(key)
         os.utime(kept / key, (day, day))
-    assert place("one", tmp_path / "out")
-    keep("four", tmp_path / "out")
-    assert names() == {"one", "three", "four"}
-
-    with StemCache().new_entry("too big for the limit", 4 * ENTRY_SIZE) as entry:
-        write(entry, tmp_path / "out")
-    assert names() == {"one", "three", "four"}
+    assert place("1", Path("placed"))
+    keep("4")
+    assert names() == ["1", "3", "4"]
+    keep("too big for the limit", 4 * ENTRY_SIZE)
+    assert names() == ["1", "3", "4"]
 
     def disk_usage(_: Path) -> SimpleNamespace:
-        return SimpleNamespace(
-            free=2 * 10**9 + capacity * ENTRY_SIZE - sum(p.stat().st_size for p in kept.rglob("*.wav"))
-        )
+        used = sum(path.stat().st_size for path in kept.rglob("*.wav"))
+        return SimpleNamespace(free=2 * 10**9 + capacity * ENTRY_SIZE - used)
 
     monkeypatch.setattr(shutil, "disk_usage", disk_usage)
-    capacity = 2.5
-    keep("five", tmp_path / "out")
-    assert names() == {"four", "five"}
-    capacity = 0.9
-    keep("six", tmp_path / "out")
-    assert not names()
-    capacity = 9
-    keep("seven", tmp_path / "out")
-    assert names() == {"seven"}
-
+    for capacity, key, left in ((2.5, "5", ["4", "5"]), (0.9, "6", []), (9, "7", ["7"])):  # noqa: B007
+        keep(key)
+        assert names() == left
     monkeypatch.setenv("KELVANE_STEM_CACHE", "0")
-    keep("eight", tmp_path / "out")
+    keep("8")
     assert not names()
 
 
-def test_keeps_the_first_of_two_entries_at_once(kept: Path, tmp_path: Path) -> None:
+def test_keeps_the_first_of_two_entries_at_once(kept: Path) -> None:
     with StemCache().new_entry("song", ENTRY_SIZE) as slow:
-        keep("song", tmp_path / "fast")
+        keep("song")
         assert list(kept.glob("*.part"))
-        write(slow, tmp_path / "slow")
+        write(slow, Path("slow"))
     (entry,) = kept.iterdir()
-    assert (entry / "drums.wav").samefile(tmp_path / "fast" / "drums.wav")
-    assert place("song", tmp_path / "out")
+    assert (entry / "drums.wav").samefile("out/drums.wav")
+    assert place("song", Path("placed"))
 
 
-def test_separates_without_caching_on_a_full_disk(
-    kept: Path, tmp_path: Path, capsys: pytest.CaptureFixture[str]
+@pytest.mark.parametrize("trouble", ["a full disk", "no more files"])
+def test_separates_without_caching(
+    trouble: str, kept: Path, capsys: pytest.CaptureFixture[str], monkeypatch: pytest.MonkeyPatch
 ) -> None:
+    if trouble == "no more files":
+        monkeypatch.setattr("separation.stem_cache._RECEIPT", "absent/stems.json")
     with StemCache().new_entry("song", ENTRY_SIZE) as entry:
-        (next(kept.glob("*.part")) / "bass.wav").symlink_to("/dev/full")
-        write(entry, tmp_path / "out")
+        if trouble == "a full disk":
+            (next(kept.glob("*.part")) / "bass.wav").symlink_to("/dev/full")
+        write(entry, Path("out"))
     assert not list(kept.iterdir())
-    assert (tmp_path / "out" / "drums.wav").exists()
-    assert "The stems will not be cached (No space left on device)" in capsys.readouterr().out
-
-
-def test_separates_without_caching_if_no_file_can_be_created(
-    kept: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
-) -> None:
-    monkeypatch.setattr("separation.stem_cache._RECEIPT", "absent/stems.json")
-    keep("song", tmp_path / "out")
-    assert not list(kept.iterdir())
+    assert Path("out/drums.wav").exists()
+    assert "The stems will not be cached (No " in capsys.readouterr().out
 
 
 def test_copies_stems_to_another_file_system(kept: Path, tmp_path: Path) -> None:
     memory = Path("/dev/shm")
     if not memory.is_dir() or memory.stat().st_dev == tmp_path.stat().st_dev:
         pytest.skip("there is no other file system")
-    keep("song", tmp_path / "out")
+    keep("song")
     with tempfile.TemporaryDirectory(dir=memory) as folder:
         assert place("song", Path(folder, "out"))
         assert Path(folder, "out", "bass.wav").read_bytes() == (kept / "song" / "bass.wav").read_bytes()
