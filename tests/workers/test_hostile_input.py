@@ -174,3 +174,10 @@ def test_any_output_of_uv_is_read(chunks: list[bytes]) -> None:
     screen.finish()
     assert all(0 <= num_arrived <= num_needed for num_arrived, num_needed in amounts)
     assert uv_tool.UvError(screen.words()).details == screen.words().strip()
+
+
+def test_goes_on_if_proc_is_unreadable(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setenv("UV", "/usr/bin/uv")
+    assert worker._has_lost_uv(os.getpid())  # which is not uv
+    monkeypatch.setattr("builtins.open", lambda path: os.open("/dev/null/proc", os.O_RDONLY))
+    assert not worker._has_lost_uv(os.getpid())

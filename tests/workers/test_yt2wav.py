@@ -148,10 +148,9 @@ def test_failure_ends_in_one_sentence_and_leaves_nothing(server: str, tmp_path: 
 
 def test_stalled_download_shows_that_it_waits_and_then_fails(server: str, tmp_path: Path) -> None:
     script = write_script(SCRIPT, tmp_path / "impatient.py", BE_IMPATIENT)
-    lines = run_worker(script, f"{server}/stalled/song.m4a", tmp_path / "download", status=1)
-
-    assert lines[-1] == "The download failed (timed out): check your connection and try again."
-    assert sum(bool(re.fullmatch(r".* \d+\.\d % of \d+ kB, waiting for the server", line)) for line in lines) >= 2
+    *lines, last_line = run_worker(script, f"{server}/stalled/song.m4a", tmp_path / "download", status=1)
+    assert last_line == "The download failed (timed out): check your connection and try again."
+    assert len([line for line in lines if re.fullmatch(r".* \d+\.\d % of \d+ kB, waiting for the server", line)]) >= 2
     assert os.listdir(tmp_path / "download") == []
 
 
@@ -165,18 +164,15 @@ def test_nothing_outlives_uv_or_the_program(tmp_path: Path, end: Callable[[subpr
         family = descendants(uv.pid)
         assert len(family) == 2
         end(uv)
-        assert gone([uv.pid, *family], 10)
+        assert gone([uv.pid, *family])
 
 
-@pytest.mark.parametrize(
-    ("title", "name"),
-    [
-        ("Sigur Rós: Ágætis byrjun", "Sigur Rós - Ágætis byrjun"),
-        ('12:30 | AC/DC \\ <live> "x"?*', "12-30 - AC-DC - (live) 'x'"),
-        ("Lpt1 .tar.gz", "Lpt1_.tar.gz"),
-        ("a\u202e\u2066b\u200b\0c\r\n\u2028d\ud800", "abc d"),
-        ("x" * 178 + "q\u0307\u0323", "x" * 178),
-    ],
-)
-def test_names_are_readable(title: str, name: str) -> None:
-    assert safe_name(title) == name
+def test_names_are_readable() -> None:
+    names = {
+        "Sigur Rós: Ágætis byrjun": "Sigur Rós - Ágætis byrjun",
+        '12:30 | AC/DC \\ <live> "x"?*': "12-30 - AC-DC - (live) 'x'",
+        "Lpt1 .tar.gz": "Lpt1_.tar.gz",
+        "a\u202e\u2066b\u200b\0c\r\n\u2028d\ud800": "abc d",
+        "x" * 178 + "q\u0307\u0323": "x" * 178,
+    }
+    assert {title: safe_name(title) for title in names} == names
