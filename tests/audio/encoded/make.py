@@ -4,62 +4,47 @@
 The files are kept, so that the tests need no encoder; tests/audio/FFmpegAudioFormatTest.cpp knows the sweep.
 """
 
-import math
-import struct
+import os
 import subprocess
-import wave
+import tempfile
 from pathlib import Path
 
 import mutagen.mp4
 
 FOLDER = Path(__file__).parent
 NUM_SAMPLES = 20011  # a whole number of no codec's frames
+SWEEP = "aevalsrc='if(lt(mod(n,4000),2000),0.5,0.1)*sin(n*n*5e-5)':s={}," + f"atrim=end_sample={NUM_SAMPLES}"
+AAC = "-c:a aac -b:a 96k"
 
 
-def sweep(index: int) -> float:
-    loudness = 0.5 if index % 4000 < 2000 else 0.1
-    return loudness * math.sin(index * index * 5e-5)
-
-
-def write_wav(path: Path, rate: int) -> None:
-    with wave.open(str(path), "wb") as file:
-        file.setparams((1, 2, rate, 0, "NONE", ""))
-        file.writeframes(b"".join(struct.pack("<h", round(32767 * sweep(i))) for i in range(NUM_SAMPLES)))
-
-
-def run(*command: str | Path) -> None:
+def ffmpeg(source: str, options: str, target: Path) -> None:
+    exact = "-fflags +bitexact -flags:a +bitexact -map_metadata -1"
+    command = ["ffmpeg", "-y", "-loglevel", "error", *source.split(), *exact.split(), *options.split(), target]
     subprocess.run(command, check=True)
 
 
-def ffmpeg(source: Path, *options: str, name: str) -> None:
-    exact = ("-fflags", "+bitexact", "-flags:a", "+bitexact", "-map_metadata", "-1")
-    run("ffmpeg", "-y", "-loglevel", "error", "-i", source, *exact, *options, FOLDER / name)
-
-
 def main() -> None:
-    source, slow = FOLDER / "sweep.wav", FOLDER / "slow.wav"
-    write_wav(source, 44100)
-    write_wav(slow, 22050)
+    os.chdir(tempfile.mkdtemp())
+    for rate, name in (44100, "source.wav"), (22050, "slow.wav"):
+        ffmpeg(f"-f lavfi -i {SWEEP.format(rate)}", "", Path(name))
+    for options, name in ("", "tagged"), ("-t", "untagged"), ("", "slow"):
+        wav = "slow.wav" if name == "slow" else "source.wav"
+        subprocess.run(["lame", "--quiet", "-V4", *options.split(), wav, FOLDER / f"{name}.mp3"], check=True)
+    for options, name in (
+        (AAC, "aac.m4a"),
+        (f"{AAC} -movflags +frag_keyframe+delay_moov -frag_duration 100000", "fragments.m4a"),
+        ("-c:a alac", "alac.m4a"),
+        (f"{AAC} -use_editlist 0", "apple.m4a"),
+        ("-c:a libopus -b:a 64k", "opus.ogg"),
+    ):
+        ffmpeg("-i source.wav", options, FOLDER / name)
 
-    run("lame", "--quiet", "-V4", source, FOLDER / "tagged.mp3")
-    run("lame", "--quiet", "-V4", "-t", source, FOLDER / "untagged.mp3")
-    run("lame", "--quiet", "-V4", slow, FOLDER / "slow.mp3")
-    ffmpeg(source, "-c:a", "aac", "-b:a", "96k", name="aac.m4a")
-    fragments = ("-movflags", "+frag_keyframe+delay_moov", "-frag_duration", "100000")
-    ffmpeg(source, "-c:a", "aac", "-b:a", "96k", *fragments, name="fragments.m4a")
-    ffmpeg(source, "-c:a", "alac", name="alac.m4a")
-    ffmpeg(source, "-c:a", "aac", "-b:a", "96k", "-use_editlist", "0", name="apple.m4a")
-    ffmpeg(source, "-c:a", "libopus", "-b:a", "64k", name="opus.ogg")
-
-    # What Apple's encoders note instead of an edit list.
+    # Apple's encoders note this instead of an edit list.
     delay, padding = 1024, -(NUM_SAMPLES + 1024) % 1024
     note = f" 00000000 {delay:08X} {padding:08X} {NUM_SAMPLES:016X}" + 8 * " 00000000"
     tags = mutagen.mp4.MP4(FOLDER / "apple.m4a")
     tags["----:com.apple.iTunes:iTunSMPB"] = mutagen.mp4.MP4FreeForm(note.encode())
     tags.save()
-
-    source.unlink()
-    slow.unlink()
 
 
 if __name__ == "__main__":
