@@ -7,12 +7,20 @@ from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
+from hypothesis import HealthCheck, settings
 
 # It is meant for the tests' own files. The workers' packages are compiled once, as for a user.
 os.environ.pop("PYTHONDONTWRITEBYTECODE", None)
 
 from loopback import Loopback
 from workers import ROOT, provide
+
+# Hypothesis tries the same few examples each time, or with HYPOTHESIS_PROFILE=long many others.
+settings.register_profile(
+    "default", database=None, deadline=None, derandomize=True, max_examples=50, suppress_health_check=list(HealthCheck)
+)
+settings.register_profile("long", settings.get_profile("default"), derandomize=False, max_examples=1000)
+settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "default"))
 
 
 @pytest.fixture(scope="session")

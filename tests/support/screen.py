@@ -59,12 +59,7 @@ class Screen:
     def windows(self, title: str = "Kelvane") -> list[str]:
         return self.xdotool("search", "--onlyvisible", "--name", f"^{title}$").split()
 
-    def window_with(self, title: str, seconds: float = 60.0) -> str:
-        window = self.find_window(title, seconds)
-        assert window, f"there is no window {title!r}"
-        return window
-
-    def find_window(self, title: str, seconds: float) -> str | None:
+    def find_window(self, title: str, seconds: float = 60.0) -> str | None:
         """Waits for a window that no longer changes: JUCE creates them small, and some of them twice."""
 
         def look() -> list[tuple[str, tuple[int, int]]]:
@@ -89,14 +84,13 @@ class Screen:
     def outer_size_of(self, window: str) -> tuple[int, int]:
         """Returns width and height, including the window manager's frame."""
         frame = self._object(window).get_full_property(self._atom("_NET_FRAME_EXTENTS"), X.AnyPropertyType)
-        left, right, top, bottom = frame.value
-        width, height = self.size_of(window)
+        (width, height), (left, right, top, bottom) = self.size_of(window), frame.value
         return width + left + right, height + top + bottom
 
     def drag_corner(self, window: str, right: int, down: int) -> None:
-        """Resizes with the mouse, as a user would: with Alt and the right button near the bottom right corner."""
-        width, height = self.size_of(window)
-        self.xdotool("mousemove", "--window", window, width - 10, height - 10, "keydown", "alt", "mousedown", 3)
+        """Resizes as a user would: with Alt and the right button of the mouse near the bottom right corner."""
+        corner = (size - 10 for size in self.size_of(window))
+        self.xdotool("mousemove", "--window", window, *corner, "keydown", "alt", "mousedown", 3)
         for _ in range(10):
             self.xdotool("mousemove_relative", "--sync", "--", right // 10, down // 10)
         self.xdotool("mouseup", 3, "keyup", "alt")
@@ -118,11 +112,7 @@ class Screen:
             content = 32, [source.id, *values, *[0] * (4 - len(values))]
             target.send_event(ClientMessage(window=target, client_type=self._atom(message), data=content))
 
-        send("XdndEnter", 3 << 24, self._atom(kind))
-        send("XdndPosition", 0, place.x << 16 | place.y, X.CurrentTime, self._atom("XdndActionCopy"))
-        send("XdndDrop")
-
-        def is_accepted() -> bool:
+        def is_finished() -> bool:
             while self.display.pending_events():
                 event = self.display.next_event()
                 if event.type == X.SelectionRequest:
@@ -133,7 +123,10 @@ class Screen:
                     return True
             return False
 
-        assert wait_for(is_accepted), "the drop was not accepted"
+        send("XdndEnter", 3 << 24, self._atom(kind))
+        send("XdndPosition", 0, place.x << 16 | place.y, X.CurrentTime, self._atom("XdndActionCopy"))
+        send("XdndDrop")
+        assert wait_for(is_finished), "the drop was not accepted"
         source.destroy()
         self.display.sync()
 
@@ -156,7 +149,18 @@ def save(name: str, picture: np.ndarray) -> None:
     """Saves a picture in the folder that KELVANE_PICTURES names, if any."""
     if folder := os.environ.get("KELVANE_PICTURES"):
         Path(folder).mkdir(parents=True, exist_ok=True)
-        height, width, _ = picture.shape
-        raw = ["-f", "rawvideo", "-pix_fmt", "rgb24", "-s", f"{width}x{height}", "-i", "-", "-update", "1"]
-        command = ["ffmpeg", "-v", "error", "-y", *raw, Path(folder) / f"{name}.png"]
-        subprocess.run(command, input=picture.tobytes(), check=True)
+        pixels = b"P6 %d %d 255\n" % picture.shape[1::-1] + picture.tobytes()
+        command = [
+            "ffmpeg",
+            "-v",
+            "error",
+            "-y",
+            "-f",
+            "ppm_pipe",
+            "-i",
+            "-",
+            "-update",
+            "1",
+            Path(folder) / f"{name}.png",
+        ]
+        subprocess.run(command, input=pixels, check=True)

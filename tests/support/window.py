@@ -34,7 +34,7 @@ class Window:
     def __init__(self, screen: Screen) -> None:
         """Fails if another Kelvane is already running."""
         self.screen = screen
-        self.id = screen.window_with("Kelvane")
+        self.id = screen.find_window("Kelvane") or ""
         assert wait_for(lambda: screen.size_of(self.id) == (1250, 572))
         screen.xdotool("windowactivate", "--sync", self.id)
 
@@ -86,7 +86,8 @@ class Window:
 
     def dismiss(self, title: str, seconds: float = 120) -> None:
         """Waits for a message with this title and closes it."""
-        dialog = self.screen.window_with(title, seconds)
+        dialog = self.screen.find_window(title, seconds)
+        assert dialog, f"{title!r} did not open"
         assert wait_for(lambda: (self.screen.picture_of(dialog) == PANEL).all(axis=2).mean() > 0.5)
         save(title, self.screen.picture_of(dialog))
         width, height = self.screen.size_of(dialog)

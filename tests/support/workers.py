@@ -4,7 +4,6 @@ import os
 import shutil
 import subprocess
 from functools import cache
-from itertools import pairwise
 from pathlib import Path
 
 import pytest
@@ -33,8 +32,17 @@ def run_uv(purpose: str, *arguments: str | Path) -> str:
     done = subprocess.run([UV, *arguments], env=ENVIRONMENT, capture_output=True, text=True)
     if done.returncode != 0 and not os.environ.get("CI"):
         pytest.skip(f"The packages for {purpose} could not be installed: {done.stderr.strip()}")
-    assert done.returncode == 0, done.stderr
+    assert done.returncode == 0, done.stdout + done.stderr
     return done.stdout
+
+
+def cache_without_stems(folder: Path) -> dict[str, str]:
+    """Returns variables for a new cache that shares only the workers' packages with the user's."""
+    (folder / "kelvane").mkdir(parents=True)
+    for item in provide("separate.py").parents[2].iterdir():
+        if item.name != "stems":
+            (folder / "kelvane" / item.name).symlink_to(item)
+    return {"XDG_CACHE_HOME": str(folder), "UV_CACHE_DIR": run_uv("separate.py", "cache", "dir").strip()}
 
 
 def write_script(worker: Path, path: Path, code: str) -> Path:
@@ -47,21 +55,16 @@ def write_script(worker: Path, path: Path, code: str) -> Path:
     return path
 
 
-def run_each(
-    worker: Path, folder: Path, calls: list[list[str | Path]], environment: dict[str, str] = ENVIRONMENT
-) -> list[list[str]]:
-    """Calls a worker's main with each list of arguments, in one process. Returns the lines that each call prints.
-
-    The last line of a call that fails is its message.
-    """
-    provide(worker.name)
-    code = _RUN_EACH.format(worker.stem, [list(map(str, arguments)) for arguments in calls])
-    lines = run_worker(write_script(worker, folder / "each.py", code), environment=environment, status=0)
-    starts = [number for number, line in enumerate(lines) if line == "NEXT CALL"]
-    return [lines[start + 1 : end] for start, end in pairwise([*starts, None])]
+def run_worker(*command: str | Path, status: int, environment: dict[str, str] = ENVIRONMENT) -> list[str]:
+    """Runs a script, which must exit with the status. Returns its lines as the program reads them."""
+    output = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, "text": True}
+    done = subprocess.run([UV, "run", "--quiet", *command], env=environment, timeout=300, **output)
+    assert done.returncode == status, done.stdout
+    assert "Traceback" not in done.stdout
+    return [line.strip() for line in done.stdout.splitlines() if line.strip()]
 
 
-_RUN_EACH = """
+RUN_EACH = """
 import {0}, worker
 
 def main(_):
@@ -76,26 +79,14 @@ worker.run(main)
 """
 
 
-def cache_without_stems(folder: Path) -> dict[str, str]:
-    """Returns variables for a new cache that shares only the workers' packages with the user's."""
-    cache = folder / "kelvane"
-    cache.mkdir(parents=True)
-    for item in provide("separate.py").parents[2].iterdir():
-        if item.name != "stems":
-            (cache / item.name).symlink_to(item)
-    return {"XDG_CACHE_HOME": str(folder), "UV_CACHE_DIR": run_uv("separate.py", "cache", "dir").strip()}
+def run_each(
+    worker: Path, folder: Path, calls: list[list[str | Path]], environment: dict[str, str] = ENVIRONMENT
+) -> list[list[str]]:
+    """Calls a worker's main with each list of arguments, in one process. Returns the lines that each call prints.
 
-
-def run_worker(*command: str | Path, status: int, environment: dict[str, str] = ENVIRONMENT) -> list[str]:
-    """Runs a script, which must exit with the status. Returns its lines as the program reads them."""
-    done = subprocess.run(
-        [UV, "run", "--quiet", *command],
-        env=environment,
-        stdout=subprocess.PIPE,
-        stderr=subprocess.STDOUT,
-        text=True,
-        timeout=300,
-    )
-    assert done.returncode == status, done.stdout
-    assert "Traceback" not in done.stdout
-    return [line.strip() for line in done.stdout.splitlines() if line.strip()]
+    The last line of a call that fails is its message.
+    """
+    provide(worker.name)
+    code = RUN_EACH.format(worker.stem, [list(map(str, arguments)) for arguments in calls])
+    lines = run_worker(write_script(worker, folder / "each.py", code), environment=environment, status=0)
+    return [call.splitlines() for call in "\n".join(lines).split("NEXT CALL\n")[1:]]
