@@ -9,7 +9,7 @@ from pathlib import Path
 import pytest
 from hypothesis import HealthCheck, settings
 
-# It is meant for the tests' own files. The workers' packages are compiled once, as for a user.
+# The variable is meant for the tests' own files. The workers' packages are compiled once, as for a user.
 os.environ.pop("PYTHONDONTWRITEBYTECODE", None)
 
 from loopback import Loopback

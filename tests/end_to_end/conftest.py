@@ -46,7 +46,7 @@ def rendered(song: str, out: Path = Path("out")) -> Path:
 
 @pytest.fixture
 def environment_with_workers(environment: dict[str, str], hub: Path) -> dict[str, str]:
-    """With what the workers need, offline but for the loopback interface."""
+    """Provides what the workers need, offline except for the loopback interface."""
     for script in ("analyze.py", "yt2wav.py"):
         provide(script)
     cache = cache_without_stems(Path("own cache").absolute())
@@ -58,7 +58,7 @@ LINK = "/A%20Title%20%C3%A9%E6%97%A5.ogg"
 
 @pytest.fixture
 def site() -> Iterator[Loopback]:
-    """A site with the demo song, as LINK, and with one that stops coming, as /stalled.ogg."""
+    """A site with the demo song, as LINK, and with one that stops arriving, as /stalled.ogg."""
     song = DEMO_SONG.read_bytes()
     with Loopback({LINK: song, "/stalled.ogg": song}.get) as site:
         site.troubles = {"stalled": STALLED}
@@ -96,7 +96,7 @@ def start(screen: Screen, request: pytest.FixtureRequest) -> Iterator[Start]:
 
 @pytest.fixture
 def tools() -> Path:
-    """The only programs that the window can find: it looks for the desktop's dialogs by means of `which`."""
+    """The only programs that the window can find: it looks for the desktop's dialogs with `which`."""
     tools = Path("tools").absolute()
     tools.mkdir()
     (tools / "which").symlink_to(shutil.which("which") or "")

@@ -163,7 +163,7 @@ def test_renders_a_song_without_samples(render: Run) -> None:
 
 
 def test_ctrl_c_cancels(environment: dict[str, str]) -> None:
-    """With more songs than can be done before the signal comes."""
+    """Renders more songs than can be finished before the signal arrives."""
     songs = [Path(f"song {number}.ogg") for number in range(200)]
     for song in songs:
         song.symlink_to(DEMO_SONG)

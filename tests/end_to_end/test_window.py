@@ -71,7 +71,7 @@ def test_works_by_keyboard(screen: Screen, start: Start, tools: Path) -> None:
         return window.changes(region, before)
 
     # The focus is on the first toggle; Tab shows where it goes. A dismissed dialog leaves the window and its
-    # focus as they were, although nothing else has the window painted then.
+    # focus as they were, although nothing else repaints the window then.
     screen.xdotool("mousemove", 0, 0)
     assert changes(at.AROUND_CHOOSE_FILE, "Tab")
     focused = window.picture()

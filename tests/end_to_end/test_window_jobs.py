@@ -72,7 +72,7 @@ def test_processes_a_file_and_a_link_and_cancels(
     assert len(site.requests) == num_requests
     assert os.listdir(out / "A Title é日 - Stems") == ["A Title é日 - full mix.wav"]
 
-    # The button cancels, and so does the end of the program.
+    # The button cancels, and so does ending the program.
     window.click(at.LOCAL_TOGGLE)
     window.choose(at.CHOOSE_FILE, "Choose an audio file", long_song)
     window.click(at.DRUMS)

@@ -159,7 +159,7 @@ def test_cancels_while_a_worker_starts(start: Start, site: Loopback) -> None:
 
 
 def test_finds_the_scripts_beside_the_program(environment: dict[str, str], tmp_path: Path) -> None:
-    """Whether it is called by a relative path or by its name, and not those in the working folder."""
+    """Starts the program by a relative path and by its name, with other scripts in the working folder."""
     for folder, bpm in (("program", 77), ("here", 99)):
         Path(folder, "python").mkdir(parents=True)
         script = f'print(\'RESULT::{{"bpm": {bpm}, "key_index": 1}}\')\n'

@@ -18,7 +18,7 @@ def write_wav(path: Path, samples: np.ndarray, rate: int) -> Path:
 
 
 def read_wav(path: Path) -> tuple[np.ndarray, int]:
-    """Reads a file by another program, as floats, with its rate. Louder samples than full scale are kept."""
+    """Reads a file by another program, as floats, with its rate. Samples beyond full scale are kept."""
     command = ["ffmpeg", "-v", "error", "-i", path, "-c:a", "pcm_f32be", "-f", "au", "-"]
     content = subprocess.run(command, capture_output=True, check=True).stdout
     start, _, _, rate, channels = struct.unpack(">5I", content[4:24])

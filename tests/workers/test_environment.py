@@ -15,7 +15,7 @@ from package_indexes import PackageIndexes
 from processes import descendants, gone, with_disk
 from workers import SCRIPTS, UV, run_worker
 
-# With the metadata of the worker that needs PyTorch, and without its work.
+# What follows the metadata of separate.py, which needs PyTorch, in place of its work.
 WORKER = """
 from pathlib import Path
 import sys
@@ -75,7 +75,7 @@ def environment(indexes: PackageIndexes, tmp_path: Path, monkeypatch: pytest.Mon
 
 @pytest.fixture
 def script(indexes: PackageIndexes, tmp_path: Path) -> Path:
-    """Beside workers that take the authority of the indexes for one of the system's."""
+    """A script beside workers that trust the authority of the indexes like one of the system's."""
     scripts = shutil.copytree(SCRIPTS, tmp_path / "scripts")
     module = scripts / "surroundings.py"
     module.write_text(module.read_text().replace("/etc/ssl/certs/ca-certificates.crt", str(indexes.authority)))
@@ -102,7 +102,7 @@ def start(script: Path, environment: dict[str, str]) -> Start:
 
 
 def result(lines: list[str]) -> tuple[str, Path]:
-    """Returns the build of PyTorch that a worker has got, and its environment."""
+    """Returns the build of PyTorch that a worker got, and its environment."""
     found = re.fullmatch(r"numpy 2.0, torch (\S+), \['a b', 'é'\] in (.*)", lines[-1])
     assert found, lines
     return found[1], Path(found[2])
@@ -214,7 +214,7 @@ def wait_for_the_download(process: subprocess.Popen[str], indexes: PackageIndexe
         time.sleep(0.01)
 
 
-def test_installs_once_after_a_kill_and_for_two_at_once(indexes: PackageIndexes, start: Start) -> None:
+def test_installs_once_after_a_kill_and_for_two_simultaneous_starts(indexes: PackageIndexes, start: Start) -> None:
     indexes.troubles = {f"{WHEEL}$": STALLED}
     with start("a b", "é") as killed:
         wait_for_the_download(killed, indexes)

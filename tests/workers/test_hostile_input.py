@@ -62,7 +62,7 @@ EMPTY = 1 + len(FORMATS) + len(ENCODED)
 
 @pytest.fixture(scope="module")
 def sentence() -> Iterator[Callable[[Path], str]]:
-    """What the workers say to a song that they refuse."""
+    """Yields a function that returns the reason for which the workers refuse a song."""
     command, pipe = [provide("analyze.py"), "-B", "-c", SONG_TAKER], subprocess.PIPE
     processes: list[subprocess.Popen[str]] = []
 
@@ -93,7 +93,7 @@ SAMPLES = st.sampled_from(np.float32([0, np.nan, np.inf, 3.4e38, 1e-38]))
 EDITS = st.lists(
     st.tuples(
         st.integers(0, 200) | st.integers(0, 30_000),
-        st.none() | st.integers(0, 30_000),  # how much goes, if not as much as comes
+        st.none() | st.integers(0, 30_000),  # bytes removed; None for as many as are inserted
         st.binary(max_size=8) | st.builds(np.repeat, SAMPLES, st.integers(1, 9000)).map(bytes),
     ),
     max_size=8,

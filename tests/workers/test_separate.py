@@ -63,7 +63,7 @@ def arguments(song: Path, folder: Path, stems: str) -> list[str | Path]:
 
 
 def percents(lines: list[str]) -> list[int]:
-    """Returns those that the program takes for progress."""
+    """Returns the percentages that the program reads as progress."""
     return [int(line.partition("%")[0]) for line in lines if re.search(r"^[^%]*\d%\|", line)]
 
 

@@ -83,7 +83,7 @@ def test_any_damaged_entry_is_reported_and_removed(
 @given(st.binary())
 @example(b"\xff")
 @example(300 * b"a")
-def test_any_reference_to_no_model_has_no_key(tmp_path: Path, reference: bytes) -> None:
+def test_any_reference_without_a_model_gives_no_key(tmp_path: Path, reference: bytes) -> None:
     (tmp_path / "models--adefossez--demucs" / "refs").mkdir(parents=True, exist_ok=True)
     (tmp_path / "models--adefossez--demucs" / "refs" / "main").write_bytes(reference)
     hub = SimpleNamespace(constants=SimpleNamespace(HF_HUB_CACHE=tmp_path))
@@ -118,7 +118,7 @@ def test_deletes_the_least_recently_used_entries(kept: Path, monkeypatch: pytest
     assert not names()
 
 
-def test_keeps_the_first_of_two_entries_at_once(kept: Path) -> None:
+def test_keeps_the_first_of_two_simultaneous_entries(kept: Path) -> None:
     with StemCache().new_entry("song", ENTRY_SIZE) as slow:
         keep("song")
         assert list(kept.glob("*.part"))

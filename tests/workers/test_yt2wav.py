@@ -60,7 +60,7 @@ worker.run(yt2wav.main)
 @pytest.fixture(scope="module")
 def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
     """Serves media and pages. Below /broken and /stalled they fail halfway; those below /cut are incomplete,
-    and the length of those below /lying is no number."""
+    and the length of those below /lying is not a number."""
     folder = tmp_path_factory.mktemp("media")
     provide("yt2wav.py")
     for name, options in MEDIA.items():
@@ -85,7 +85,7 @@ def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
 
 
 def download(server: str, links: Iterable[str], folder: Path) -> Iterator[tuple[list[str], Path]]:
-    """Downloads each link into a folder of its own. Yields the lines that this prints, and the folder."""
+    """Downloads each link into a separate folder. Yields the lines printed and the folder for each."""
     calls = [[urljoin(server, link), folder / str(number)] for number, link in enumerate(links)]
     return zip(run_each(SCRIPT, folder, calls), (folder for _, folder in calls), strict=True)
 
@@ -113,7 +113,7 @@ def test_song_becomes_a_wav_of_the_same_sound(server: str, tmp_path: Path) -> No
         assert os.listdir(folder) == [f"{name}.wav"]
 
         samples, wav_rate = read_wav(folder / f"{name}.wav")
-        padding = 2048 if link == "song.m3u8" else 0  # a stream does not state how much of its ends is the encoder's
+        padding = 2048 if link == "song.m3u8" else 0  # a stream does not state its encoder's padding
         assert wav_rate == rate
         assert 3 * rate <= len(samples) <= 3 * rate + padding
         middle = samples[rate : 2 * rate]

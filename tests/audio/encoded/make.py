@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Encodes the same sweep in formats that know of an encoder's delay. Needs lame, ffmpeg and mutagen.
+"""Encodes the same sweep in formats that record an encoder's delay. Needs lame, ffmpeg and mutagen.
 
 The files are kept, so that the tests need no encoder; tests/audio/FFmpegAudioFormatTest.cpp knows the sweep.
 """
@@ -12,7 +12,7 @@ from pathlib import Path
 import mutagen.mp4
 
 FOLDER = Path(__file__).parent
-NUM_SAMPLES = 20011  # a whole number of no codec's frames
+NUM_SAMPLES = 20011  # not a multiple of any codec's frame
 SWEEP = "aevalsrc='if(lt(mod(n,4000),2000),0.5,0.1)*sin(n*n*5e-5)':s={}," + f"atrim=end_sample={NUM_SAMPLES}"
 AAC = "-c:a aac -b:a 96k"
 
