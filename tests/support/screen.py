@@ -59,7 +59,7 @@ class Screen:
     def windows(self, title: str = "Kelvane") -> list[str]:
         return self.xdotool("search", "--onlyvisible", "--name", f"^{title}$").split()
 
-    def find_window(self, title: str, seconds: float = 60.0) -> str | None:
+    def window_with(self, title: str, seconds: float = 60.0) -> str:
         """Waits for a window that no longer changes: JUCE creates them small, and some of them twice."""
 
         def look() -> list[tuple[str, tuple[int, int]]]:
@@ -71,7 +71,9 @@ class Screen:
             stays = len(found) == 1 and found[0][1] > (100, 100) and look() == found
             return found[0][0] if stays else None
 
-        return wait_for(one_that_stays, seconds)
+        window = wait_for(one_that_stays, seconds)
+        assert window, f"there is no window {title!r}"
+        return window
 
     def size_of(self, window: str) -> tuple[int, int]:
         """Returns width and height, or zeros if the window has gone."""
@@ -150,17 +152,5 @@ def save(name: str, picture: np.ndarray) -> None:
     if folder := os.environ.get("KELVANE_PICTURES"):
         Path(folder).mkdir(parents=True, exist_ok=True)
         pixels = b"P6 %d %d 255\n" % picture.shape[1::-1] + picture.tobytes()
-        command = [
-            "ffmpeg",
-            "-v",
-            "error",
-            "-y",
-            "-f",
-            "ppm_pipe",
-            "-i",
-            "-",
-            "-update",
-            "1",
-            Path(folder) / f"{name}.png",
-        ]
-        subprocess.run(command, input=pixels, check=True)
+        command = ["ffmpeg", "-v", "error", "-y", "-f", "ppm_pipe", "-i", "-", "-update", "1"]
+        subprocess.run([*command, Path(folder) / f"{name}.png"], input=pixels, check=True)

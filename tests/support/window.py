@@ -1,7 +1,6 @@
 """Kelvane's window at its initial size, seen and operated as by a user."""
 
 import time
-from collections.abc import Callable
 from pathlib import Path
 
 import numpy as np
@@ -34,7 +33,7 @@ class Window:
     def __init__(self, screen: Screen) -> None:
         """Fails if another Kelvane is already running."""
         self.screen = screen
-        self.id = screen.find_window("Kelvane") or ""
+        self.id = screen.window_with("Kelvane")
         assert wait_for(lambda: screen.size_of(self.id) == (1250, 572))
         screen.xdotool("windowactivate", "--sync", self.id)
 
@@ -61,19 +60,10 @@ class Window:
         filled = (self.part((left, top + height // 2, width, 1))[0] == ACCENT).all(axis=1)
         return float(np.flatnonzero(filled).max(initial=-1) + 1) / width
 
-    def open_dialog(self, title: str, ask: Callable[[], None]) -> str:
-        """Tries several times: on a busy machine JUCE's file dialog may remain a single pixel."""
-        for _ in range(5):
-            ask()
-            if dialog := self.screen.find_window(title, 10):
-                return dialog
-            self.screen.press("Escape")
-            assert wait_for(lambda: not self.screen.windows(title))
-        raise AssertionError(f"{title!r} did not open")
-
     def choose(self, button: tuple[int, int], title: str, path: Path) -> None:
         """Chooses a path in JUCE's own dialog, which appears where the desktop has none."""
-        dialog = self.open_dialog(title, lambda: self.click(button))
+        self.click(button)
+        dialog = self.screen.window_with(title)
         width, height = self.screen.size_of(dialog)
         self.screen.click(dialog, width // 2, height - 64)
         self.screen.press("ctrl+a")
@@ -86,8 +76,7 @@ class Window:
 
     def dismiss(self, title: str, seconds: float = 120) -> None:
         """Waits for a message with this title and closes it."""
-        dialog = self.screen.find_window(title, seconds)
-        assert dialog, f"{title!r} did not open"
+        dialog = self.screen.window_with(title, seconds)
         assert wait_for(lambda: (self.screen.picture_of(dialog) == PANEL).all(axis=2).mean() > 0.5)
         save(title, self.screen.picture_of(dialog))
         width, height = self.screen.size_of(dialog)
