@@ -384,8 +384,12 @@ def resampled_frames(path: str, rate: int, layout: str, sample_format: str) -> I
         for frame in chain(frames, [None]):  # None flushes the resampler
             if frame is not None:
                 frame.pts = None
-            for resampled in resampler.resample(frame):
-                anything = True
-                yield resampled
+            try:
+                converted = resampler.resample(frame)
+            except av.error.ArgumentError as error:  # too many channels, or none that FFmpeg knows how to mix
+                reason = f"{os.path.basename(path)} has channels that FFmpeg cannot mix"
+                raise WorkerError(f"{reason}: choose another file, or mix it to stereo.") from error
+            anything = anything or bool(converted)
+            yield from converted
     if not anything:
         raise WorkerError(f"{os.path.basename(path)} is too short to use: choose another file.")
