@@ -1,7 +1,5 @@
 #include "pipeline/RunChecks.h"
 
-#include "support/TemporaryFolder.h"
-
 #include <gtest/gtest.h>
 
 TEST (RunChecksTest, RefusesTemposThatAreMissingOrOutOfRange)
@@ -19,22 +17,7 @@ TEST (RunChecksTest, RefusesTemposThatAreMissingOrOutOfRange)
     EXPECT_EQ (check (100, 400), "");
     EXPECT_EQ (check (100, 24.9), "The BPM ratio is out of range (limited to 0.25x - 4x).");
     EXPECT_EQ (check (100, 400.1), "The BPM ratio is out of range (limited to 0.25x - 4x).");
-    EXPECT_EQ (check (0, 0), "Enter a target (to) BPM.");
     EXPECT_EQ (check (0, 0, true), "Enter a target (to) BPM.");
     EXPECT_EQ (check (0, 120), "Enter a source (from) BPM, or enable Auto to detect it.");
     EXPECT_EQ (check (0, 120, true), "");
-}
-
-TEST (RunChecksTest, CreatesTheOutputFolder)
-{
-    const TemporaryFolder folder;
-    const auto file = folder.getChild ("file");
-    file.create();
-
-    EXPECT_EQ (runchecks::prepareOutputFolder ({}), "Choose a valid output folder.");
-    EXPECT_EQ (runchecks::prepareOutputFolder (file), "Choose a valid output folder.");
-    EXPECT_EQ (runchecks::prepareOutputFolder (file.getChildFile ("below")),
-               "Could not create the output folder:\n" + file.getChildFile ("below").getFullPathName());
-    EXPECT_EQ (runchecks::prepareOutputFolder (folder.getChild ("deep/down")), "");
-    EXPECT_TRUE (folder.getChild ("deep/down").isDirectory());
 }

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 TEST (SpeedRatioTest, TransposesByTheSmallerIntervalAndATritoneUp)
 {
     for (int from = 0; from < 12; ++from)
@@ -12,6 +10,5 @@ TEST (SpeedRatioTest, TransposesByTheSmallerIntervalAndATritoneUp)
             const auto semitones = speedratio::semitonesBetween (from, to);
             EXPECT_TRUE (-5 <= semitones && semitones <= 6) << from << " to " << to;
             EXPECT_EQ ((from + semitones + 12) % 12, to);
-            EXPECT_NEAR (speedratio::fromKeys (from, to), std::pow (2.0, semitones / 12.0), 1e-12);
         }
 }

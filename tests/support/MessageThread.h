@@ -1,37 +1,30 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <juce_events/juce_events.h>
+#include <juce_gui_basics/juce_gui_basics.h>
 
 #include <optional>
 
-/** Calls a function while the message thread waits. */
-template <typename Function>
-auto onMessageThread (Function function)
-{
-    const juce::MessageManagerLock lock;
-    return function();
-}
-
-/** Waits until the message thread has delivered all messages posted so far. */
-inline void deliverMessages()
-{
-    juce::WaitableEvent delivered;
-    juce::MessageManager::callAsync ([&] { delivered.signal(); });
-    ASSERT_TRUE (delivered.wait (60000));
-}
-
-/** Runs a test of components while the message thread waits. Needs no display. */
+/** Runs a test of components or jobs while the message thread waits. Needs no display. */
 class MessageThreadTest : public testing::Test
 {
 protected:
     MessageThreadTest() { lock.emplace(); }
 
+    /** Lets the message thread deliver all messages posted so far. */
     void deliverMessages()
     {
+        juce::WaitableEvent delivered;
+        juce::MessageManager::callAsync ([&] { delivered.signal(); });
         lock.reset();
-        ::deliverMessages();
+        ASSERT_TRUE (delivered.wait (60000));
         lock.emplace();
+    }
+
+    /** @returns a picture of a component and its children, without anything behind them */
+    static juce::Image snapshot (juce::Component& component)
+    {
+        return component.createComponentSnapshot (component.getLocalBounds());
     }
 
 private:

@@ -32,8 +32,7 @@ inline Buffer noise (int numChannels, int numSamples, juce::int64 seed = 1)
 
 inline Buffer sine (int numChannels, int numSamples, double cyclesPerSample)
 {
-    return make (numChannels, numSamples,
-                 [=] (int, int i)
+    return make (numChannels, numSamples, [=] (int, int i)
                  { return 0.5 * std::sin (juce::MathConstants<double>::twoPi * cyclesPerSample * i); });
 }
 

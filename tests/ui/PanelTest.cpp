@@ -1,44 +1,36 @@
 #include "pipeline/SeparationDevice.h"
 #include "support/MessageThread.h"
-#include "support/Snapshot.h"
 #include "support/TemporaryFolder.h"
 #include "ui/ArrowComponent.h"
 #include "ui/InputPanel.h"
 #include "ui/OutputPanel.h"
 #include "ui/PipelineLookAndFeel.h"
-#include "ui/StemPanel.h"
 #include "ui/TempoPanel.h"
 #include "ui/Theme.h"
 
 #include <array>
 #include <utility>
 
-namespace
+class PanelTest : public MessageThreadTest
 {
+protected:
+    /** @returns a digit for each child in its order: 1 if it is enabled, and 0 if it is dimmed as well */
+    static juce::String availability (const juce::Component& panel)
+    {
+        juce::String digits;
+        for (const auto* const child : panel.getChildren())
+        {
+            EXPECT_FLOAT_EQ (child->getAlpha(), child->isEnabled() ? 1.0f : 0.4f);
+            digits << (child->isEnabled() ? 1 : 0);
+        }
+        return digits;
+    }
 
-using PanelTest = MessageThreadTest;
-
-bool isAvailable (const juce::Component& control)
-{
-    EXPECT_FLOAT_EQ (control.getAlpha(), control.isEnabled() ? 1.0f : 0.4f);
-    return control.isEnabled();
-}
-
-juce::MemoryBlock pictureOfPanel (const juce::String& title)
-{
-    PanelBase panel (title);
-    panel.setSize (200, 100);
-    juce::MemoryOutputStream stream;
-    juce::PNGImageFormat().writeImageToStream (snapshot (panel), stream);
-    return stream.getMemoryBlock();
-}
-
-void click (juce::Button& button)
-{
-    button.setToggleState (! button.getToggleState(), juce::sendNotificationSync);
-}
-
-} // namespace
+    static void click (juce::Button& button)
+    {
+        button.setToggleState (! button.getToggleState(), juce::sendNotificationSync);
+    }
+};
 
 TEST_F (PanelTest, DrawsTheArrowInWholeCells)
 {
@@ -63,28 +55,42 @@ TEST_F (PanelTest, DrawsTheArrowInWholeCells)
 TEST_F (PanelTest, DrawsAFrameARuleAndTheTitleInCapitals)
 {
     const PipelineLookAndFeel look;
-    PanelBase panel ("q");
-    panel.setSize (200, 100);
-    const auto image = snapshot (panel);
+    PanelBase small ("q"), capital ("Q");
+    for (auto* const panel : { &small, &capital })
+        panel->setSize (200, 100);
+    const auto image = snapshot (small), other = snapshot (capital);
 
     // The outline, 1.2 wide, covers 0.6 of a pixel on each side of its centre, and the rule, 1 wide, half of one.
     const auto outline = theme::panelLine.withAlpha (0.6f), rule = theme::panelLine.withAlpha (0.35f);
-    const auto expectColour = [&] (int x, int y, juce::Colour expected)
-    {
-        EXPECT_NEAR (image.getPixelAt (x, y).getFloatAlpha(), expected.getFloatAlpha(), 0.012f) << x << ", " << y;
-        EXPECT_NEAR (image.getPixelAt (x, y).getBrightness(), expected.getBrightness(), 0.012f) << x << ", " << y;
-    };
-    expectColour (0, 0, {});
-    expectColour (100, 0, outline);
-    expectColour (100, 1, theme::panel.overlaidWith (outline));
-    expectColour (100, 70, theme::panel);
-    for (const auto y : { 37, 38 })
-        for (const auto& [x, colour] :
-             { std::pair (15, theme::panel), { 16, rule }, { 183, rule }, { 184, theme::panel } })
-            expectColour (x, y, theme::panel.overlaidWith (colour));
+    const auto onOutline = theme::panel.overlaidWith (outline), onRule = theme::panel.overlaidWith (rule);
 
-    EXPECT_EQ (pictureOfPanel ("q"), pictureOfPanel ("Q"));
-    EXPECT_NE (pictureOfPanel ("q"), pictureOfPanel ("O"));
+    struct Case
+    {
+        int x, y;
+        juce::Colour colour;
+    };
+
+    for (const auto& [x, y, colour] : std::initializer_list<Case> { { 0, 0, {} },
+                                                                    { 100, 0, outline },
+                                                                    { 100, 1, onOutline },
+                                                                    { 100, 70, theme::panel },
+                                                                    { 15, 37, theme::panel },
+                                                                    { 16, 37, onRule },
+                                                                    { 183, 38, onRule },
+                                                                    { 184, 38, theme::panel } })
+    {
+        EXPECT_NEAR (image.getPixelAt (x, y).getFloatAlpha(), colour.getFloatAlpha(), 0.012f) << x << ", " << y;
+        EXPECT_NEAR (image.getPixelAt (x, y).getBrightness(), colour.getBrightness(), 0.012f) << x << ", " << y;
+    }
+
+    auto numLit = 0;
+    for (auto y = 5; y < 35; ++y)
+        for (auto x = 16; x < 40; ++x)
+        {
+            ASSERT_EQ (image.getPixelAt (x, y), other.getPixelAt (x, y)) << x << ", " << y;
+            numLit += image.getPixelAt (x, y) != theme::panel ? 1 : 0;
+        }
+    EXPECT_GT (numLit, 20);
 }
 
 TEST_F (PanelTest, DimsTheSourceThatIsNotSelected)
@@ -92,11 +98,11 @@ TEST_F (PanelTest, DimsTheSourceThatIsNotSelected)
     InputPanel panel;
     auto numEdits = 0;
     panel.onUrlEdited = [&] { ++numEdits; };
-    EXPECT_TRUE (isAvailable (panel.chooseButton) && isAvailable (panel.fileLabel) && ! isAvailable (panel.urlBox));
+    EXPECT_EQ (availability (panel), "11110") << "the two sources, the file's button and name, and the link";
 
     click (panel.urlToggle);
     EXPECT_FALSE (panel.localToggle.getToggleState());
-    EXPECT_TRUE (! isAvailable (panel.chooseButton) && ! isAvailable (panel.fileLabel) && isAvailable (panel.urlBox));
+    EXPECT_EQ (availability (panel), "11001");
     EXPECT_EQ (numEdits, 0);
 
     // Pasted text can contain line breaks, but Return adds none.
@@ -118,8 +124,7 @@ TEST_F (PanelTest, RecognisesTheNvidiaDriver)
 TEST_F (PanelTest, ReportsTheSampleRateAndBitDepth)
 {
     OutputPanel panel;
-    EXPECT_EQ (panel.rateBox.getText(), "Same as source");
-    EXPECT_EQ (panel.depthBox.getText(), "24-bit PCM");
+    EXPECT_EQ (panel.rateBox.getText() + ", " + panel.depthBox.getText(), "Same as source, 24-bit PCM");
 
     // By the item's id, where 0 selects none.
     const std::array rates { 0, 0, 44100, 48000, 88200, 96000 }, depths { 24, 16, 24, 32, 24, 24 };
@@ -135,39 +140,36 @@ TEST_F (PanelTest, ReportsTheSampleRateAndBitDepth)
 TEST_F (PanelTest, EnablesTheControlsOfTheSelectedMode)
 {
     TempoPanel panel;
-
-    // One digit for each child in its order: the five modes, the slider, four labels, the BPM row, the key row, and
-    // the button with the detected values.
-    const auto expectAvailable = [&] (const char* expected)
+    for (const auto busy : { true, false })
     {
-        juce::String available;
-        for (const auto* const child : panel.getChildren())
-            available << (isAvailable (*child) ? 1 : 0);
-        EXPECT_EQ (available, juce::String (expected).removeCharacters (" "));
-    };
-
-    EXPECT_EQ (panel.getStretchMode(), StretchMode::TempoOnly);
+        panel.setAnalyzeBusy (busy);
+        EXPECT_EQ (availability (panel), busy ? "11111100000000000111" : "11111100000000001111");
+    }
     EXPECT_EQ (panel.getAdjustMode(), AdjustMode::Percentage);
-    expectAvailable ("11111 1 0000 000 000 1111");
-    click (panel.bpmToggle);
-    EXPECT_EQ (panel.getAdjustMode(), AdjustMode::Bpm);
-    expectAvailable ("11111 0 1100 111 000 1111");
-    click (panel.bpmAutoToggle);
-    expectAvailable ("11111 0 1100 011 000 1111");
-    click (panel.keyToggle);
-    EXPECT_EQ (panel.getAdjustMode(), AdjustMode::Key);
-    expectAvailable ("11111 0 0011 000 111 1111");
-    click (panel.keyAutoToggle);
-    expectAvailable ("11111 0 0011 000 011 1111");
-    click (panel.percentToggle);
-    expectAvailable ("11111 1 0000 000 000 1111");
-
+    EXPECT_EQ (panel.getStretchMode(), StretchMode::TempoOnly);
     click (panel.tempoPitchToggle);
     EXPECT_EQ (panel.getStretchMode(), StretchMode::TempoAndPitch);
-    panel.setAnalyzeBusy (true);
-    expectAvailable ("11111 1 0000 000 000 0111");
-    panel.setAnalyzeBusy (false);
-    expectAvailable ("11111 1 0000 000 000 1111");
+
+    struct Step
+    {
+        juce::Button* clicked;
+        AdjustMode mode;
+        const char* availability;
+    };
+
+    // The five modes, the slider, four labels, the BPM row, the key row, and the button with the detected values.
+    for (const auto& [clicked, mode, expected] : std::initializer_list<Step> {
+             { &panel.bpmToggle, AdjustMode::Bpm, "11111 0 1100 111 000 1111" },
+             { &panel.bpmAutoToggle, AdjustMode::Bpm, "11111 0 1100 011 000 1111" },
+             { &panel.keyToggle, AdjustMode::Key, "11111 0 0011 000 111 1111" },
+             { &panel.keyAutoToggle, AdjustMode::Key, "11111 0 0011 000 011 1111" },
+             { &panel.percentToggle, AdjustMode::Percentage, "11111 1 0000 000 000 1111" },
+         })
+    {
+        click (*clicked);
+        EXPECT_EQ (panel.getAdjustMode(), mode) << expected;
+        EXPECT_EQ (availability (panel), juce::String (expected).removeCharacters (" "));
+    }
 }
 
 TEST_F (PanelTest, UsesTheDetectedValuesAsTheSource)
@@ -177,13 +179,11 @@ TEST_F (PanelTest, UsesTheDetectedValuesAsTheSource)
         click (*toggle);
 
     panel.setAnalysisResult (128.04, 9);
-    EXPECT_EQ (panel.detectedBpmLabel.getText(), "128.0");
-    EXPECT_EQ (panel.detectedKeyLabel.getText(), "A");
-    EXPECT_EQ (panel.bpmFromBox.getText(), "128.0");
-    EXPECT_EQ (panel.keyFromBox.getText(), "A");
+    EXPECT_EQ (panel.detectedBpmLabel.getText() + panel.detectedKeyLabel.getText(), "128.0A");
+    EXPECT_EQ (panel.bpmFromBox.getText() + panel.keyFromBox.getText(), "128.0A");
     EXPECT_FALSE (panel.bpmAutoToggle.getToggleState() || panel.keyAutoToggle.getToggleState());
     EXPECT_EQ (panel.getAdjustMode(), AdjustMode::Bpm);
-    EXPECT_TRUE (isAvailable (panel.bpmFromBox));
+    EXPECT_TRUE (panel.bpmFromBox.isEnabled());
 
     panel.setAnalysisResult (90.0, -1);
     EXPECT_EQ (panel.detectedKeyLabel.getText(), "C");
@@ -198,12 +198,10 @@ TEST_F (PanelTest, UsesTheDetectedValuesAsTheSource)
 TEST_F (PanelTest, AcceptsOnlyNumbersInRange)
 {
     TempoPanel panel;
-    panel.percentSlider.setValue (12.3);
-    EXPECT_EQ (panel.percentSlider.getTextFromValue (panel.percentSlider.getValue()), "12.5 %");
-    for (const auto& [value, limited] : { std::pair (-80.0, -50.0), { 180.0, 100.0 } })
+    for (const auto& [value, text] : { std::pair (12.3, "12.5 %"), { -80.0, "-50.0 %" }, { 180.0, "100.0 %" } })
     {
         panel.percentSlider.setValue (value);
-        EXPECT_EQ (panel.percentSlider.getValue(), limited);
+        EXPECT_EQ (panel.percentSlider.getTextFromValue (panel.percentSlider.getValue()), text);
     }
 
     for (auto* const box : { &panel.bpmFromBox, &panel.bpmToBox })
