@@ -1,9 +1,5 @@
 #include "WindowFixture.h"
 
-#include <pthread.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
 class AnalysisControlTest : public WindowFixture
 {
 protected:
@@ -176,39 +172,6 @@ TEST_F (AnalysisControlTest, IgnoresAResultForThePreviousSong)
     letGo();
     ASSERT_TRUE (jobsEnd());
     EXPECT_EQ (detected(), "99.0 D");
-}
-
-TEST_F (AnalysisControlTest, ReportsAThreadThatCannotStart)
-{
-    pthread_attr_t usual {};
-    pthread_getattr_default_np (&usual);
-    auto tooLarge = usual;
-    pthread_attr_setstacksize (&tooLarge, size_t { 1 } << 60);
-    ASSERT_EQ (pthread_setattr_default_np (&tooLarge), 0);
-    click (analyze());
-    click (execute());
-    pthread_setattr_default_np (&usual);
-    pthread_attr_destroy (&usual);
-
-    const juce::String text ("Could not start a thread. Close other programs and try again.");
-    EXPECT_EQ (takeDialogs(), "! Analysis failed: " + text + "|! Pipeline failed: " + text);
-    EXPECT_TRUE (analyze().isEnabled() && isIdle());
-}
-
-TEST_F (AnalysisControlTest, ReportsAThreadThatRunsOutOfMemory)
-{
-    const auto size = juce::File ("/proc/self/statm").loadFileAsString().getLargeIntValue() * sysconf (_SC_PAGESIZE);
-    if (size > juce::int64 { 1 } << 40)
-        GTEST_SKIP() << "A sanitizer maps terabytes.";
-
-    setWorker ("analyze.py", "head -c 300000000 /dev/zero");
-    rlimit usual {};
-    getrlimit (RLIMIT_AS, &usual);
-    const rlimit low { static_cast<rlim_t> (size) + (100 << 20), usual.rlim_max };
-    setrlimit (RLIMIT_AS, &low);
-    run (analyze());
-    setrlimit (RLIMIT_AS, &usual);
-    EXPECT_TRUE (takeDialogs().contains ("Unexpected error: the job ended early."));
 }
 
 TEST_F (AnalysisControlTest, DeletesTheFolderOfADownloadCancelledAtOnce)

@@ -28,21 +28,18 @@ protected:
 
     void prepare()
     {
-        numCompletions = 0;
+        message.clear();
         progress.clear();
         runner = std::make_unique<PipelineRunner> (config);
         runner->onProgress = [this] (double fraction, const juce::String& text)
         {
-            EXPECT_TRUE (juce::MessageManager::getInstance()->isThisTheMessageThread());
-            EXPECT_EQ (numCompletions, 0);
-            progress.emplace_back (fraction, text);
+            EXPECT_TRUE (juce::MessageManager::getInstance()->isThisTheMessageThread() && message.isEmpty());
+            progress.add (juce::String (fraction, 3) + " " + text);
         };
-        runner->onFinished = [this] (bool wasSuccess, const juce::String& text)
+        runner->onFinished = [this] (bool success, const juce::String& text)
         {
-            EXPECT_TRUE (juce::MessageManager::getInstance()->isThisTheMessageThread());
-            ++numCompletions;
-            success = wasSuccess;
-            message = text;
+            EXPECT_TRUE (juce::MessageManager::getInstance()->isThisTheMessageThread() && message.isEmpty());
+            message = (success ? "" : "! ") + text;
         };
     }
 
@@ -50,21 +47,15 @@ protected:
     {
         ASSERT_TRUE (runner->waitForThreadToExit (60000));
         deliverMessages();
-        EXPECT_EQ (numCompletions, 1);
     }
 
-    void run()
+    /** @returns the final message, after an exclamation mark if the run failed */
+    juce::String run()
     {
         prepare();
-        ASSERT_TRUE (runner->startThread());
+        EXPECT_TRUE (runner->startThread());
         waitForCompletion();
-    }
-
-    void expectFailure (const juce::String& expected)
-    {
-        run();
-        EXPECT_FALSE (success);
-        EXPECT_EQ (message, expected);
+        return message;
     }
 
     /** @returns 0 if the output is missing or damaged */
@@ -79,9 +70,7 @@ protected:
 
     PipelineConfig config;
     std::unique_ptr<PipelineRunner> runner;
-    std::vector<std::pair<double, juce::String>> progress;
-    int numCompletions = 0;
-    bool success = false;
+    juce::StringArray progress;
     juce::String message;
 };
 
@@ -99,8 +88,7 @@ TEST_F (PipelineRunnerTest, ReportsCompletionAfterAnExceptionOfAnyType)
     runner->onProgress = ThrowsWhenCopied(); // copied for each report
     EXPECT_THROW (runner->run(), int);
     deliverMessages();
-    EXPECT_EQ (numCompletions, 1);
-    EXPECT_TRUE (message.startsWith ("Unexpected error: ")) << message;
+    EXPECT_TRUE (message.startsWith ("! Unexpected error: ")) << message;
 }
 
 TEST_F (PipelineRunnerTest, LimitsTheRatio)
@@ -119,12 +107,13 @@ TEST_F (PipelineRunnerTest, KeepsTheTemporaryFolderAfterAFailure)
 {
     config.adjustMode = AdjustMode::Bpm;
     config.toBpm = 120.5;
-    expectFailure ("Invalid BPM values (from 0, to 120.5).");
+    EXPECT_EQ (run(), "! Invalid BPM values (from 0, to 120.5).");
     EXPECT_EQ (numTemporaryFolders(), 1);
 
     config.adjustMode = AdjustMode::Percentage;
     config.outputDir.replaceWithText ("a file in the way");
-    expectFailure ("Could not create the output folder:\n" + folder.getChild ("out/My Song - Stems").getFullPathName());
+    EXPECT_EQ (run(),
+               "! Could not create the output folder:\n" + folder.getChild ("out/My Song - Stems").getFullPathName());
 }
 
 TEST_F (PipelineRunnerTest, CompletesOnceWheneverItIsCancelled)
@@ -140,7 +129,7 @@ TEST_F (PipelineRunnerTest, CompletesOnceWheneverItIsCancelled)
                                                + static_cast<juce::uint32> (random.nextInt (8)));
         runner->cancel();
         waitForCompletion();
-        EXPECT_TRUE (success || message == "Cancelled.") << message;
+        EXPECT_TRUE (message.startsWith ("Wrote 1 file") || message == "! Cancelled.") << message;
         EXPECT_TRUE (outputLength() == 0 || outputLength() == 16000);
     }
 
@@ -149,45 +138,36 @@ TEST_F (PipelineRunnerTest, CompletesOnceWheneverItIsCancelled)
     runner->cancel();
     runner->run();
     waitForCompletion();
-    EXPECT_EQ (message, "Cancelled.") << "a failed run was cancelled too";
+    EXPECT_EQ (message, "! Cancelled.") << "a failed run was cancelled too";
 }
 
 TEST_F (PipelineRunnerTest, RunsAllThreeWorkersAndShowsTheirProgress)
 {
     useAllWorkers();
-    setWorker ("yt2wav.py",
-               "echo '[download]  12% of 3 MB'; echo 'Not a [download] line'; echo 'WAV_PATH::/nowhere.wav'\n"
-                   + file ("yt2wav.py.sh").loadFileAsString() + "echo bye");
-    setWorker ("separate.py", file ("separate.py.sh").loadFileAsString()
-                                  + "printf ' 40%%|####  |\\r 250%%|#|\\r\\n[setup] Waiting\\n41 %%|\\n%%|\\n1%% "
-                                    "42%%|\\nx%%|\\n 7%%|'");
-    run();
+    const auto separates = file ("separate.py.sh").loadFileAsString();
+    setWorker ("yt2wav.py", "echo '[download]  12% of 3 MB'; echo 'Not a [download] line'; echo WAV_PATH::/nowhere\n"
+                                + file ("yt2wav.py.sh").loadFileAsString() + "echo bye");
+    setWorker ("separate.py", separates
+                                  + "printf ' 40%%|####  |\\r 250%%|#|\\r\\n[setup] Waiting\\n41 %%|\\n%%|\\n"
+                                    "1%% 42%%|\\nx%%|\\n 7%%|'");
 
     const auto outDir = config.outputDir.getChildFile ("A Title - Stems");
-    EXPECT_EQ (message, "Wrote 2 file(s) to:\n" + outDir.getFullPathName());
+    EXPECT_EQ (run(), "Wrote 2 file(s) to:\n" + outDir.getFullPathName());
     EXPECT_TRUE (outDir.getChildFile ("A Title - drums.wav").existsAsFile());
     EXPECT_TRUE (outDir.getChildFile ("A Title - vocals.wav").existsAsFile());
     EXPECT_EQ (numTemporaryFolders(), 0);
-
-    const std::vector<std::pair<double, juce::String>> expected {
-        { 0.02, "Downloading YouTube audio (first run may take longer while uv sets up)..." },
-        { 0.05, "Downloading... 12% of 3 MB" },
-        { 0.12, "Detecting source BPM..." },
-        { 0.16, "Separating stems with htdemucs (first run downloads the model)..." },
-        { 0.36, "Separating stems... 40%" },
-        { 0.66, "Separating stems... 100%" },
-        { 0.66, "Waiting" },
-        { 0.195, "Separating stems... 7%" },
-        { 0.68, "Processing drums... (detected 112.0 BPM)" },
-        { 0.83, "Processing vocals... (detected 112.0 BPM)" },
-        { 1.0, "Done" },
-    };
-    ASSERT_EQ (progress.size(), expected.size());
-    for (size_t i = 0; i < expected.size(); ++i)
-    {
-        EXPECT_NEAR (progress[i].first, expected[i].first, 1.0e-9) << expected[i].second;
-        EXPECT_EQ (progress[i].second, expected[i].second);
-    }
+    EXPECT_EQ (progress.joinIntoString ("\n"),
+               "0.020 Downloading YouTube audio (first run may take longer while uv sets up)...\n"
+               "0.050 Downloading... 12% of 3 MB\n"
+               "0.120 Detecting source BPM...\n"
+               "0.160 Separating stems with htdemucs (first run downloads the model)...\n"
+               "0.360 Separating stems... 40%\n"
+               "0.660 Separating stems... 100%\n"
+               "0.660 Waiting\n"
+               "0.195 Separating stems... 7%\n"
+               "0.680 Processing drums... (detected 112.0 BPM)\n"
+               "0.830 Processing vocals... (detected 112.0 BPM)\n"
+               "1.000 Done");
 
     const auto download = arguments ("yt2wav.py").fromLastOccurrenceOf ("|", false, false);
     const auto temporary = juce::File (download).getParentDirectory();
@@ -201,9 +181,12 @@ TEST_F (PipelineRunnerTest, RunsAllThreeWorkersAndShowsTheirProgress)
 
     config.cachedAudio = song;
     run();
-    EXPECT_EQ (progress.front(), std::pair (0.05, juce::String ("Reusing audio downloaded during analysis...")));
+    EXPECT_EQ (progress[0], "0.050 Reusing audio downloaded during analysis...");
     EXPECT_EQ (numStarts ("yt2wav.py"), 1);
     EXPECT_TRUE (song.existsAsFile());
+
+    setWorker ("separate.py", separates + "echo noise >\"$4/vocals.wav\"");
+    EXPECT_TRUE (run().matchesWildcard ("! Could not read audio file:\n*/stems/vocals.wav", false)) << message;
 }
 
 TEST_F (PipelineRunnerTest, QuotesAWorkerThatFails)
@@ -234,23 +217,13 @@ TEST_F (PipelineRunnerTest, QuotesAWorkerThatFails)
     {
         const auto original = file (worker + ".sh").loadFileAsString();
         setWorker (worker, body);
-        expectFailure (expected);
+        EXPECT_EQ (run(), "! " + expected);
         EXPECT_FALSE (config.outputDir.exists());
         setWorker (worker, original);
     }
 
     file ("uv").setExecutePermission (false);
-    expectFailure (downloadFailed);
-}
-
-TEST_F (PipelineRunnerTest, KeepsTheStemsBeforeOneThatCannotBeRead)
-{
-    useAllWorkers();
-    setWorker ("separate.py", file ("separate.py.sh").loadFileAsString() + "echo noise >\"$4/vocals.wav\"");
-    run();
-    EXPECT_TRUE (message.startsWith ("Could not read audio file:\n") && message.endsWith ("/stems/vocals.wav"))
-        << message;
-    EXPECT_TRUE (config.outputDir.getChildFile ("A Title - Stems/A Title - drums.wav").existsAsFile());
+    EXPECT_EQ (run(), "! " + downloadFailed);
 }
 
 TEST_F (PipelineRunnerTest, FindsTheResultInUnrulyOutput)
@@ -266,7 +239,7 @@ TEST_F (PipelineRunnerTest, FindsTheResultInUnrulyOutput)
     {
         setWorker ("analyze.py", body);
         run();
-        EXPECT_EQ (progress.at (progress.size() - 2).second, "Processing vocals... (detected 112.0 BPM)") << body;
+        EXPECT_EQ (progress[progress.size() - 2], "0.830 Processing vocals... (detected 112.0 BPM)") << body;
     }
 }
 
@@ -282,7 +255,7 @@ TEST_F (PipelineRunnerTest, KillsTheWorkerWhenCancelled)
         ASSERT_TRUE (isHeld (worker));
         runner->cancel();
         waitForCompletion();
-        EXPECT_EQ (message, "Cancelled.");
+        EXPECT_EQ (message, "! Cancelled.");
         EXPECT_FALSE (isRunning (worker)) << worker;
     }
 }
@@ -301,7 +274,8 @@ TEST_F (PipelineRunnerTest, LooksForUvInTheUsualPlaces)
 
     useAllWorkers();
     run();
-    EXPECT_TRUE (message.startsWith ("Could not find 'uv', which is needed to run the Python workers.\nInstall it ("));
+    EXPECT_TRUE (
+        message.startsWith ("! Could not find 'uv', which is needed to run the Python workers.\nInstall it ("));
     EXPECT_EQ (numTemporaryFolders(), 0);
 
     for (const auto* place : { "onpath/uv", ".cargo/bin/uv", ".local/bin/uv" })
