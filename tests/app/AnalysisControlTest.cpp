@@ -49,15 +49,8 @@ TEST_F (AnalysisControlTest, QuotesAWorkerThatFails)
 {
     const juce::String downloadFailed ("YouTube download failed. Check the URL and your connection.\n\n");
 
-    struct Case
-    {
-        const char* worker;
-        const char* body;
-        juce::String expected;
-    };
-
     useUrl (url);
-    for (const auto& [worker, body, expected] : std::initializer_list<Case> {
+    for (const auto& [worker, body, expected] : std::vector<std::tuple<juce::String, juce::String, juce::String>> {
              { "yt2wav.py", "echo why; exit 1", downloadFailed + "why" },
              { "yt2wav.py", "echo WAV_PATH::/nowhere.wav", downloadFailed + "WAV_PATH::/nowhere.wav" },
              { "analyze.py", "printf 'Looking\\n%8192s\\nIt is silent.\\n'; exit 1",
@@ -65,7 +58,7 @@ TEST_F (AnalysisControlTest, QuotesAWorkerThatFails)
              { "analyze.py", "echo RESULT::{}; exec >&- 2>&-; sleep 0.1; exit 3", "Analysis failed.\n\nRESULT::{}" },
          })
     {
-        const auto original = file (juce::String (worker) + ".sh").loadFileAsString();
+        const auto original = file (worker + ".sh").loadFileAsString();
         setWorker (worker, body);
         run (analyze());
         EXPECT_EQ (takeDialogs(), "! Analysis failed: " + expected);

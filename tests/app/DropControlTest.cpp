@@ -16,15 +16,14 @@ TEST_F (DropControlTest, UsesADroppedFileOrLinkAsTheSong)
 
     window->takeDroppedFiles ({ other.getFullPathName() });
     EXPECT_EQ (input().selectedFile, other);
-    EXPECT_EQ (input().fileLabel.getText(), "other song.WAV");
+    EXPECT_EQ (input().fileLabel.getText() + detected(), "other song.WAV-- --");
     EXPECT_EQ (input().fileLabel.getTooltip(), other.getFullPathName());
-    EXPECT_EQ (detected(), "-- --");
 
     window->takeDroppedText ("https://127.0.0.1/watch?v=a\r\nThe page's title\r\n");
     EXPECT_TRUE (input().urlToggle.getToggleState() && input().urlBox.isEnabled());
     EXPECT_EQ (input().urlBox.getText(), "https://127.0.0.1/watch?v=a");
-    deliverMessages();
 
+    deliverMessages();
     tempo().setAnalysisResult (112.0, 2);
     window->takeDroppedFiles ({ "https://127.0.0.1/another song" });
     EXPECT_EQ (input().urlBox.getText(), "https://127.0.0.1/another%20song");

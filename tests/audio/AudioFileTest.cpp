@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-
 using signals::Buffer;
 
 class AudioFileTest : public testing::Test
@@ -45,8 +43,11 @@ TEST_F (AudioFileTest, ClipsIntegersButNotFloats)
     const auto file = folder.getChild ("levels.wav");
     const auto levels = [] (float loudest, float lowest)
     {
-        return signals::make (1, 4, [=] (int, int i)
-                              { return std::array { 0.0f, -0.5f, loudest, lowest }[static_cast<size_t> (i)]; });
+        return signals::make (1, 4,
+                              [=] (int, int i) { return i == 0   ? 0.0f
+                                                        : i == 1 ? -0.5f
+                                                        : i == 2 ? loudest
+                                                                 : lowest; });
     };
 
     for (const auto& [bits, loudest, lowest] :

@@ -59,20 +59,16 @@ static void readWorkerOutput (std::string_view bytes)
         return;
 
     const auto blockSize = std::max (size_t { 1 }, size_t { static_cast<unsigned char> (bytes.front()) });
-    bytes.remove_prefix (1);
+    std::string pending, output, atOnce (bytes.substr (1)), outputAtOnce;
+    splitLines (atOnce, outputAtOnce, {}, true);
 
-    std::string pending, output;
-
-    for (auto rest = bytes; ! rest.empty(); rest.remove_prefix (std::min (blockSize, rest.size())))
+    for (size_t i = 1; i < bytes.size(); i += blockSize)
     {
-        pending += rest.substr (0, blockSize);
+        pending += bytes.substr (i, blockSize);
         splitLines (pending, output, {}, false);
     }
 
     splitLines (pending, output, {}, true);
-
-    std::string atOnce (bytes), outputAtOnce;
-    splitLines (atOnce, outputAtOnce, {}, true);
     require (output == outputAtOnce && pending.empty(), "the same lines, however they arrive");
 
     const auto text = decodeUtf8 (output);

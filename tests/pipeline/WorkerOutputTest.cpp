@@ -30,15 +30,8 @@ TEST (WorkerOutputTest, ReplacesIllFormedSequences)
 
 TEST (WorkerOutputTest, ReadsTempoAndKeyOrTheirDefaults)
 {
-    struct Case
-    {
-        const char* json;
-        double bpm;
-        int key;
-    };
-
-    for (const auto& [json, bpm, key] : std::initializer_list<Case> {
-             { "{\"bpm\": 112.04, \"key_index\": 2}", 112.04, 2 },
+    for (const auto& [json, bpm, key] : {
+             std::tuple ("{\"bpm\": 112.04, \"key_index\": 2}", 112.04, 2),
              { "{\"bpm\": \"87.5\", \"key_index\": 12}", 87.5, 11 },
              { "{\"bpm\": 12345678901234567, \"key_index\": null}", 12345678901234567.0, 0 },
              { "{\"bpm\": 123456789012345678}", 0.0, 0 },

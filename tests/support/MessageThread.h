@@ -1,7 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <juce_gui_basics/juce_gui_basics.h>
+#include <juce_events/juce_events.h>
 
 #include <optional>
 
@@ -19,12 +19,6 @@ protected:
         lock.reset();
         ASSERT_TRUE (delivered.wait (60000));
         lock.emplace();
-    }
-
-    /** @returns a picture of a component and its children, without anything behind them */
-    static juce::Image snapshot (juce::Component& component)
-    {
-        return component.createComponentSnapshot (component.getLocalBounds());
     }
 
 private:
