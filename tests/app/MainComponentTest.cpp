@@ -28,10 +28,10 @@ protected:
     }
 
     /** Compares the window with a picture of it. After a change on purpose, keep the new picture in its place. */
-    void expectToLookLike (const juce::String& name)
+    void expectToLookLike (const juce::File& picture)
     {
         const auto image = window->createComponentSnapshot (window->getLocalBounds());
-        const auto expected = juce::ImageFileFormat::loadFrom (juce::File (KELVANE_PICTURES).getChildFile (name));
+        const auto expected = juce::ImageFileFormat::loadFrom (picture);
         juce::Rectangle<int> different;
         for (auto y = 0; y < image.getHeight(); ++y)
             for (auto x = 0; x < image.getWidth(); ++x)
@@ -41,7 +41,7 @@ protected:
         if (different.isEmpty() && image.getBounds() == expected.getBounds())
             return;
 
-        const auto file = juce::File::getCurrentWorkingDirectory().getChildFile (name);
+        const auto file = juce::File::getCurrentWorkingDirectory().getChildFile (picture.getFileName());
         file.deleteFile();
         juce::PNGImageFormat().writeImageToStream (image, *file.createOutputStream());
         ADD_FAILURE() << file.getFullPathName() << " differs at " << different.toString();
@@ -59,13 +59,19 @@ protected:
 
 TEST_F (MainComponentTest, LooksAsItDid)
 {
-    expectToLookLike ("window.png");
+    // Systems and versions of JUCE place texts differently.
+    const auto pictures = juce::File (KELVANE_PICTURES)
+                              .getChildFile (juce::SystemStats::getOperatingSystemName())
+                              .getChildFile (juce::SystemStats::getJUCEVersion());
+    if (! pictures.isDirectory())
+        GTEST_SKIP() << "There is no " << pictures.getFullPathName();
 
+    expectToLookLike (pictures.getChildFile ("window.png"));
     window->setSize (1500, 500);
     child<TempoPanel> ("tempoPanel").bpmToggle.setToggleState (true, juce::sendNotificationSync);
     child<TempoPanel> ("tempoPanel").setAnalysisResult (128.5, 1);
     child<TempoPanel> ("tempoPanel").percentSlider.setValue (-50.0);
-    expectToLookLike ("window-low.png");
+    expectToLookLike (pictures.getChildFile ("wide.png"));
 }
 
 TEST_F (MainComponentTest, TabFollowsTheReadingOrder)
