@@ -150,6 +150,11 @@ TEST_F (PipelineRunnerTest, LimitsTheRatio)
         run();
         EXPECT_EQ (outputLength(), length) << percent;
     }
+
+    config.adjustMode = AdjustMode::Key;
+    config.toKey = 7;
+    run();
+    EXPECT_EQ (outputLength(), 26696) << "five semitones down";
 }
 
 TEST_F (PipelineRunnerTest, KeepsTheTemporaryFolderAfterAFailure)
