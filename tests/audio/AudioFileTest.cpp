@@ -65,6 +65,8 @@ TEST_F (AudioFileTest, ReplacesAnOlderFileButNoFolder)
     ASSERT_TRUE (audiofile::writeWav (file, signals::noise (2, 90000), 44100.0, 24, error));
     ASSERT_TRUE (audiofile::writeWav (file, buffer, 44100.0, 32, error));
     EXPECT_TRUE (signals::identical (read (file), buffer));
+    ASSERT_TRUE (audiofile::writeWav (file, Buffer (2, 0), 44100.0, 24, error));
+    EXPECT_EQ (read (file).getNumChannels(), 2);
 
     EXPECT_FALSE (audiofile::writeWav (folder.get(), buffer, 44100.0, 24, error));
     EXPECT_EQ (error, "Could not open output file for writing:\n" + folder.get().getFullPathName());

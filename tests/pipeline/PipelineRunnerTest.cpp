@@ -159,10 +159,18 @@ TEST_F (PipelineRunnerTest, LimitsTheRatio)
 
 TEST_F (PipelineRunnerTest, KeepsTheTemporaryFolderAfterAFailure)
 {
+    config.adjustMode = AdjustMode::Bpm;
+    config.toBpm = 120.5;
+    EXPECT_EQ (run(), "! Invalid BPM values (from 0, to 120.5).");
+    EXPECT_EQ (numTemporaryFolders(), 1);
+
+    config.adjustMode = AdjustMode::Percentage;
     config.outputDir.replaceWithText ("a file in the way");
     EXPECT_EQ (run(),
                "! Could not create the output folder:\n" + folder.getChild ("out/My Song - Stems").getFullPathName());
-    EXPECT_EQ (numTemporaryFolders(), 1);
+
+    song.deleteFile();
+    EXPECT_EQ (run(), "! Input file does not exist:\n" + song.getFullPathName());
 }
 
 TEST_F (PipelineRunnerTest, CompletesOnceWheneverItIsCancelled)
