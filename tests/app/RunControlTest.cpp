@@ -5,11 +5,10 @@ using RunControlTest = WindowFixture;
 TEST_F (RunControlTest, RunsWithTheSettingsOfThePanels)
 {
     useUrl ("  https://127.0.0.1/a \n");
-    turn (stems().bassToggle, false);
-    turn (stems().vocalsToggle, false);
-    turn (tempo().tempoPitchToggle, true);
-    turn (tempo().keyToggle, true);
-    turn (tempo().keyAutoToggle, true);
+    for (auto* const off : { &stems().bassToggle, &stems().vocalsToggle })
+        turn (*off, false);
+    for (auto* const on : { &tempo().tempoPitchToggle, &tempo().keyToggle, &tempo().keyAutoToggle })
+        turn (*on, true);
     tempo().percentSlider.setValue (12.5);
     tempo().bpmFromBox.setText ("120");
     tempo().bpmToBox.setText ("90.5");

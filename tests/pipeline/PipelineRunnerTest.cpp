@@ -3,8 +3,6 @@
 #include "pipeline/PythonBridge.h"
 #include "support/JobFixture.h"
 
-#include <sys/resource.h>
-
 class PipelineRunnerTest : public JobFixture
 {
 protected:
@@ -120,9 +118,8 @@ TEST_F (PipelineRunnerTest, RefusesASongLongerThanMemoryBeforeItIsRead)
     const auto numBytes = static_cast<juce::int64> (memory / 50.0), headerSize = song.getSize() - 4 * 20000;
     const auto peakMemory = []
     {
-        rusage usage {};
-        getrusage (RUSAGE_SELF, &usage);
-        return static_cast<double> (usage.ru_maxrss) * 1024.0;
+        const auto status = juce::File ("/proc/self/status").loadFileAsString();
+        return status.fromFirstOccurrenceOf ("VmHWM:", false, false).getDoubleValue() * 1024.0;
     };
 
     {

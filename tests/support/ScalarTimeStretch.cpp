@@ -15,29 +15,24 @@ static float dotProduct (const float* reference, const float* candidate)
     return sum;
 }
 
-static Buffer mix (const Buffer& input)
-{
-    Buffer guide (1, input.getNumSamples());
-    guide.clear();
-
-    for (int i = 0; i < input.getNumSamples(); ++i)
-    {
-        for (int c = 0; c < input.getNumChannels(); ++c)
-            guide.getWritePointer (0)[i] += input.getReadPointer (c)[i];
-
-        guide.getWritePointer (0)[i] *= 1.0f / static_cast<float> (input.getNumChannels());
-    }
-
-    return guide;
-}
-
 Buffer scalarTimeStretch (const Buffer& input, double ratio)
 {
     const auto n = input.getNumSamples(), channels = input.getNumChannels();
     const auto target = static_cast<int> (std::llround (n * ratio));
     const auto hop = std::max (1, static_cast<int> (std::llround (1024.0 / ratio)));
-    const auto guide = mix (input);
-    const auto* const samples = guide.getReadPointer (0);
+
+    Buffer guide (1, n);
+    auto* const samples = guide.getWritePointer (0);
+
+    for (int i = 0; i < n; ++i)
+    {
+        samples[i] = 0.0f;
+
+        for (int c = 0; c < channels; ++c)
+            samples[i] += input.getReadPointer (c)[i];
+
+        samples[i] *= 1.0f / static_cast<float> (channels);
+    }
 
     Buffer window (1, 2048);
 
