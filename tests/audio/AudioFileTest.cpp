@@ -195,6 +195,9 @@ TEST_F (FFmpegAudioFormatTest, RecognizesAFileByItsContent)
     ASSERT_TRUE (encoded ("tagged.mp3").copyFileTo (misnamed));
     EXPECT_EQ (read (misnamed).getNumSamples(), numSamples);
 
-    list.replaceWithText ("ffconcat version 1.0\nfile '" + misnamed.getFullPathName() + "'\n", false, false, "\n");
+    list.replaceWithText ("ffconcat version 1.0\nfile song.wav\n", false, false, "\n");
+    const auto workingFolder = juce::File::getCurrentWorkingDirectory();
+    folder.get().setAsCurrentWorkingDirectory();
     EXPECT_EQ (open (list), nullptr) << "a playlist has no audio";
+    workingFolder.setAsCurrentWorkingDirectory();
 }
