@@ -1,10 +1,6 @@
-#include "ControllerFixture.h"
+#include "WindowFixture.h"
 
-#include <pthread.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-class AnalysisControlTest : public ControllerFixture
+class AnalysisControlTest : public WindowFixture
 {
 protected:
     void expectAnalysis (const juce::String& statusDuringIt, int numDownloadsAfterIt)
@@ -12,17 +8,16 @@ protected:
         click (analyze());
         EXPECT_EQ (status(), statusDuringIt);
         EXPECT_FALSE (analyze().isEnabled());
-        ASSERT_TRUE (analysisEnds());
-        EXPECT_EQ (numDownloads(), numDownloadsAfterIt);
+        ASSERT_TRUE (jobsEnd());
+        EXPECT_EQ (numStarts ("yt2wav.py"), numDownloadsAfterIt);
     }
-
-    juce::int64 numDownloads() const { return uv.getFile ("downloads").getSize(); } // one byte each
 
     const juce::String url { "HTTPS://127.0.0.1/a" };
     const juce::String downloading {
         "Downloading YouTube audio for analysis (first run may take longer while uv sets up)..."
     };
     const juce::String analyzing { "Analyzing BPM and key..." };
+    const juce::String analyzingFirst { "Analyzing BPM and key (first run may take longer while uv sets up)..." };
 };
 
 TEST_F (AnalysisControlTest, RefusesToAnalyzeWithoutASong)
@@ -39,163 +34,149 @@ TEST_F (AnalysisControlTest, RefusesToAnalyzeWithoutASong)
 
 TEST_F (AnalysisControlTest, ShowsTheDetectedTempoAndKey)
 {
-    expectAnalysis ("Analyzing BPM and key (first run may take longer while uv sets up)...", 0);
+    juce::FileOutputStream open (folder.getChild ("open elsewhere"));
+    setWorker ("analyze.py", file ("analyze.py.sh").loadFileAsString() + "ls -l /proc/$$/fd >fds");
+    expectAnalysis (analyzingFirst, 0);
     EXPECT_EQ (status(), "Analysis finished.");
-    EXPECT_EQ (detectedBpm(), "112.0");
-    EXPECT_EQ (tempo().detectedKeyLabel.getText(), "D");
-    EXPECT_EQ (uv.getArguments ("analyze.py")[2], song.getFullPathName());
+    EXPECT_EQ (detected(), "112.0 D");
+    EXPECT_TRUE (arguments ("analyze.py").endsWith ("/analyze.py|" + song.getFullPathName() + "|--bpm|--key"));
 
-    uv.setWorker ("analyze.py", "echo 'There is no sound.'; exit 1");
-    click (analyze());
-    ASSERT_TRUE (analysisEnds());
-    EXPECT_EQ (takeDialogs(), "! Analysis failed: Analysis failed.\n\nThere is no sound.");
-    EXPECT_EQ (status(), "Analysis failed.");
-    EXPECT_EQ (detectedBpm(), "112.0");
+    const auto inherited = file ("fds").loadFileAsString();
+    EXPECT_TRUE (inherited.contains ("0 -> ") && ! inherited.contains ("open elsewhere")) << inherited;
+}
+
+TEST_F (AnalysisControlTest, QuotesAWorkerThatFails)
+{
+    const juce::String downloadFailed ("YouTube download failed. Check the URL and your connection.\n\n");
+
+    useUrl (url);
+    tempo().setAnalysisResult (90.0, 1);
+    for (const auto& [worker, body, expected] : std::vector<std::tuple<juce::String, juce::String, juce::String>> {
+             { "yt2wav.py", "echo why; exit 1", downloadFailed + "why" },
+             { "yt2wav.py", "echo WAV_PATH::/nowhere.wav", downloadFailed + "WAV_PATH::/nowhere.wav" },
+             { "analyze.py", "printf 'Looking\\n%8192s\\nIt is silent.\\n'; exit 1",
+               "Analysis failed.\n\nLooking\nIt is silent." },
+             { "analyze.py", "echo RESULT::{}; exec >&- 2>&-; sleep 0.1; exit 3", "Analysis failed.\n\nRESULT::{}" },
+         })
+    {
+        const auto original = file (worker + ".sh").loadFileAsString();
+        setWorker (worker, body);
+        run (analyze());
+        EXPECT_EQ (takeDialogs(), "! Analysis failed: " + expected);
+        EXPECT_EQ (status() + detected(), "Analysis failed.90.0 C#");
+        setWorker (worker, original);
+    }
 }
 
 TEST_F (AnalysisControlTest, DownloadsALinkOnlyOnce)
 {
     useUrl ("  " + url + "\n");
-    uv.setWorker ("analyze.py", "exit 1");
+    setWorker ("analyze.py", "exit 1");
     expectAnalysis (downloading, 1);
-    EXPECT_EQ (uv.getArguments ("yt2wav.py")[2], url);
-    uv.setWorker ("analyze.py", StandInUv::detecting (112.04));
+    EXPECT_TRUE (arguments ("yt2wav.py").contains ("/yt2wav.py|" + url + "|"));
+    setDetection (112.04);
     expectAnalysis (analyzing, 1);
     takeDialogs();
 
     // The download survives a change of the file, and a run uses it.
     turn (input().localToggle, true);
     input().onFileChosen();
-    EXPECT_EQ (detectedBpm(), "--");
+    EXPECT_EQ (detected(), "-- --");
     turn (input().urlToggle, true);
-    click (execute());
-    ASSERT_TRUE (becomesIdle());
+    run (execute());
     EXPECT_TRUE (takeDialogs().startsWith ("i Pipeline complete"));
-    EXPECT_EQ (numDownloads(), 1);
     expectAnalysis (analyzing, 1);
 
     // If its file is missing, a run downloads another one for itself alone.
-    EXPECT_TRUE (juce::File (uv.getArguments ("analyze.py")[2]).deleteFile());
-    click (execute());
-    ASSERT_TRUE (becomesIdle());
-    EXPECT_EQ (numDownloads(), 2);
+    EXPECT_TRUE (juce::File (arguments ("analyze.py")
+                                 .fromFirstOccurrenceOf ("py|", false, false)
+                                 .upToFirstOccurrenceOf ("|", false, false))
+                     .deleteFile());
+    run (execute());
+    EXPECT_EQ (numStarts ("yt2wav.py"), 2);
     expectAnalysis (downloading, 3);
-    EXPECT_EQ (numCacheFolders(), 1);
+    EXPECT_EQ (numTemporaryFolders ("cache-*"), 1);
 
     useUrl (url + "b");
-    EXPECT_EQ (numCacheFolders(), 0);
-    EXPECT_EQ (detectedBpm(), "--");
+    EXPECT_EQ (numTemporaryFolders ("cache-*"), 0);
+    EXPECT_EQ (detected(), "-- --");
     expectAnalysis (downloading, 4);
 }
 
 TEST_F (AnalysisControlTest, CancelsWhenTheLinkIsEdited)
 {
-    holdWorker ("analyze.py", StandInUv::detecting (99));
+    const auto downloads = file ("yt2wav.py.sh").loadFileAsString();
+    holdWorker ("yt2wav.py");
     useUrl (url);
     click (analyze());
-    ASSERT_TRUE (isHeld ("analyze.py"));
+    ASSERT_TRUE (isHeld ("yt2wav.py"));
 
     useUrl (url + "b");
     EXPECT_EQ (status(), "Ready.");
     EXPECT_TRUE (analyze().isEnabled());
-    EXPECT_EQ (numCacheFolders(), 0);
+    EXPECT_EQ (numTemporaryFolders ("cache-*"), 0);
 
     // A click has no effect until the old thread has ended.
-    uv.setWorker ("analyze.py", StandInUv::detecting (77));
+    setWorker ("yt2wav.py", downloads);
+    setDetection (77);
     ASSERT_TRUE (eventually (
         [this]
         {
             click (analyze());
             return ! analyze().isEnabled();
         }));
-    ASSERT_TRUE (analysisEnds());
-    EXPECT_EQ (detectedBpm(), "77.0");
-    EXPECT_EQ (takeDialogs(), "");
+    EXPECT_FALSE (isRunning ("yt2wav.py"));
+    ASSERT_TRUE (jobsEnd());
+    EXPECT_EQ (detected() + takeDialogs(), "77.0 D");
 }
 
 TEST_F (AnalysisControlTest, AnalyzesTheEditedLinkBeforeTheEditIsReported)
 {
-    expectAnalysis ("Analyzing BPM and key (first run may take longer while uv sets up)...", 0);
-    holdWorker ("analyze.py", StandInUv::detecting (99));
+    expectAnalysis (analyzingFirst, 0);
+    setDetection (99);
+    holdWorker ("analyze.py");
     turn (input().urlToggle, true);
     input().urlBox.setText (url, true);
     click (analyze());
-    EXPECT_EQ (detectedBpm(), "--");
+    EXPECT_EQ (detected(), "-- --");
 
     // Spaces around the link change nothing, during the analysis or after it.
     useUrl (url + "\n");
     letGo();
-    ASSERT_TRUE (analysisEnds());
+    ASSERT_TRUE (jobsEnd());
     useUrl (" " + url);
-    EXPECT_EQ (detectedBpm(), "99.0");
-    EXPECT_EQ (numCacheFolders(), 1);
+    EXPECT_EQ (detected(), "99.0 D");
+    EXPECT_EQ (numTemporaryFolders ("cache-*"), 1);
 }
 
 TEST_F (AnalysisControlTest, IgnoresAResultForThePreviousSong)
 {
     click (analyze());
-    waitForThread ("KelvaneAnalysis", uv.getFile ("analyze.py.args"));
-    input().selectedFile = uv.getFile ("song.wav");
+    waitForThread (file ("analyze.py.args"));
+    input().selectedFile = file ("uv");
     input().onFileChosen();
     EXPECT_EQ (status(), "Ready.");
-    holdWorker ("analyze.py", StandInUv::detecting (99));
+    setDetection (99);
+    holdWorker ("analyze.py");
     click (analyze());
 
     deliverMessages();
     EXPECT_FALSE (analyze().isEnabled());
-    EXPECT_EQ (detectedBpm(), "--");
+    EXPECT_EQ (detected(), "-- --");
     letGo();
-    ASSERT_TRUE (analysisEnds());
-    EXPECT_EQ (detectedBpm(), "99.0");
-}
-
-TEST_F (AnalysisControlTest, ReportsAThreadThatCannotStart)
-{
-    pthread_attr_t usual {};
-    pthread_getattr_default_np (&usual);
-    auto tooLarge = usual;
-    pthread_attr_setstacksize (&tooLarge, size_t { 1 } << 60);
-    ASSERT_EQ (pthread_setattr_default_np (&tooLarge), 0);
-    click (analyze());
-    click (execute());
-    pthread_setattr_default_np (&usual);
-    pthread_attr_destroy (&usual);
-
-    const juce::String text ("Could not start a thread. Close other programs and try again.");
-    EXPECT_EQ (takeDialogs(), "! Analysis failed: " + text + "|! Pipeline failed: " + text);
-    EXPECT_TRUE (analyze().isEnabled() && isIdle());
-}
-
-TEST_F (AnalysisControlTest, ReportsAThreadThatRunsOutOfMemory)
-{
-    const auto size = juce::File ("/proc/self/statm").loadFileAsString().getLargeIntValue() * sysconf (_SC_PAGESIZE);
-    if (size > juce::int64 { 1 } << 40)
-        GTEST_SKIP() << "A sanitizer maps terabytes.";
-
-    uv.setWorker ("analyze.py", "head -c 300000000 /dev/zero");
-    rlimit usual {};
-    getrlimit (RLIMIT_AS, &usual);
-    const rlimit low { static_cast<rlim_t> (size) + (100 << 20), usual.rlim_max };
-    setrlimit (RLIMIT_AS, &low);
-    click (analyze());
-    EXPECT_TRUE (analysisEnds());
-    setrlimit (RLIMIT_AS, &usual);
-    EXPECT_TRUE (takeDialogs().contains ("Unexpected error: the job ended early."));
+    ASSERT_TRUE (jobsEnd());
+    EXPECT_EQ (detected(), "99.0 D");
 }
 
 TEST_F (AnalysisControlTest, DeletesTheFolderOfADownloadCancelledAtOnce)
 {
-    useUrl (url);
-
     for (auto round = 0; round < 10; ++round)
     {
+        useUrl (url + juce::String (round));
         if (analyze().isEnabled())
             click (analyze());
-        input().urlBox.setText (url + juce::String (round));
-        input().reportUrlEdit();
-        deliverMessages();
     }
 
     window.reset();
-    EXPECT_EQ (numCacheFolders(), 0);
+    EXPECT_EQ (numTemporaryFolders ("cache-*"), 0);
 }

@@ -1,15 +1,14 @@
-#include "ControllerFixture.h"
+#include "WindowFixture.h"
 
-using RunControlTest = ControllerFixture;
+using RunControlTest = WindowFixture;
 
 TEST_F (RunControlTest, RunsWithTheSettingsOfThePanels)
 {
     useUrl ("  https://127.0.0.1/a \n");
-    turn (stems().bassToggle, false);
-    turn (stems().vocalsToggle, false);
-    turn (tempo().tempoPitchToggle, true);
-    turn (tempo().keyToggle, true);
-    turn (tempo().keyAutoToggle, true);
+    for (auto* const off : { &stems().bassToggle, &stems().vocalsToggle })
+        turn (*off, false);
+    for (auto* const on : { &tempo().tempoPitchToggle, &tempo().keyToggle, &tempo().keyAutoToggle })
+        turn (*on, true);
     tempo().percentSlider.setValue (12.5);
     tempo().bpmFromBox.setText ("120");
     tempo().bpmToBox.setText ("90.5");
@@ -23,24 +22,16 @@ TEST_F (RunControlTest, RunsWithTheSettingsOfThePanels)
     ASSERT_TRUE (window->buildConfig (config, error)) << error;
     EXPECT_TRUE (config.useUrl && config.autoKey && ! config.autoBpm && ! config.fullSong);
     EXPECT_TRUE (config.stems[0] && ! config.stems[1] && ! config.stems[2] && config.stems[3]);
-    EXPECT_EQ (config.url, "https://127.0.0.1/a");
-    EXPECT_EQ (config.modelName, "htdemucs");
-    EXPECT_EQ (config.stretchMode, StretchMode::TempoAndPitch);
-    EXPECT_EQ (config.adjustMode, AdjustMode::Key);
-    EXPECT_EQ (config.percent, 12.5);
-    EXPECT_EQ (config.fromBpm, 120.0);
-    EXPECT_EQ (config.toBpm, 90.5);
-    EXPECT_EQ (config.fromKey, 11);
-    EXPECT_EQ (config.toKey, 0);
+    EXPECT_EQ (config.url + " " + config.modelName, "https://127.0.0.1/a htdemucs");
+    EXPECT_TRUE (config.stretchMode == StretchMode::TempoAndPitch && config.adjustMode == AdjustMode::Key);
+    EXPECT_EQ (std::tuple (config.percent, config.fromBpm, config.toBpm), std::tuple (12.5, 120.0, 90.5));
+    EXPECT_EQ (std::tuple (config.fromKey, config.toKey), std::tuple (11, 0));
     EXPECT_EQ (config.outputDir, folder.getChild ("out"));
-    EXPECT_EQ (config.sampleRate, 48000);
-    EXPECT_EQ (config.bitDepth, 16);
+    EXPECT_EQ (std::tuple (config.sampleRate, config.bitDepth), std::tuple (48000, 16));
 
     turn (tempo().bpmToggle, true);
     turn (tempo().bpmAutoToggle, true);
-    ASSERT_TRUE (window->buildConfig (config, error)) << error;
-    EXPECT_EQ (config.adjustMode, AdjustMode::Bpm);
-    EXPECT_TRUE (config.autoBpm);
+    EXPECT_TRUE (window->buildConfig (config, error) && config.adjustMode == AdjustMode::Bpm && config.autoBpm);
 }
 
 TEST_F (RunControlTest, ReportsTheFirstInvalidPanel)
@@ -55,8 +46,7 @@ TEST_F (RunControlTest, ReportsTheFirstInvalidPanel)
     {
         click (execute());
         EXPECT_EQ (takeDialogs(), "! Cannot start pipeline: " + text);
-        EXPECT_EQ (status(), "Ready.");
-        EXPECT_TRUE (isIdle());
+        EXPECT_TRUE (isIdle() && status() == "Ready.");
     };
 
     expectRefusal ("Choose an input audio file, or switch to a YouTube URL.");
@@ -74,28 +64,24 @@ TEST_F (RunControlTest, ReportsTheFirstInvalidPanel)
 
 TEST_F (RunControlTest, ShowsTheOutcomeOfEachRun)
 {
-    uv.setWorker ("separate.py", "echo 'There is no disk.'; exit 1");
-    click (execute());
-    EXPECT_EQ (status(), "Starting...");
-    EXPECT_EQ (execute().getButtonText(), "Cancel");
-    ASSERT_TRUE (becomesIdle());
+    setWorker ("separate.py", "echo 'There is no disk.'; exit 1");
+    run (execute());
     EXPECT_EQ (status(), "Failed.");
     EXPECT_EQ (takeDialogs(), "! Pipeline failed: Stem separation failed.\n\nThere is no disk.");
 
     holdWorker ("separate.py");
     click (execute());
+    EXPECT_EQ (status(), "Starting...");
     ASSERT_TRUE (isHeld ("separate.py"));
     click (execute());
     EXPECT_EQ (status(), "Cancelling...");
-    EXPECT_EQ (execute().getButtonText(), "Cancel");
-    EXPECT_FALSE (execute().isEnabled());
-    ASSERT_TRUE (becomesIdle());
+    EXPECT_TRUE (execute().getButtonText() == "Cancel" && ! execute().isEnabled());
+    ASSERT_TRUE (eventually ([this] { return isIdle(); }));
     EXPECT_EQ (status(), "Cancelled.");
     EXPECT_EQ (takeDialogs(), "");
 
     wantFullSongAlone();
-    click (execute());
-    ASSERT_TRUE (becomesIdle());
+    run (execute());
     EXPECT_EQ (status(), "Done.");
     EXPECT_EQ (takeDialogs(), "i Pipeline complete: Wrote 1 file(s) to:\n"
                                   + folder.getChild ("out/My Song - Stems").getFullPathName());
@@ -105,7 +91,7 @@ TEST_F (RunControlTest, SurvivesAStartBeforeTheLastRunReportsItsEnd)
 {
     wantFullSongAlone();
     click (execute());
-    waitForThread ("Kelvane", folder.getChild ("out/My Song - Stems/My Song - full mix.wav"));
+    waitForThread (folder.getChild ("out/My Song - Stems/My Song - full mix.wav"));
     click (execute());
     EXPECT_EQ (status(), "Starting...");
 
@@ -116,21 +102,17 @@ TEST_F (RunControlTest, SurvivesAStartBeforeTheLastRunReportsItsEnd)
 TEST_F (RunControlTest, EndsAllJobsWhenTheWindowCloses)
 {
     useUrl ("https://127.0.0.1/a");
-    for (const auto* const worker : { "analyze.py", "separate.py" })
-    {
+    for (auto* const worker : { "analyze.py", "separate.py" })
         holdWorker (worker);
-        click (juce::String (worker) == "analyze.py" ? analyze() : execute());
-        ASSERT_TRUE (isHeld (worker));
-    }
-    EXPECT_EQ (numCacheFolders(), 1);
+    click (analyze());
+    ASSERT_TRUE (isHeld ("analyze.py"));
+    click (execute());
+    ASSERT_TRUE (isHeld ("separate.py"));
+    EXPECT_EQ (numTemporaryFolders ("cache-*"), 1);
 
     window.reset();
-    for (const auto* const worker : { "analyze.py", "separate.py" })
-    {
-        const auto pid = uv.getFile (juce::String (worker) + ".pid").loadFileAsString().trim();
-        EXPECT_FALSE (juce::File ("/proc").getChildFile (pid).getChildFile ("exe").exists()) << worker;
-    }
-    EXPECT_EQ (numCacheFolders(), 0);
+    EXPECT_FALSE (isRunning ("analyze.py") || isRunning ("separate.py"));
+    EXPECT_EQ (numTemporaryFolders ("cache-*"), 0);
     deliverMessages();
     EXPECT_EQ (takeDialogs(), "");
 }

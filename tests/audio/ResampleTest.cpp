@@ -6,18 +6,14 @@
 
 using signals::Buffer;
 
-TEST (ResampleTest, RoundsTheLengthDownButNotToZero)
+TEST (ResampleTest, RoundsTheLengthDownButNotToZeroAndCopiesAtASpeedOfOne)
 {
     EXPECT_EQ (stretch::resample (signals::noise (1, 1000), 3.0).getNumSamples(), 333);
     EXPECT_EQ (stretch::resample (signals::noise (1, 1000), 501.0).getNumSamples(), 1);
     EXPECT_EQ (stretch::resample (signals::noise (1, 1), 2.0).getNumSamples(), 1);
     EXPECT_EQ (stretch::resample (signals::noise (2, 44100), 44100.0 / 48000.0).getNumSamples(), 48000);
     EXPECT_EQ (stretch::resample (Buffer (2, 0), 2.0).getNumSamples(), 0);
-    EXPECT_EQ (stretch::resample (Buffer (2, 0), 2.0).getNumChannels(), 2);
-}
 
-TEST (ResampleTest, CopiesAtASpeedOfOne)
-{
     const auto input = signals::noise (3, 777);
     EXPECT_TRUE (signals::identical (stretch::resample (input, 1.0 - 0.9e-9), input));
     EXPECT_FALSE (signals::identical (stretch::resample (input, 1.0 - 1.1e-9), input));

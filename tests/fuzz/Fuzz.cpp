@@ -2,7 +2,6 @@
 
 #include "fuzz/FuzzTargets.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
@@ -10,18 +9,12 @@
 static const FuzzTarget& chooseTarget()
 {
     const auto* const name = std::getenv ("KELVANE_FUZZ_TARGET");
-    const auto* const target = std::find_if (fuzzTargets.begin(), fuzzTargets.end(), [&] (const FuzzTarget& candidate)
-                                             { return name != nullptr && candidate.name == name; });
 
-    if (target != fuzzTargets.end())
-        return *target;
+    for (const auto& target : fuzzTargets)
+        if (name != nullptr && target.name == name)
+            return target;
 
-    std::cerr << "Set KELVANE_FUZZ_TARGET to one of:";
-
-    for (const auto& candidate : fuzzTargets)
-        std::cerr << ' ' << candidate.name;
-
-    std::cerr << std::endl;
+    std::cerr << "Set KELVANE_FUZZ_TARGET to the name of a folder in tests/fuzz/corpus.\n";
     std::exit (2);
 }
 

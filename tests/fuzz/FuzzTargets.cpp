@@ -25,7 +25,6 @@ static void readSong (std::string_view bytes)
 {
     // A file may state any length. Reading all of it would only test the machine's memory.
     constexpr auto maxSamplesToHold = juce::int64 { 1 } << 24;
-    constexpr auto blockSize = 1 << 16;
 
     juce::AudioFormatManager formats;
     formats.registerFormat (new Format(), true);
@@ -37,25 +36,20 @@ static void readSong (std::string_view bytes)
     if (reader == nullptr)
         return;
 
-    require (reader->numChannels > 0 && reader->numChannels <= audiofile::maxChannels, "1 to 64 channels");
-    require (reader->sampleRate > 0 && std::isfinite (reader->sampleRate), "a sample rate");
-    require (reader->bitsPerSample > 0 && reader->bitsPerSample <= 32, "a depth that can be converted");
-    require (reader->lengthInSamples >= 0, "a length");
-
     const auto numChannels = static_cast<int> (reader->numChannels);
     const auto length = reader->lengthInSamples; // reading may change it
+    require (numChannels > 0 && reader->numChannels <= audiofile::maxChannels, "1 to 64 channels");
+    require (reader->sampleRate > 0 && std::isfinite (reader->sampleRate), "a sample rate");
+    require (reader->bitsPerSample > 0 && reader->bitsPerSample <= 32, "a depth that can be converted");
+    require (length >= 0, "a length");
 
     if (length * numChannels <= maxSamplesToHold)
-    {
-        const auto whole = audiofile::readWhole (*reader);
-        require (whole.getNumSamples() == length, "the stated length");
-        return;
-    }
+        return require (audiofile::readWhole (*reader).getNumSamples() == length, "the stated length");
 
-    juce::AudioBuffer<float> block (numChannels, blockSize);
+    juce::AudioBuffer<float> block (numChannels, 1 << 16);
 
     for (const auto start : { juce::int64 {}, length / 2, length - 100 })
-        reader->read (&block, 0, blockSize, start, true, true);
+        reader->read (&block, 0, block.getNumSamples(), start, true, true);
 }
 
 /** The first byte says how the rest arrives: in blocks of that size. */
@@ -65,20 +59,16 @@ static void readWorkerOutput (std::string_view bytes)
         return;
 
     const auto blockSize = std::max (size_t { 1 }, size_t { static_cast<unsigned char> (bytes.front()) });
-    bytes.remove_prefix (1);
+    std::string pending, output, atOnce (bytes.substr (1)), outputAtOnce;
+    splitLines (atOnce, outputAtOnce, {}, true);
 
-    std::string pending, output;
-
-    for (auto rest = bytes; ! rest.empty(); rest.remove_prefix (std::min (blockSize, rest.size())))
+    for (size_t i = 1; i < bytes.size(); i += blockSize)
     {
-        pending += rest.substr (0, blockSize);
+        pending += bytes.substr (i, blockSize);
         splitLines (pending, output, {}, false);
     }
 
     splitLines (pending, output, {}, true);
-
-    std::string atOnce (bytes), outputAtOnce;
-    splitLines (atOnce, outputAtOnce, {}, true);
     require (output == outputAtOnce && pending.empty(), "the same lines, however they arrive");
 
     const auto text = decodeUtf8 (output);
@@ -100,10 +90,7 @@ static void parseCommandLine (std::string_view bytes)
     juce::String error;
 
     if (! commandLine.parse (juce::StringArray::fromLines (decodeUtf8 (bytes)), error))
-    {
-        require (error.isNotEmpty() && ! error.containsChar ('\n'), "an error of one line");
-        return;
-    }
+        return require (error.isNotEmpty() && ! error.containsChar ('\n'), "an error of one line");
 
     require (error.isEmpty(), "no error");
 

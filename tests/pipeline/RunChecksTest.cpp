@@ -1,6 +1,6 @@
 #include "pipeline/RunChecks.h"
 
-#include "support/TemporaryFolder.h"
+#include "pipeline/SpeedRatio.h"
 
 #include <gtest/gtest.h>
 
@@ -19,22 +19,18 @@ TEST (RunChecksTest, RefusesTemposThatAreMissingOrOutOfRange)
     EXPECT_EQ (check (100, 400), "");
     EXPECT_EQ (check (100, 24.9), "The BPM ratio is out of range (limited to 0.25x - 4x).");
     EXPECT_EQ (check (100, 400.1), "The BPM ratio is out of range (limited to 0.25x - 4x).");
-    EXPECT_EQ (check (0, 0), "Enter a target (to) BPM.");
     EXPECT_EQ (check (0, 0, true), "Enter a target (to) BPM.");
     EXPECT_EQ (check (0, 120), "Enter a source (from) BPM, or enable Auto to detect it.");
     EXPECT_EQ (check (0, 120, true), "");
 }
 
-TEST (RunChecksTest, CreatesTheOutputFolder)
+TEST (SpeedRatioTest, TransposesByTheSmallerIntervalAndATritoneUp)
 {
-    const TemporaryFolder folder;
-    const auto file = folder.getChild ("file");
-    file.create();
-
-    EXPECT_EQ (runchecks::prepareOutputFolder ({}), "Choose a valid output folder.");
-    EXPECT_EQ (runchecks::prepareOutputFolder (file), "Choose a valid output folder.");
-    EXPECT_EQ (runchecks::prepareOutputFolder (file.getChildFile ("below")),
-               "Could not create the output folder:\n" + file.getChildFile ("below").getFullPathName());
-    EXPECT_EQ (runchecks::prepareOutputFolder (folder.getChild ("deep/down")), "");
-    EXPECT_TRUE (folder.getChild ("deep/down").isDirectory());
+    for (int from = 0; from < 12; ++from)
+        for (int to = 0; to < 12; ++to)
+        {
+            const auto semitones = speedratio::semitonesBetween (from, to);
+            EXPECT_TRUE (-5 <= semitones && semitones <= 6) << from << " to " << to;
+            EXPECT_EQ ((from + semitones + 12) % 12, to);
+        }
 }

@@ -6,50 +6,34 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-class TemporaryFolderTest : public testing::Test
+TEST (TemporaryFolderTest, ClosesItsParentToOtherUsersAndAvoidsTheirFolders)
 {
-protected:
-    TemporaryFolderTest() { setenv ("TMPDIR", folder.get().getFullPathName().toRawUTF8(), 1); }
-    ~TemporaryFolderTest() override { unsetenv ("TMPDIR"); }
-
-    juce::String path (const juce::String& name) const { return folder.getChild (name).getFullPathName(); }
-
-    /** Expects the new folder's parent to be closed to other users. @returns the parent's name */
-    static juce::String parentOf (const juce::File& newFolder)
+    const TemporaryFolder folder;
+    const auto path = [&] (const juce::String& name) { return folder.getChild (name).getFullPathName().toStdString(); };
+    setenv ("TMPDIR", path ({}).c_str(), 1);
+    const auto parentName = []
     {
+        const auto parent = newTemporaryFolder().getParentDirectory();
         struct stat status = {};
-        EXPECT_EQ (lstat (newFolder.getParentDirectory().getFullPathName().toRawUTF8(), &status), 0);
+        EXPECT_EQ (lstat (parent.getFullPathName().toRawUTF8(), &status), 0);
         EXPECT_EQ (status.st_mode, static_cast<mode_t> (S_IFDIR | S_IRWXU));
-        return newFolder.getParentDirectory().getFileName();
-    }
+        return parent.getFileName();
+    };
 
-    TemporaryFolder folder;
-};
+    EXPECT_EQ (parentName(), "Kelvane");
+    ASSERT_EQ (chmod (path ("Kelvane").c_str(), 0777), 0);
+    EXPECT_EQ (parentName(), "Kelvane");
 
-TEST_F (TemporaryFolderTest, ClosesItsParentToOtherUsers)
-{
-    EXPECT_EQ (parentOf (newTemporaryFolder()), "Kelvane");
-    ASSERT_EQ (chmod (path ("Kelvane").toRawUTF8(), 0777), 0);
-    EXPECT_EQ (parentOf (newTemporaryFolder()), "Kelvane");
-}
-
-TEST_F (TemporaryFolderTest, AvoidsFoldersOfOtherUsers)
-{
     const auto ownName = "Kelvane-" + juce::String (geteuid());
-    ASSERT_EQ (symlink ("/var/tmp", path ("Kelvane").toRawUTF8()), 0);
-    EXPECT_EQ (parentOf (newTemporaryFolder()), ownName);
+    ASSERT_EQ (rmdir (path ("Kelvane").c_str()) + symlink ("/var/tmp", path ("Kelvane").c_str()), 0);
+    EXPECT_EQ (parentName(), ownName);
 
-    if (geteuid() == 0)
+    constexpr auto somebody = 12345;
+    if (chown (path (ownName).c_str(), somebody, somebody) != 0) // only root can do that
     {
-        constexpr auto somebody = 12345;
-        ASSERT_EQ (chown (path (ownName).toRawUTF8(), somebody, somebody), 0);
+        ASSERT_EQ (rmdir (path (ownName).c_str()) + symlink ("/var/tmp", path (ownName).c_str()), 0);
     }
-    else
-    {
-        ASSERT_TRUE (folder.getChild (ownName).deleteRecursively());
-        ASSERT_EQ (symlink ("/var/tmp", path (ownName).toRawUTF8()), 0);
-    }
-
-    const auto fresh = parentOf (newTemporaryFolder());
+    const auto fresh = parentName();
     EXPECT_TRUE (fresh.startsWith ("Kelvane-") && fresh != ownName) << fresh;
+    unsetenv ("TMPDIR");
 }

@@ -5,32 +5,19 @@
 
 #include <optional>
 
-/** Calls a function while the message thread waits. */
-template <typename Function>
-auto onMessageThread (Function function)
-{
-    const juce::MessageManagerLock lock;
-    return function();
-}
-
-/** Waits until the message thread has delivered all messages posted so far. */
-inline void deliverMessages()
-{
-    juce::WaitableEvent delivered;
-    juce::MessageManager::callAsync ([&] { delivered.signal(); });
-    ASSERT_TRUE (delivered.wait (60000));
-}
-
-/** Runs a test of components while the message thread waits. Needs no display. */
+/** Runs a test of components or jobs while the message thread waits. Needs no display. */
 class MessageThreadTest : public testing::Test
 {
 protected:
     MessageThreadTest() { lock.emplace(); }
 
+    /** Lets the message thread deliver all messages posted so far. */
     void deliverMessages()
     {
+        juce::WaitableEvent delivered;
+        juce::MessageManager::callAsync ([&] { delivered.signal(); });
         lock.reset();
-        ::deliverMessages();
+        ASSERT_TRUE (delivered.wait (60000));
         lock.emplace();
     }
 

@@ -2,86 +2,79 @@
 
 #include <algorithm>
 #include <cmath>
-#include <vector>
 
-static float dotProduct (const std::vector<float>& guide, int reference, int candidate)
+using Buffer = juce::AudioBuffer<float>;
+
+static float dotProduct (const float* reference, const float* candidate)
 {
     auto sum = 0.0f;
 
-    for (int j = 0; j < 256; ++j)
-        sum += guide[static_cast<size_t> (reference + 4 * j)] * guide[static_cast<size_t> (candidate + 4 * j)];
+    for (int j = 0; j < 1024; j += 4)
+        sum += reference[j] * candidate[j];
 
     return sum;
 }
 
-juce::AudioBuffer<float> scalarTimeStretch (const juce::AudioBuffer<float>& input, double ratio)
+Buffer scalarTimeStretch (const Buffer& input, double ratio)
 {
-    const auto n = input.getNumSamples();
-    const auto channels = input.getNumChannels();
+    const auto n = input.getNumSamples(), channels = input.getNumChannels();
     const auto target = static_cast<int> (std::llround (n * ratio));
     const auto hop = std::max (1, static_cast<int> (std::llround (1024.0 / ratio)));
 
-    std::vector<float> guide (static_cast<size_t> (n));
+    Buffer guide (1, n);
+    auto* const samples = guide.getWritePointer (0);
 
     for (int i = 0; i < n; ++i)
     {
-        for (int c = 0; c < channels; ++c)
-            guide[static_cast<size_t> (i)] += input.getSample (c, i);
+        samples[i] = 0.0f;
 
-        guide[static_cast<size_t> (i)] *= 1.0f / static_cast<float> (channels);
+        for (int c = 0; c < channels; ++c)
+            samples[i] += input.getReadPointer (c)[i];
+
+        samples[i] *= 1.0f / static_cast<float> (channels);
     }
 
-    std::vector<float> window (2048);
+    Buffer window (1, 2048);
 
     for (int i = 0; i < 2048; ++i)
-        window[static_cast<size_t> (i)] =
-            0.5f * (1.0f - std::cos (static_cast<float> (i) * 6.2831855f * 0.00048828125f));
+        window.setSample (0, i, 0.5f * (1.0f - std::cos (static_cast<float> (i) * 6.2831855f * 0.00048828125f)));
 
-    juce::AudioBuffer<float> sums (channels, target + 4096);
+    Buffer sums (channels + 1, target + 4096); // the last channel is that of the windows
     sums.clear();
-    std::vector<float> windowSums (static_cast<size_t> (target + 4096));
-    auto previous = 0;
-    auto end = 0;
+    auto read = 0, end = 0;
 
     for (int k = 0, nominal = 0; k == 0 || (nominal + 2048 <= n && k * 1024 + 2048 <= target + 4096);
          ++k, nominal += hop)
     {
-        auto read = k == 0 ? 0 : nominal;
-        const auto natural = previous + 1024;
+        const auto natural = read + 1024, low = std::max (nominal, 512) - 512;
+        const auto high = k > 0 && natural + 1024 <= n ? std::min (nominal + 512, n - 2048) : -1;
+        auto best = -1.0e30f;
+        read = nominal;
 
-        if (k > 0 && natural + 1024 <= n)
-        {
-            auto best = -1.0e30f;
-
-            for (int c = std::max (nominal, 512) - 512; c <= std::min (nominal + 512, n - 2048); c += 2)
+        for (int c = low; c <= high; c += 2)
+            if (const auto score = dotProduct (samples + natural, samples + c); score > best)
             {
-                const auto score = dotProduct (guide, natural, c);
-
-                if (score > best)
-                {
-                    best = score;
-                    read = c;
-                }
+                best = score;
+                read = c;
             }
+
+        for (int c = 0; c <= channels; ++c)
+        {
+            auto* const sum = sums.getWritePointer (c) + k * 1024;
+            const auto* const frame = c < channels ? input.getReadPointer (c) + read : nullptr;
+
+            for (int i = 0; i < 2048; ++i)
+                sum[i] += (frame != nullptr ? frame[i] : 1.0f) * window.getReadPointer (0)[i];
         }
 
-        for (int c = 0; c < channels; ++c)
-            for (int i = 0; i < 2048; ++i)
-                sums.getWritePointer (c)[k * 1024 + i] +=
-                    input.getReadPointer (c)[read + i] * window[static_cast<size_t> (i)];
-
-        for (int i = 0; i < 2048; ++i)
-            windowSums[static_cast<size_t> (k * 1024 + i)] += window[static_cast<size_t> (i)];
-
-        previous = read;
         end = k * 1024 + 2048;
     }
 
-    juce::AudioBuffer<float> result (channels, std::max (1, std::min (end, target)));
+    Buffer result (channels, std::max (1, std::min (end, target)));
 
     for (int c = 0; c < channels; ++c)
         for (int i = 0; i < result.getNumSamples(); ++i)
-            result.setSample (c, i, sums.getSample (c, i) / std::max (windowSums[static_cast<size_t> (i)], 0.001f));
+            result.setSample (c, i, sums.getSample (c, i) / std::max (sums.getSample (channels, i), 0.001f));
 
     return result;
 }

@@ -30,13 +30,6 @@ inline Buffer noise (int numChannels, int numSamples, juce::int64 seed = 1)
     return make (numChannels, numSamples, [&] (int, int) { return random.nextFloat() * 2.0f - 1.0f; });
 }
 
-inline Buffer sine (int numChannels, int numSamples, double cyclesPerSample)
-{
-    return make (numChannels, numSamples,
-                 [=] (int, int i)
-                 { return 0.5 * std::sin (juce::MathConstants<double>::twoPi * cyclesPerSample * i); });
-}
-
 /** Compares bits, so that NaN equals itself and 0 differs from -0. */
 inline bool identical (const Buffer& a, const Buffer& b)
 {

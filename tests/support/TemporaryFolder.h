@@ -9,13 +9,12 @@ public:
     TemporaryFolder() { folder.createDirectory(); }
     ~TemporaryFolder() { folder.deleteRecursively(); }
 
-    TemporaryFolder (const TemporaryFolder&) = delete;
-    TemporaryFolder& operator= (const TemporaryFolder&) = delete;
-
     juce::File get() const { return folder; }
     juce::File getChild (const juce::String& name) const { return folder.getChildFile (name); }
 
 private:
     const juce::File folder = juce::File::getSpecialLocation (juce::File::tempDirectory)
                                   .getChildFile ("kelvane-test-" + juce::Uuid().toString());
+
+    JUCE_DECLARE_NON_COPYABLE (TemporaryFolder)
 };

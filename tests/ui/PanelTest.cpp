@@ -1,102 +1,43 @@
 #include "pipeline/SeparationDevice.h"
 #include "support/MessageThread.h"
-#include "support/Snapshot.h"
 #include "support/TemporaryFolder.h"
-#include "ui/ArrowComponent.h"
 #include "ui/InputPanel.h"
 #include "ui/OutputPanel.h"
-#include "ui/PipelineLookAndFeel.h"
-#include "ui/StemPanel.h"
 #include "ui/TempoPanel.h"
-#include "ui/Theme.h"
 
-#include <array>
 #include <utility>
 
-namespace
+class PanelTest : public MessageThreadTest
 {
-
-using PanelTest = MessageThreadTest;
-
-bool isAvailable (const juce::Component& control)
-{
-    EXPECT_FLOAT_EQ (control.getAlpha(), control.isEnabled() ? 1.0f : 0.4f);
-    return control.isEnabled();
-}
-
-juce::MemoryBlock pictureOfPanel (const juce::String& title)
-{
-    PanelBase panel (title);
-    panel.setSize (200, 100);
-    juce::MemoryOutputStream stream;
-    juce::PNGImageFormat().writeImageToStream (snapshot (panel), stream);
-    return stream.getMemoryBlock();
-}
-
-void click (juce::Button& button)
-{
-    button.setToggleState (! button.getToggleState(), juce::sendNotificationSync);
-}
-
-} // namespace
-
-TEST_F (PanelTest, DrawsTheArrowInWholeCells)
-{
-    ArrowComponent arrow;
-    arrow.setSize (40, 21); // cells of 3, from x = 8
-    const auto image = snapshot (arrow);
-
-    const std::array<const char*, 7> expected { "....#...", "....##..", "#######.", "########",
-                                                "#######.", "....##..", "....#..." };
-    for (auto y = 0; y < 21; ++y)
-        for (auto x = 0; x < 40; ++x)
-        {
-            const auto column = (x - 8) / 3;
-            const auto lit = x >= 8 && column < 8 && expected[static_cast<size_t> (y / 3)][column] == '#';
-            ASSERT_EQ (image.getPixelAt (x, y), lit ? theme::accent : juce::Colour()) << x << ", " << y;
-        }
-
-    arrow.setSize (3, 2); // cells of 1
-    EXPECT_EQ (snapshot (arrow).getPixelAt (1, 0), theme::accent);
-}
-
-TEST_F (PanelTest, DrawsAFrameARuleAndTheTitleInCapitals)
-{
-    const PipelineLookAndFeel look;
-    PanelBase panel ("q");
-    panel.setSize (200, 100);
-    const auto image = snapshot (panel);
-
-    // The outline, 1.2 wide, covers 0.6 of a pixel on each side of its centre, and the rule, 1 wide, half of one.
-    const auto outline = theme::panelLine.withAlpha (0.6f), rule = theme::panelLine.withAlpha (0.35f);
-    const auto expectColour = [&] (int x, int y, juce::Colour expected)
+protected:
+    /** @returns a digit for each child in its order: 1 if it is enabled, or 0 if it is also dimmed */
+    static juce::String availability (const juce::Component& panel)
     {
-        EXPECT_NEAR (image.getPixelAt (x, y).getFloatAlpha(), expected.getFloatAlpha(), 0.012f) << x << ", " << y;
-        EXPECT_NEAR (image.getPixelAt (x, y).getBrightness(), expected.getBrightness(), 0.012f) << x << ", " << y;
-    };
-    expectColour (0, 0, {});
-    expectColour (100, 0, outline);
-    expectColour (100, 1, theme::panel.overlaidWith (outline));
-    expectColour (100, 70, theme::panel);
-    for (const auto y : { 37, 38 })
-        for (const auto& [x, colour] :
-             { std::pair (15, theme::panel), { 16, rule }, { 183, rule }, { 184, theme::panel } })
-            expectColour (x, y, theme::panel.overlaidWith (colour));
+        juce::String digits;
+        for (const auto* const child : panel.getChildren())
+        {
+            EXPECT_FLOAT_EQ (child->getAlpha(), child->isEnabled() ? 1.0f : 0.4f);
+            digits << (child->isEnabled() ? 1 : 0);
+        }
+        return digits;
+    }
 
-    EXPECT_EQ (pictureOfPanel ("q"), pictureOfPanel ("Q"));
-    EXPECT_NE (pictureOfPanel ("q"), pictureOfPanel ("O"));
-}
+    static void click (juce::Button& button)
+    {
+        button.setToggleState (! button.getToggleState(), juce::sendNotificationSync);
+    }
+};
 
 TEST_F (PanelTest, DimsTheSourceThatIsNotSelected)
 {
     InputPanel panel;
     auto numEdits = 0;
     panel.onUrlEdited = [&] { ++numEdits; };
-    EXPECT_TRUE (isAvailable (panel.chooseButton) && isAvailable (panel.fileLabel) && ! isAvailable (panel.urlBox));
+    EXPECT_EQ (availability (panel), "11110") << "the two sources, the file's button and name, and the link";
 
     click (panel.urlToggle);
     EXPECT_FALSE (panel.localToggle.getToggleState());
-    EXPECT_TRUE (! isAvailable (panel.chooseButton) && ! isAvailable (panel.fileLabel) && isAvailable (panel.urlBox));
+    EXPECT_EQ (availability (panel), "11001");
     EXPECT_EQ (numEdits, 0);
 
     // Pasted text can contain line breaks, but Return adds none.
@@ -118,92 +59,78 @@ TEST_F (PanelTest, RecognisesTheNvidiaDriver)
 TEST_F (PanelTest, ReportsTheSampleRateAndBitDepth)
 {
     OutputPanel panel;
-    EXPECT_EQ (panel.rateBox.getText(), "Same as source");
-    EXPECT_EQ (panel.depthBox.getText(), "24-bit PCM");
+    EXPECT_EQ (panel.rateBox.getText() + ", " + panel.depthBox.getText(), "Same as source, 24-bit PCM");
 
-    // By the item's id, where 0 selects none.
-    const std::array rates { 0, 0, 44100, 48000, 88200, 96000 }, depths { 24, 16, 24, 32, 24, 24 };
-    for (size_t id = 0; id < rates.size(); ++id)
+    for (const auto& [id, rate, depth] : { std::tuple (0, 0, 24), // no item
+                                           { 1, 0, 16 },
+                                           { 2, 44100, 24 },
+                                           { 3, 48000, 32 },
+                                           { 4, 88200, 24 },
+                                           { 5, 96000, 24 } })
     {
-        panel.rateBox.setSelectedId (static_cast<int> (id), juce::dontSendNotification);
-        panel.depthBox.setSelectedId (static_cast<int> (id), juce::dontSendNotification);
-        EXPECT_EQ (panel.getSampleRate(), rates[id]) << id;
-        EXPECT_EQ (panel.getBitDepth(), depths[id]) << id;
+        panel.rateBox.setSelectedId (id, juce::dontSendNotification);
+        panel.depthBox.setSelectedId (id, juce::dontSendNotification);
+        EXPECT_EQ (std::tuple (panel.getSampleRate(), panel.getBitDepth()), std::tuple (rate, depth)) << id;
     }
 }
 
 TEST_F (PanelTest, EnablesTheControlsOfTheSelectedMode)
 {
     TempoPanel panel;
-
-    // One digit for each child in its order: the five modes, the slider, four labels, the BPM row, the key row, and
-    // the button with the detected values.
-    const auto expectAvailable = [&] (const char* expected)
+    for (const auto busy : { true, false })
     {
-        juce::String available;
-        for (const auto* const child : panel.getChildren())
-            available << (isAvailable (*child) ? 1 : 0);
-        EXPECT_EQ (available, juce::String (expected).removeCharacters (" "));
-    };
-
+        panel.setAnalyzeBusy (busy);
+        EXPECT_EQ (availability (panel), busy ? "11111100000000000111" : "11111100000000001111");
+    }
     EXPECT_EQ (panel.getStretchMode(), StretchMode::TempoOnly);
-    EXPECT_EQ (panel.getAdjustMode(), AdjustMode::Percentage);
-    expectAvailable ("11111 1 0000 000 000 1111");
-    click (panel.bpmToggle);
-    EXPECT_EQ (panel.getAdjustMode(), AdjustMode::Bpm);
-    expectAvailable ("11111 0 1100 111 000 1111");
-    click (panel.bpmAutoToggle);
-    expectAvailable ("11111 0 1100 011 000 1111");
-    click (panel.keyToggle);
-    EXPECT_EQ (panel.getAdjustMode(), AdjustMode::Key);
-    expectAvailable ("11111 0 0011 000 111 1111");
-    click (panel.keyAutoToggle);
-    expectAvailable ("11111 0 0011 000 011 1111");
-    click (panel.percentToggle);
-    expectAvailable ("11111 1 0000 000 000 1111");
-
     click (panel.tempoPitchToggle);
     EXPECT_EQ (panel.getStretchMode(), StretchMode::TempoAndPitch);
-    panel.setAnalyzeBusy (true);
-    expectAvailable ("11111 1 0000 000 000 0111");
-    panel.setAnalyzeBusy (false);
-    expectAvailable ("11111 1 0000 000 000 1111");
+
+    // The five modes, the slider, four labels, the BPM row, the key row, and the button with the detected values.
+    for (const auto& [clicked, mode, expected] :
+         { std::tuple (&panel.bpmToggle, AdjustMode::Bpm, "11111 0 1100 111 000 1111"),
+           { &panel.bpmAutoToggle, AdjustMode::Bpm, "11111 0 1100 011 000 1111" },
+           { &panel.keyToggle, AdjustMode::Key, "11111 0 0011 000 111 1111" },
+           { &panel.keyAutoToggle, AdjustMode::Key, "11111 0 0011 000 011 1111" },
+           { &panel.percentToggle, AdjustMode::Percentage, "11111 1 0000 000 000 1111" } })
+    {
+        click (*clicked);
+        EXPECT_EQ (panel.getAdjustMode(), mode) << expected;
+        EXPECT_EQ (availability (panel), juce::String (expected).removeCharacters (" "));
+    }
 }
 
 TEST_F (PanelTest, UsesTheDetectedValuesAsTheSource)
 {
     TempoPanel panel;
+    const auto values = [&panel]
+    {
+        return panel.detectedBpmLabel.getText() + " " + panel.detectedKeyLabel.getText() + " from "
+               + panel.bpmFromBox.getText() + " " + panel.keyFromBox.getText();
+    };
     for (auto* const toggle : { &panel.keyToggle, &panel.keyAutoToggle, &panel.bpmToggle, &panel.bpmAutoToggle })
         click (*toggle);
 
     panel.setAnalysisResult (128.04, 9);
-    EXPECT_EQ (panel.detectedBpmLabel.getText(), "128.0");
-    EXPECT_EQ (panel.detectedKeyLabel.getText(), "A");
-    EXPECT_EQ (panel.bpmFromBox.getText(), "128.0");
-    EXPECT_EQ (panel.keyFromBox.getText(), "A");
+    EXPECT_EQ (values(), "128.0 A from 128.0 A");
     EXPECT_FALSE (panel.bpmAutoToggle.getToggleState() || panel.keyAutoToggle.getToggleState());
     EXPECT_EQ (panel.getAdjustMode(), AdjustMode::Bpm);
-    EXPECT_TRUE (isAvailable (panel.bpmFromBox));
+    EXPECT_TRUE (panel.bpmFromBox.isEnabled());
 
     panel.setAnalysisResult (90.0, -1);
-    EXPECT_EQ (panel.detectedKeyLabel.getText(), "C");
+    EXPECT_EQ (values(), "90.0 C from 90.0 C");
     panel.setAnalysisResult (90.0, 14);
-    EXPECT_EQ (panel.keyFromBox.getSelectedId(), 12);
-
     panel.clearAnalysisResult();
-    EXPECT_EQ (panel.detectedBpmLabel.getText() + panel.detectedKeyLabel.getText(), "----");
-    EXPECT_EQ (panel.bpmFromBox.getText(), "90.0");
+    EXPECT_EQ (values(), "-- -- from 90.0 B");
 }
 
 TEST_F (PanelTest, AcceptsOnlyNumbersInRange)
 {
     TempoPanel panel;
-    panel.percentSlider.setValue (12.3);
-    EXPECT_EQ (panel.percentSlider.getTextFromValue (panel.percentSlider.getValue()), "12.5 %");
-    for (const auto& [value, limited] : { std::pair (-80.0, -50.0), { 180.0, 100.0 } })
+    for (const auto& [value, text] : { std::pair (12.3, "12.5 %"), { -80.0, "-50.0 %" }, { 180.0, "100.0 %" } })
     {
         panel.percentSlider.setValue (value);
-        EXPECT_EQ (panel.percentSlider.getValue(), limited);
+        EXPECT_EQ (panel.percentSlider.getTextFromValue (panel.percentSlider.getValue()), text);
     }
 
     for (auto* const box : { &panel.bpmFromBox, &panel.bpmToBox })

@@ -1,0 +1,99 @@
+#pragma once
+
+#include "app/MainComponent.h"
+#include "support/JobFixture.h"
+
+#include <optional>
+#include <utility>
+
+/** The window without a screen.
+
+    The message thread waits for the test, except in deliverMessages(), eventually() and the functions that call them.
+*/
+class WindowFixture : public JobFixture
+{
+protected:
+    WindowFixture()
+    {
+        window.emplace();
+        window->showMessage = [this] (auto icon, const auto& title, const auto& text)
+        { dialogs.add ((icon == juce::MessageBoxIconType::WarningIcon ? "! " : "i ") + title + ": " + text); };
+        input().selectedFile = song;
+        output().outputFolder = folder.getChild ("out");
+    }
+
+    template <typename Child>
+    Child& child (const char* id)
+    {
+        return dynamic_cast<Child&> (*window->findChildWithID (id));
+    }
+
+    InputPanel& input() { return child<InputPanel> ("inputPanel"); }
+    StemPanel& stems() { return child<StemPanel> ("stemPanel"); }
+    TempoPanel& tempo() { return child<TempoPanel> ("tempoPanel"); }
+    OutputPanel& output() { return child<OutputPanel> ("outputPanel"); }
+    juce::TextButton& execute() { return child<juce::TextButton> ("executeButton"); }
+    juce::TextButton& analyze() { return tempo().analyzeButton; }
+    juce::String status() { return child<juce::Label> ("statusLabel").getText(); }
+    juce::String detected() { return tempo().detectedBpmLabel.getText() + " " + tempo().detectedKeyLabel.getText(); }
+
+    /** The dialogs since the last call: "!" for a warning or "i", the title and the text of each. */
+    juce::String takeDialogs() { return std::exchange (dialogs, {}).joinIntoString ("|"); }
+
+    static void click (juce::Button& button)
+    {
+        ASSERT_TRUE (button.isEnabled());
+        button.onClick();
+    }
+
+    static void turn (juce::Button& toggle, bool on) { toggle.setToggleState (on, juce::sendNotificationSync); }
+
+    void wantFullSongAlone()
+    {
+        auto& panel = stems();
+        for (auto* const stem : { &panel.drumsToggle, &panel.bassToggle, &panel.vocalsToggle, &panel.otherToggle })
+            turn (*stem, false);
+        turn (panel.fullSongToggle, true);
+    }
+
+    void useUrl (const juce::String& url)
+    {
+        turn (input().urlToggle, true);
+        input().urlBox.setText (url, true);
+        deliverMessages();
+    }
+
+    bool isIdle() { return execute().getButtonText() == "Execute" && execute().isEnabled(); }
+
+    bool jobsEnd()
+    {
+        return eventually ([this] { return isIdle() && analyze().isEnabled() && ! hasThread(); });
+    }
+
+    /** Clicks a button, and waits for the end of its job. */
+    void run (juce::Button& button)
+    {
+        click (button);
+        ASSERT_TRUE (jobsEnd());
+    }
+
+    /** Waits for the end of a job that has made a file, without delivering its messages. */
+    static void waitForThread (const juce::File& file)
+    {
+        for (auto waited = 0; waited < 60000 && (! file.existsAsFile() || hasThread()); waited += 10)
+            juce::Thread::sleep (10);
+    }
+
+    /** @returns true if the thread of a job is running; its name begins with the program's */
+    static bool hasThread()
+    {
+        for (const auto& task : juce::File ("/proc/self/task").findChildFiles (juce::File::findDirectories, false))
+            if (task.getChildFile ("comm").loadFileAsString().startsWith ("Kelvane"))
+                return true;
+
+        return false;
+    }
+
+    juce::StringArray dialogs;
+    std::optional<MainComponent> window;
+};
