@@ -87,7 +87,7 @@ TEST_F (AnalysisControlTest, DownloadsALinkOnlyOnce)
     EXPECT_TRUE (takeDialogs().startsWith ("i Pipeline complete"));
     expectAnalysis (analyzing, 1);
 
-    // If its file is missing, a run downloads another one for itself alone.
+    // If the file is missing, a run downloads the song again, for itself alone.
     EXPECT_TRUE (juce::File (arguments ("analyze.py")
                                  .fromFirstOccurrenceOf ("py|", false, false)
                                  .upToFirstOccurrenceOf ("|", false, false))

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <juce_core/juce_core.h>
 
-/** Replays the inputs that the fuzzers have found, among them each that once broke a target. */
+/** Replays the inputs that the fuzzers have found, including every one that once broke a target. */
 TEST (CorpusTest, BreaksNoPromiseOfAnInterface)
 {
     for (const auto& [name, run] : fuzzTargets)
