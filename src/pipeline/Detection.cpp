@@ -5,11 +5,11 @@
 #include <string_view>
 
 /** JUCE's parser recurses for each bracket, reads on after a minus at the end of the text, takes any character after a
-    minus for a digit, and overflows at more than 18 digits before the decimal point.
+    minus for a digit, and overflows at more than 18 digits before the decimal point or 9 in an exponent.
 */
 static bool isSafeToParse (std::string_view json)
 {
-    constexpr auto maxLength = 1000, maxDigits = 17;
+    constexpr auto maxLength = 1000, maxDigits = 9;
     auto numDigits = 0;
 
     for (const auto character : json)
