@@ -7,6 +7,8 @@
 
 #include <array>
 #include <cmath>
+#include <limits>
+#include <new>
 #include <optional>
 
 namespace stretch
@@ -28,10 +30,18 @@ constexpr float windowSumFloor = 0.001f;
 /** One value for each sample of a hop. */
 using Hop = std::array<float, synthesisHop>;
 
-/** Rounded half away from zero and narrowed to 32 bits, never below 1. */
+/** Rounded half away from zero, never below 1.
+
+    @throws std::bad_alloc  if it does not fit into 32 bits: no buffer can be that long
+*/
 int roundToLength (double value)
 {
-    return juce::jmax (1, static_cast<int> (std::llround (value)));
+    const auto length = std::llround (value);
+
+    if (length > std::numeric_limits<int>::max())
+        throw std::bad_alloc();
+
+    return juce::jmax (1, static_cast<int> (length));
 }
 
 /** The two halves of a periodic Hann window, which add up to 1 except for rounding. */

@@ -39,6 +39,11 @@ TEST (TimeStretchTest, CopiesAtARatioOfOneAndResamplesShortInput)
             << ratio;
 }
 
+TEST (TimeStretchTest, RefusesAResultLongerThanABufferCanBe)
+{
+    EXPECT_THROW (stretch::timeStretch (signals::noise (1, 8192), 300'000.0), std::bad_alloc);
+}
+
 TEST (TimeStretchTest, GivesTheBitsOfPlainLoopsOnEveryBackend)
 {
 #if JUCE_64BIT && (JUCE_INTEL || JUCE_ARM)
