@@ -14,7 +14,7 @@ import sys
 from functools import partial
 from pathlib import Path
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run ends this
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run resets it
 import worker
 
 worker.end_with_uv()

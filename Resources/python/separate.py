@@ -25,7 +25,7 @@ from collections.abc import Iterable
 from pathlib import Path
 from typing import TYPE_CHECKING
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run ends this
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run resets it
 import worker
 
 worker.end_with_uv()

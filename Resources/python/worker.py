@@ -386,7 +386,7 @@ def resampled_frames(path: str, rate: int, layout: str, sample_format: str) -> I
                 frame.pts = None
             try:
                 converted = resampler.resample(frame)
-            except av.error.ArgumentError as error:  # too many channels, or none that FFmpeg knows how to mix
+            except av.error.ArgumentError as error:  # too many channels, or a layout that FFmpeg cannot mix
                 reason = f"{os.path.basename(path)} has channels that FFmpeg cannot mix"
                 raise WorkerError(f"{reason}: choose another file, or mix it to stereo.") from error
             anything = anything or bool(converted)

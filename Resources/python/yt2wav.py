@@ -21,7 +21,7 @@ import time
 from pathlib import Path
 from typing import Self
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run ends this
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run resets it
 import worker
 
 worker.end_with_uv()

@@ -112,7 +112,7 @@ void MainComponent::connectPanels()
     showMessage = [] (juce::MessageBoxIconType icon, const juce::String& title, const juce::String& text)
     {
         juce::AlertWindow::showMessageBoxAsync (icon, title, text);
-        juce::MessageManager::callAsync ([] { keepDialogSize(); }); // JUCE opens the alert in a message that precedes this one
+        juce::MessageManager::callAsync ([] { keepDialogSize(); }); // the message before this one opens the alert
     };
 }
 

@@ -4,8 +4,8 @@
 
 /** Restores the size of the dialog that has just opened if it shrinks within three seconds.
 
-    On a busy X server a window can be painted for the first time while JUCE still has an outdated size for it. JUCE then
-    makes the window that size: a file dialog becomes a single pixel, and an alert loses its button.
+    On a busy X server a window can be painted for the first time while JUCE still has an outdated size for it. JUCE
+    then makes the window that size: a file dialog becomes a single pixel, and an alert loses its button.
 */
 inline void keepDialogSize()
 {

@@ -4,7 +4,7 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** Shows tooltips, without a timer while the mouse is not over a component that has one.
+/** A tooltip window whose timer runs only while the mouse is over a component with a tooltip.
 
     juce::TooltipWindow asks the display for the mouse position at least 18 times a second, wherever the mouse is.
 */

@@ -87,7 +87,7 @@ def test_analyze_prints_json_for_each_song(render: Run, tmp_path: Path, site: Lo
     assert not os.listdir("temporary/Kelvane")
 
 
-# What to run, the line which shows that the worker is at work, and how many processes there are then.
+# The arguments, a text that shows that the worker is busy, and how many descendants the program has by then.
 STAGES = {
     "download": (["stalled", "--out", "out", "--full-song"], "waiting for the server", 2),
     "detection": (["long", "--out", "out", "--full-song", "--bpm", "auto:100"], "Detecting", 2),

@@ -37,7 +37,7 @@ def run_uv(purpose: str, *arguments: str | Path) -> str:
 
 
 def cache_without_stems(folder: Path) -> dict[str, str]:
-    """Returns variables for a new cache that shares only the workers' packages with the user's."""
+    """Returns environment variables for a new cache that shares everything but the stems with the user's."""
     (folder / "kelvane").mkdir(parents=True)
     for item in provide("separate.py").parents[2].iterdir():
         if item.name != "stems":

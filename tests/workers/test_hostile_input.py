@@ -62,7 +62,7 @@ EMPTY = 1 + len(FORMATS) + len(ENCODED)
 
 @pytest.fixture(scope="module")
 def sentence() -> Iterator[Callable[[Path], str]]:
-    """Yields a function that returns the reason for which the workers refuse a song."""
+    """Yields a function that returns why the workers refuse a song, or an empty line if they accept it."""
     command, pipe = [provide("analyze.py"), "-B", "-c", SONG_TAKER], subprocess.PIPE
     processes: list[subprocess.Popen[str]] = []
 

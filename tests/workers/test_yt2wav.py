@@ -59,8 +59,8 @@ worker.run(yt2wav.main)
 
 @pytest.fixture(scope="module")
 def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
-    """Serves media and pages. Below /broken and /stalled they fail halfway; those below /cut are incomplete,
-    and the length of those below /lying is not a number."""
+    """Serves media and pages. Under /broken and /stalled they fail halfway; those under /cut are incomplete,
+    and the stated length of those under /lying is not a number."""
     folder = tmp_path_factory.mktemp("media")
     provide("yt2wav.py")
     for name, options in MEDIA.items():

@@ -4,7 +4,7 @@ import numpy as np
 
 from detection.onsets import FRAME_RATE
 
-_MULTIPLES = np.array([1 / 2, 1, 2, 4])  # of the beat's rate at which onsets repeat
+_MULTIPLES = np.array([1 / 2, 1, 2, 4])  # onsets repeat at these multiples of the beat's rate
 _WINDOW_SECONDS = 12
 _COHERENT = 0.85  # relative to the strength of single windows: songs of constant tempo had 0.89 and more
 _LONGEST_LOOP_SECONDS = 30

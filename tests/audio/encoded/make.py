@@ -39,7 +39,7 @@ def main() -> None:
     ):
         ffmpeg("-i source.wav", options, FOLDER / name)
 
-    # Apple's encoders note this instead of an edit list.
+    # Apple's encoders store the delay and the padding in this tag instead of an edit list.
     delay, padding = 1024, -(NUM_SAMPLES + 1024) % 1024
     note = f" 00000000 {delay:08X} {padding:08X} {NUM_SAMPLES:016X}" + 8 * " 00000000"
     tags = mutagen.mp4.MP4(FOLDER / "apple.m4a")
