@@ -14,8 +14,8 @@ inline void keepDialogSize()
     if (dialog == nullptr)
         return;
 
-    const auto restore = [safeDialog = juce::Component::SafePointer<juce::Component> (dialog),
-                          bounds = dialog->getBounds()]
+    const auto restore =
+        [safeDialog = juce::Component::SafePointer<juce::Component> (dialog), bounds = dialog->getBounds()]
     {
         auto* const opened = safeDialog.getComponent();
 
