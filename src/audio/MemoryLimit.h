@@ -2,6 +2,7 @@
 
 #include <juce_core/juce_core.h>
 
+#include <limits>
 #include <new>
 
 /** Refuses an amount of memory that the machine does not have, before it is allocated.
@@ -18,4 +19,16 @@ inline void requireMemoryFor (double numFloats)
 
     if (physicalBytes > 0.0 && numFloats * sizeof (float) > physicalBytes)
         throw std::bad_alloc();
+}
+
+/** Converts a length in whole samples to an int, never below 1.
+
+    @throws std::bad_alloc  if no buffer can be that long, however much memory there is
+*/
+inline int toBufferLength (double numSamples)
+{
+    if (numSamples > static_cast<double> (std::numeric_limits<int>::max()))
+        throw std::bad_alloc();
+
+    return juce::jmax (1, static_cast<int> (numSamples));
 }

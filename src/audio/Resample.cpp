@@ -4,21 +4,9 @@
 #include "audio/MemoryLimit.h"
 
 #include <cmath>
-#include <limits>
 
 namespace stretch
 {
-
-static int resampledLength (int numSamples, double speed)
-{
-    const auto length = std::floor (static_cast<double> (numSamples) / speed);
-
-    // A buffer cannot be that long, however much memory there is. A run reports this like a lack of memory.
-    if (length > static_cast<double> (std::numeric_limits<int>::max()))
-        throw std::bad_alloc();
-
-    return juce::jmax (1, static_cast<int> (length));
-}
 
 juce::AudioBuffer<float> resample (const juce::AudioBuffer<float>& input, double speed)
 {
@@ -27,7 +15,7 @@ juce::AudioBuffer<float> resample (const juce::AudioBuffer<float>& input, double
     if (numSamples == 0 || std::abs (speed - 1.0) < 1e-9)
         return input;
 
-    const auto outputLength = resampledLength (numSamples, speed);
+    const auto outputLength = toBufferLength (std::floor (static_cast<double> (numSamples) / speed));
     requireMemoryFor (input.getNumChannels() * (static_cast<double> (numSamples) + outputLength));
 
     auto output = makeLargeBuffer (input.getNumChannels(), outputLength);

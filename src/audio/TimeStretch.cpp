@@ -7,8 +7,6 @@
 
 #include <array>
 #include <cmath>
-#include <limits>
-#include <new>
 #include <optional>
 
 namespace stretch
@@ -29,20 +27,6 @@ constexpr float windowSumFloor = 0.001f;
 
 /** One value for each sample of a hop. */
 using Hop = std::array<float, synthesisHop>;
-
-/** Rounded half away from zero, never below 1.
-
-    @throws std::bad_alloc  if it does not fit into 32 bits: no buffer can be that long
-*/
-int roundToLength (double value)
-{
-    const auto length = std::llround (value);
-
-    if (length > std::numeric_limits<int>::max())
-        throw std::bad_alloc();
-
-    return juce::jmax (1, static_cast<int> (length));
-}
 
 /** The two halves of a periodic Hann window, which add up to 1 except for rounding. */
 struct Window
@@ -155,8 +139,8 @@ Buffer timeStretch (const Buffer& input, double ratio, const SearchBackend& back
     if (numSamples < minStretchSamples)
         return resample (input, 1.0 / ratio);
 
-    const auto targetLength = roundToLength (static_cast<double> (numSamples) * ratio);
-    const auto analysisHop = roundToLength (static_cast<double> (synthesisHop) / ratio);
+    const auto targetLength = toBufferLength (std::round (static_cast<double> (numSamples) * ratio));
+    const auto analysisHop = toBufferLength (std::round (static_cast<double> (synthesisHop) / ratio));
 
     // The number of frames in the input, and the number that is certain to pass the target length.
     const auto numInInput = (numSamples - frameLength) / analysisHop + 1;
