@@ -10,7 +10,7 @@ from pathlib import Path
 ROOT = Path(__file__).parents[1]
 sys.path.append(str(ROOT / "tests" / "support"))
 
-from screen import Screen, wait_for  # noqa: E402
+from screen import Screen  # noqa: E402
 from window import CHOOSE_FILE, CHOOSE_FOLDER, Window  # noqa: E402
 
 PROGRAM = ROOT / "build" / "release" / "src" / "app" / "Kelvane_artefacts" / "Release" / "Kelvane"
@@ -38,21 +38,3 @@ def choose(window: Window, out: Path) -> None:
     """Chooses the demo song, and the folder for its stems."""
     window.choose(CHOOSE_FILE, "Choose an audio file", SONG)
     window.choose(CHOOSE_FOLDER, "Choose the output folder", out)
-
-
-def dismiss(window: Window, title: str) -> None:
-    """Waits for a message and closes it, with Escape if its button cannot be clicked.
-
-    On a busy machine JUCE may leave the message at its initial size, without the button.
-    """
-    screen = window.screen
-    assert wait_for(lambda: screen.windows(title), 120), f"{title!r} does not come"
-    for _ in range(60):
-        for dialog in screen.windows(title):
-            width, height = screen.size_of(dialog)
-            screen.click(dialog, width // 2, height - 40)
-            if not wait_for(lambda: not screen.windows(title), 1):
-                screen.xdotool("windowactivate", "--sync", dialog, "key", "Escape")
-        if not screen.windows(title):
-            return
-    raise AssertionError(f"{title!r} stays")

@@ -12,7 +12,7 @@ import tempfile
 import time
 from pathlib import Path
 
-from desktop import PROGRAM, choose, dismiss, open_window
+from desktop import PROGRAM, choose, open_window
 from window import BASS, DRUMS, EXECUTE, FULL_SONG, OTHER, VOCALS
 
 
@@ -38,7 +38,7 @@ def main() -> None:
             measure("mouse at rest on the window", inside)
             choose(window, Path(folder))
             window.click(DRUMS, BASS, VOCALS, OTHER, FULL_SONG, EXECUTE)
-            dismiss(window, "Pipeline complete")
+            window.dismiss("Pipeline complete")
             measure("after a run, mouse elsewhere", outside)
 
 

@@ -24,7 +24,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 import numpy as np
-from desktop import PROGRAM, ROOT, SONG, choose, dismiss, open_window
+from desktop import PROGRAM, ROOT, SONG, choose, open_window
 from footprint import HEADING, Footprint, count_files
 from processes import descendants
 from screen import wait_for
@@ -149,7 +149,7 @@ class _Soak:
                 if run % 10 == 0:
                     user.analyze()
                 user.execute()
-                dismiss(user.window, "Pipeline complete")
+                user.window.dismiss("Pipeline complete")
                 if run in (_FIRST_SAMPLE, self.num_runs):
                     samples[f"run {run}"] = user.sample()
         self.report("window", samples)
@@ -157,12 +157,12 @@ class _Soak:
     def failures(self) -> None:
         with self.window(0) as user:
             user.execute()
-            dismiss(user.window, "Pipeline complete")
+            user.window.dismiss("Pipeline complete")
             before = user.sample()
             for _ in range(10):
                 with self.flag("fail"):
                     user.execute()
-                    dismiss(user.window, "Pipeline failed")
+                    user.window.dismiss("Pipeline failed")
                 with self.flag("stall"):
                     user.execute()
                     user.cancel()
@@ -179,7 +179,7 @@ class _Soak:
             assert row and left > 31
             subprocess.run(["sh", "-c", row[1]], env=self.environment, check=True)
             user.execute()
-            dismiss(user.window, "Pipeline complete")
+            user.window.dismiss("Pipeline complete")
             self.report("failures", {"before": before, "after": user.sample()})
 
 
