@@ -1,7 +1,6 @@
 """kelvane-render's command line: usage, messages, exit statuses, progress and cancelling."""
 
 import os
-import resource
 import signal
 import subprocess
 from pathlib import Path
@@ -132,18 +131,6 @@ def test_advises_when_a_worker_was_stopped(render: Run, song: Path, environment:
         environment["KELVANE_UV"] = write_uv(f"echo '{words}'; exit 137")
         for arguments in (["--out", "out", "--stems", "bass"], ["--analyze"], ["--out", "out", "--bpm", "auto:90"]):
             assert render(song, *arguments).stderr.endswith(end)
-
-
-def test_reports_a_song_that_does_not_fit_into_memory(render: Run, song: Path) -> None:
-    claimed = 3_000_000_000
-    with song.open("r+b") as file:
-        file.seek(40)
-        file.write(claimed.to_bytes(4, "little"))
-        file.truncate(claimed)  # a hole, which takes no space
-    limit = 2**31, 2**31
-    result = render(song, *OUT, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, limit))
-    assert result.returncode == 1
-    assert result.stderr.endswith("Unexpected error: std::bad_alloc\n")
 
 
 def test_takes_songs_of_any_name(render: Run, song: Path) -> None:

@@ -307,32 +307,3 @@ TEST_F (PipelineRunnerTest, KillsTheWorkerWhenCancelled)
         EXPECT_FALSE (isRunning (worker)) << worker;
     }
 }
-
-TEST_F (PipelineRunnerTest, LooksForUvInTheUsualPlaces)
-{
-    for (const auto* place : { "/opt/homebrew/bin/uv", "/usr/local/bin/uv", "/usr/bin/uv" })
-        if (juce::File (place).existsAsFile())
-            GTEST_SKIP() << "This machine has uv at " << place << ", where it is always found.";
-
-    const auto path = juce::SystemStats::getEnvironmentVariable ("PATH", {});
-    const auto home = juce::SystemStats::getEnvironmentVariable ("HOME", {});
-    setenv ("PATH", folder.getChild ("onpath").getFullPathName().toRawUTF8(), 1);
-    setenv ("HOME", folder.get().getFullPathName().toRawUTF8(), 1);
-    setenv ("KELVANE_UV", folder.get().getFullPathName().toRawUTF8(), 1); // not a file
-
-    useAllWorkers();
-    run();
-    EXPECT_TRUE (
-        message.startsWith ("! Could not find 'uv', which is needed to run the Python workers.\nInstall it ("));
-    EXPECT_EQ (numTemporaryFolders(), 0);
-
-    for (const auto* place : { "onpath/uv", ".cargo/bin/uv", ".local/bin/uv" })
-    {
-        folder.getChild (place).create();
-        folder.getChild (place).setExecutePermission (true);
-        EXPECT_EQ (PythonBridge::findUv(), folder.getChild (place));
-    }
-
-    setenv ("PATH", path.toRawUTF8(), 1);
-    setenv ("HOME", home.toRawUTF8(), 1);
-}
