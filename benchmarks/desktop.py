@@ -18,14 +18,19 @@ SONG = ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
 
 
 @contextmanager
-def open_window(program: Path, environment: dict[str, str], *commands: str) -> Iterator[tuple[Window, int]]:
-    """Yields the window and the program's process id. The program finds only these commands, so no desktop dialogs."""
+def open_window(
+    program: Path, environment: dict[str, str], *commands: str, **variables: str
+) -> Iterator[tuple[Window, int]]:
+    """Yields the window and the program's process id. The program finds only these commands, so no desktop dialogs.
+
+    It alone gets the variables.
+    """
     tools = Path(environment["TMPDIR"]).parent / "tools"
     tools.mkdir(exist_ok=True)
     for command in {"which", *commands} - set(os.listdir(tools)):
         (tools / command).symlink_to(shutil.which(command) or "")
     screen = Screen(environment)
-    process = screen.start(str(program.absolute()), PATH=str(tools))
+    process = screen.start(str(program.absolute()), PATH=str(tools), **variables)
     try:
         yield Window(screen), process.pid
     finally:

@@ -26,7 +26,7 @@ __all__ = ["DEMO_SONG", "Loopback", "PackageIndexes"]
 
 RENDER = os.environ.get("KELVANE_RENDER", str(ROOT / "build" / "release" / "bin" / "kelvane-render"))
 
-_MARK = "KELVANE_FAULTS"  # a variable that all processes of a lab inherit
+MARK = "KELVANE_FAULTS"  # a variable that all processes of a lab inherit
 _STEMS = ["drums", "vocals"]
 _LIMIT_SECONDS = 300
 _OLDER = b"an older result"
@@ -93,7 +93,7 @@ class Lab:
         self.environment = {
             name: value for name, value in ENVIRONMENT.items() if name not in ("DISPLAY", "PYTHONDONTWRITEBYTECODE")
         }
-        self.environment |= cache | {"KELVANE_UV": UV, "TMPDIR": str(self.temporary), _MARK: str(folder)}
+        self.environment |= cache | {"KELVANE_UV": UV, "TMPDIR": str(self.temporary), MARK: str(folder)}
         self.environment |= {"HF_HOME": str(self.hub), "HF_HUB_OFFLINE": "1"}
         for script in ("analyze.py", "yt2wav.py"):
             provide(script)
@@ -144,7 +144,7 @@ class Lab:
 
     def family(self) -> dict[int, int]:
         """Returns the running processes of this lab, each with its parent."""
-        mark = f"{_MARK}={self.folder}".encode()
+        mark = f"{MARK}={self.folder}".encode()
         found = {}
         for process in Path("/proc").glob("[0-9]*"):
             try:
@@ -173,13 +173,13 @@ class Lab:
         next run, which is the usual one if no other is given.
         """
         arguments = arguments or self.usual
-        names = self._put_older_results(arguments)
+        names = self.put_older_results(arguments)
         begin = time.monotonic()
         program = self.start(arguments, **variables)
         is_in_time = disturb is None or disturb(program)
         status, line = self.end(program)
-        left = self._left()
-        partial = self._partial(names, status)
+        left = self.left()
+        partial = self.partial(names, status)
         if restore:
             restore()
         if not is_in_time:
@@ -211,20 +211,20 @@ class Lab:
             print(f"| {kind} | " + " | ".join(str(getattr(tally, name)) for name in columns) + " |")
 
     def _run_again(self, arguments: list[str | Path], tally: Tally) -> list[str]:
-        names = self._put_older_results(arguments)
+        names = self.put_older_results(arguments)
         begin = time.monotonic()
         status, line = self.end(self.start(arguments))
         if arguments is self.usual:
             self.seconds = max(self.seconds, time.monotonic() - begin)
-        left = self._left()
+        left = self.left()
         present = {path.name for path in self.out.rglob("*") if path.is_file()}
-        wrong = self._partial(names, status) + sorted(present ^ {*names, "mine.txt"} if names else present)
+        wrong = self.partial(names, status) + sorted(present ^ {*names, "mine.txt"} if names else present)
         if status == 0 and not left and not wrong:
             tally.next_runs_succeeded += 1
             return []
         return [f"the next run: status {status}, left {left}, wrong {wrong}: {line}"]
 
-    def _put_older_results(self, arguments: list[str | Path]) -> list[str]:
+    def put_older_results(self, arguments: list[str | Path]) -> list[str]:
         """Puts older files where the results will be, and returns their names."""
         for folder in self.out.glob("*"):
             shutil.rmtree(folder)
@@ -240,20 +240,27 @@ class Lab:
             (folder / name).write_bytes(_OLDER)
         return names
 
-    def _left(self) -> list[str]:
-        """Returns the processes that did not end in time, and how long each took. Kills those that never do."""
+    def left(self, window: int = 0) -> list[str]:
+        """Returns the processes, apart from the window, that did not end in time, and how long each took.
+
+        Kills those that never do.
+        """
+
+        def others() -> set[int]:
+            return self.family().keys() - {window}
+
         begin = time.monotonic()
-        while (family := self.family()) and time.monotonic() - begin < self.grace:
+        while (family := others()) and time.monotonic() - begin < self.grace:
             time.sleep(0.02)
         late = list(family)
-        while (family := self.family()) and time.monotonic() - begin < _LIMIT_SECONDS / 10:
+        while (family := others()) and time.monotonic() - begin < _LIMIT_SECONDS / 10:
             time.sleep(0.02)
         for pid in family:
             with suppress(ProcessLookupError):
                 os.kill(pid, signal.SIGKILL)
         return [f"{pid} for {'ever' if pid in family else f'{time.monotonic() - begin:.1f} s'}" for pid in late]
 
-    def _partial(self, names: list[str], status: int | None) -> list[str]:
+    def partial(self, names: list[str], status: int | None) -> list[str]:
         """Returns what is wrong among the results: files that are cut short, missing or should not be there."""
         found = {path.name: path for path in self.out.rglob("*") if path.is_file()}
         wrong = [f"{name} is gone" for name in names if name not in found]
