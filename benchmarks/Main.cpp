@@ -10,7 +10,7 @@
 
 static constexpr auto onlyPrograms = "--only-programs";
 
-/** Runs in a separate process, whose small size does not distort the measured memory. */
+/** Benchmarks programs from a separate process that holds no song, so that its size does not distort their memory. */
 static void benchmarkProgramsOn (const Song& song)
 {
     const auto folder = juce::File::createTempFile ("benchmark");

@@ -82,7 +82,7 @@ struct Program
     std::optional<Usage> best;
 };
 
-/** Runs the programs in turn, several times. @returns the least CPU time and the greatest memory of each */
+/** Runs the programs in turn, several times. Keeps the least CPU time and the greatest memory of each. */
 void measure (std::vector<Program>& programs)
 {
     constexpr auto numRounds = 9;

@@ -2,7 +2,7 @@
 
 #include <juce_audio_basics/juce_audio_basics.h>
 
-/** The material of the benchmarks: a minute of stereo music. */
+/** The benchmarks' input: a minute of music. */
 struct Song
 {
     juce::AudioBuffer<float> audio;

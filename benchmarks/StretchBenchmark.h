@@ -2,5 +2,7 @@
 
 #include "Song.h"
 
-/** Registers benchmarks of the stretch with every search back end against its plain scalar version. */
+/** Registers benchmarks that compare the stretch, with each search back end, with scalarTimeStretch().
+    @param song  must outlive the benchmarks
+*/
 void registerStretchBenchmarks (const Song& song);

@@ -7,7 +7,7 @@
 /** A window that accepts files and text dropped anywhere on it.
 
     JUCE offers a drop to the component under the mouse and then to its parents, so the window gets each drop that none
-    of its controls wants. It accepts them all, because JUCE rejects a drop without an explanation to the user.
+    of its controls wants. It accepts all of them in order to explain a rejection to the user, which JUCE does not do.
 */
 class DropWindow : public compat::DocumentWindow, public juce::FileDragAndDropTarget, public juce::TextDragAndDropTarget
 {

@@ -112,7 +112,7 @@ void MainComponent::connectPanels()
     showMessage = [] (juce::MessageBoxIconType icon, const juce::String& title, const juce::String& text)
     {
         juce::AlertWindow::showMessageBoxAsync (icon, title, text);
-        juce::MessageManager::callAsync ([] { keepDialogSize(); }); // the message before this one opens the alert
+        juce::MessageManager::callAsync ([] { keepDialogSize(); }); // after the queued message that opens the alert
     };
 }
 
@@ -136,7 +136,7 @@ void MainComponent::addChildren()
 
     progressBar.settle();
 
-    // The slider's text box, made before the look and feel was set, would keep the colours of the default one.
+    // The slider's text box was created before the look and feel was set. It would keep the default colours.
     sendLookAndFeelChange();
 }
 

@@ -24,7 +24,7 @@
     and the button that starts and cancels a run. It validates the user's input, starts the jobs and shows their
     results. A run and an analysis can be active at the same time.
 
-    Everything happens on the message thread. There is no flag for a running job: its thread is asked instead.
+    Everything happens on the message thread. No flag says whether a job is running: ask its thread instead.
 */
 class MainComponent : public juce::Component
 {
@@ -36,7 +36,7 @@ public:
     void resized() override;
 
     /** Uses a dropped audio file as the song, and shows a warning for anything else.
-        @param paths   full paths; a link instead if a browser offered it as a list of one file
+        @param paths   full paths, or a single link that a browser offered as a file
     */
     void takeDroppedFiles (const juce::StringArray& paths);
 
@@ -46,8 +46,8 @@ public:
     void takeDroppedText (const juce::String& text);
 
     /** Validates the user's input in the order of the panels, and stops at the first error.
-        @param config  receives the input, complete only if it is valid
-        @param error   receives the message for the user if it is not
+        @param config  receives the input; complete only if the input is valid
+        @param error   receives the message for the user if the input is invalid
         @returns true if the input is valid
     */
     bool buildConfig (PipelineConfig& config, juce::String& error);
@@ -117,7 +117,7 @@ private:
     std::unique_ptr<PipelineRunner> pipelineRunner; /**< the latest, finished or not */
     std::unique_ptr<AnalysisRunner> analysisRunner; /**< the latest, finished or not */
     int numAnalyses = 0;                            /**< started so far */
-    int awaitedAnalysis = 0;                        /**< the number of the analysis whose result is used, or 0 */
+    int awaitedAnalysis = 0;                        /**< the number of the analysis whose result is awaited, or 0 */
     juce::String pendingUrl;                        /**< the URL that the running analysis downloads */
     juce::String cachedUrl;                         /**< the URL that cachedAudio was downloaded from */
     juce::File cachedAudio;

@@ -18,7 +18,7 @@ static bool isPcm (const juce::String& formatName)
            || formatName == juce::AiffAudioFormat().getFormatName();
 }
 
-/** The depths that JUCE's PCM readers convert. At others they would leave the samples unset. */
+/** @returns false for bit depths at which JUCE's PCM readers would leave the samples uninitialised */
 static bool canConvertPcm (const juce::AudioFormatReader& reader)
 {
     const auto bits = reader.bitsPerSample;
@@ -50,8 +50,8 @@ static std::unique_ptr<juce::AudioFormatReader> createReader (juce::AudioFormat&
     return isFit ? std::move (reader) : nullptr;
 }
 
-/** @returns the most samples per channel that the file can hold, without a limit if the reader's own length is
-   reliable; nothing if the file is unsafe to decode
+/** @returns the most samples per channel that the file can hold; the largest int64 if the reader's own length
+   is reliable; nothing if the file is unsafe to decode
 */
 static std::optional<juce::int64> samplesHeld (const juce::AudioFormatReader& reader, const juce::File& file)
 {
@@ -76,7 +76,7 @@ void registerFormats (juce::AudioFormatManager& formats)
 
 std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats, const juce::File& file)
 {
-    // A pipe has no size either, and opening one would wait for its other end.
+    // A pipe has no size either, and opening one would block until another process opens its other end.
     if (! file.existsAsFile() || file.getSize() == 0)
         return nullptr;
 
@@ -115,8 +115,8 @@ static juce::String notOpened (const juce::File& file)
     return "Could not open output file for writing:\n" + file.getFullPathName();
 }
 
-/** @param named  the file that an error message names
-    @returns null if the stream could not be opened, or if there is no WAV of that depth or channel count
+/** @param named  the file to name in an error message
+    @returns null if the stream could not be opened, or if WAV does not support the depth or channel count
 */
 static std::unique_ptr<juce::AudioFormatWriter> createWriter (std::unique_ptr<juce::FileOutputStream> fileStream,
                                                               int numChannels, double sampleRate, int bitDepth,
@@ -192,7 +192,7 @@ static bool writeAll (const juce::File& file, const juce::File& named, const juc
 
     const auto written = writer->writeFromAudioSampleBuffer (buffer, 0, buffer.getNumSamples()) && writer->flush();
 
-    // A partial write gives no reason. The next write, which finds no space at all, does.
+    // A partial write leaves no reason. Another write, which finds no space at all, does.
     if (! written && opened->getStatus().wasOk())
     {
         opened->setPosition (file.getSize());

@@ -12,7 +12,7 @@ namespace
 
 struct Chunk
 {
-    juce::int64 start = 0, length = 0; // bytes of content, as stated; the file may be shorter
+    juce::int64 start = 0, length = 0; // content, in bytes; the stated length may exceed the file
 };
 
 std::string readName (juce::InputStream& stream)
@@ -22,9 +22,9 @@ std::string readName (juce::InputStream& stream)
     return name;
 }
 
-/** Visits the chunks of a file: each has a name and a length, and is padded to an even number of bytes.
+/** Visits the chunks of a file. A chunk starts with its name and length, and is padded to an even number of bytes.
 
-    @param visit  receives a chunk's name and the chunk; returns false to go no further
+    @param visit  receives a chunk's name and the chunk; returns false to stop
 */
 template <typename Visit>
 void visitChunks (juce::InputStream& stream, std::endian order, juce::int64 start, juce::int64 end, Visit&& visit)
@@ -45,7 +45,7 @@ void visitChunks (juce::InputStream& stream, std::endian order, juce::int64 star
     }
 }
 
-/** @returns up to most bytes of a chunk, padded to an even length; empty if it has fewer than least */
+/** @returns the first bytes of a chunk, no more than `most`, padded to an even length; empty if fewer than `least` */
 juce::MemoryBlock readStart (juce::InputStream& stream, const Chunk& chunk, juce::int64 least, juce::int64 most)
 {
     juce::MemoryBlock bytes;
@@ -66,7 +66,7 @@ bool isSafeNumberOfChannels (int numChannels)
     return numChannels > 0 && numChannels <= audiofile::maxChannels;
 }
 
-/** Judges the content of a "fmt " chunk: type, channels, rate, bytes per second, bytes per frame and bits. */
+/** Checks a "fmt " chunk: type, channels, sample rate, bytes per second, bytes per frame and bits per sample. */
 bool isSafeWavFormat (const juce::MemoryBlock& format)
 {
     juce::MemoryInputStream fields (format, false);
@@ -136,7 +136,7 @@ bool BarePcmStream::openWav()
     if (format.isEmpty() || soundStart == 0 || ! isSafeWavFormat (format))
         return false;
 
-    // Nothing here needs the positions of the loudspeakers.
+    // Kelvane ignores speaker positions, so JUCE need not trust the file's.
     if (format.getSize() >= channelMaskAt + 4)
         std::memset (format.begin() + channelMaskAt, 0, 4);
 
@@ -149,8 +149,8 @@ bool BarePcmStream::openWav()
     out.writeInt (28);
     out.writeInt64 (static_cast<juce::int64> (format.getSize()) + 56 + soundLength);
     out.writeInt64 (soundLength);
-    out.writeInt64 (0); // samples; decoders count for themselves
-    out.writeInt (0);   // further lengths
+    out.writeInt64 (0); // number of samples, which decoders work out themselves
+    out.writeInt (0);   // no lengths of other chunks
     out << "fmt ";
     out.writeInt (static_cast<int> (format.getSize()));
     out << format;
@@ -202,7 +202,7 @@ bool BarePcmStream::openAiff()
     out << format;
     out << "SSND";
     out.writeIntBigEndian (static_cast<int> (soundLength));
-    out.writeInt64 (0); // offset and alignment
+    out.writeInt64 (0); // offset and block size
     return true;
 }
 

@@ -4,17 +4,17 @@
 
 #include <memory>
 
-/** A WAV or AIFF file reduced to its format and its sound, behind a header written here.
+/** Reads a WAV or AIFF file as if it held nothing but its format and its audio data.
 
-    JUCE's decoders parse every tag, marker and loop they find and trust most of what these claim. Kelvane uses none of
-    them, so the decoders never see them. The lengths in the header are those that the file really has room for.
+    JUCE's decoders parse every tag, marker and loop in a file and trust most of what they read. Kelvane uses none of
+    these, so this stream leaves them out and builds a new header, whose lengths never exceed the data in the file.
 */
 class BarePcmStream : public juce::InputStream
 {
 public:
-    /** @returns null if the file is neither WAV nor AIFF, if its format or its sound is missing, or if its format is
-       one that JUCE's decoders cannot handle safely: more than audiofile::maxChannels channels, no sample rate, or more
-       than 64 bits a sample
+    /** @returns null if the file is neither WAV nor AIFF, if its format or its audio data is missing, or if JUCE's
+       decoders cannot handle its format safely: no channels or more than audiofile::maxChannels, or in a WAV file no
+       sample rate or more than 64 bits per sample
     */
     static std::unique_ptr<BarePcmStream> open (const juce::File& file);
 

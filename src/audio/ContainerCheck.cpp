@@ -17,9 +17,9 @@ juce::uint8 byteAt (std::string_view bytes, size_t index)
     return index < bytes.size() ? static_cast<juce::uint8> (bytes[index]) : juce::uint8 {};
 }
 
-/** Finds every occurrence of a mark.
+/** Visits every occurrence of a mark.
 
-    @param maxLength  the most bytes, from the mark on, that visit looks at
+    @param maxLength  the number of bytes that visit needs, counted from the start of the mark
     @param visit      receives these bytes, fewer at the end of the stream; returns how many of them to skip, at least 1
 */
 template <typename Visit>
@@ -46,7 +46,7 @@ void findAll (juce::InputStream& stream, std::string_view mark, size_t maxLength
     }
 }
 
-/** The checksum of a FLAC frame's header: x^8 + x^2 + x + 1, from 0. */
+/** Computes the CRC-8 of a FLAC frame's header: polynomial x^8 + x^2 + x + 1, initial value 0. */
 juce::uint8 crc8 (std::string_view bytes)
 {
     const auto add = [] (unsigned crc, char byte)
@@ -98,7 +98,7 @@ FlacFrame parseFlacFrame (std::string_view bytes)
     if (size >= bytes.size() || crc8 (bytes.substr (0, size)) != byteAt (bytes, size))
         return {};
 
-    // Each subframe has at least one byte, and the frame ends with a checksum of two.
+    // Each subframe has at least one byte, and the frame ends with a two-byte checksum.
     const auto numChannels = static_cast<size_t> (channelCode < 8 ? channelCode + 1 : 2);
     return { numSamples, size + 1 + numChannels + 2 };
 }
@@ -129,8 +129,9 @@ juce::int64 countFlacSamples (juce::InputStream& stream)
     return numSamples;
 }
 
-/** A page has 27 bytes of header, of which the last counts its segments, and then a length for each segment. A segment
-    shorter than 255 bytes ends a packet. The first packet of a Vorbis stream states its format.
+/** An Ogg page starts with 27 bytes, the last of which is its number of segments. One byte for the length of each
+    segment follows. A segment shorter than 255 bytes ends a packet. The first packet of a Vorbis stream states its
+    format.
 */
 std::optional<juce::int64> maxVorbisSamples (juce::InputStream& stream)
 {
@@ -169,7 +170,7 @@ std::optional<juce::int64> maxVorbisSamples (juce::InputStream& stream)
     if (! linksAgree)
         return {};
 
-    // Blocks overlap by half.
+    // Blocks overlap by half, so a packet adds at most half of the longest block.
     return lossAllowance * numPackets * (longestBlock / 2);
 }
 

@@ -4,16 +4,16 @@
 
 #include <optional>
 
-/** Counts what a compressed file can really hold, for decoders that believe its claims. */
+/** Finds how many samples a compressed file can hold, because decoders trust the length that it claims. */
 namespace containercheck
 {
 
-/** @returns the samples per channel of all frames of a FLAC stream, as the frames' own headers state them */
+/** @returns the samples per channel of a FLAC stream, added up from the headers of its frames */
 juce::int64 countFlacSamples (juce::InputStream& stream);
 
-/** @returns the most samples per channel that the packets of an Ogg Vorbis file can fill, with as much again for
-             packets that got lost; nothing if the file chains streams that differ in channels or sample rate, because
-             a decoder would then read beyond its buffers
+/** @returns an upper limit on the samples per channel of an Ogg Vorbis file: twice the most that its packets can fill,
+             to allow for lost packets; nothing if the file chains streams that differ in channels or sample rate,
+             because a decoder would then read beyond its buffers
 */
 std::optional<juce::int64> maxVorbisSamples (juce::InputStream& stream);
 

@@ -51,7 +51,7 @@ public:
 private:
     void restart()
     {
-        // Deleted before the new one is made, because both read the same stream.
+        // Delete the old decoder before opening the new one, because both read the same stream.
         decoder.reset();
         decoder = FFmpegDecoder::open (*input);
         blockStart = 0;

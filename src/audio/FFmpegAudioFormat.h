@@ -5,9 +5,9 @@
 /** Reads MP3, MPEG-4 (AAC, ALAC), Opus, WMA and other formats through FFmpeg's libraries.
 
     Encoder delay and padding are removed, so a file has the samples that its encoder received. Reading is
-    sample-accurate from any position, but efficient only forwards: going back decodes again from the start.
+    sample-accurate at any position, but slow to go backwards, which decodes the file again from its start.
 
-    Files are recognized by content, not by extension. This format therefore also reads files that the basic formats
+    Files are recognised by content, not by extension. This format therefore also reads files that the basic formats
     cannot, such as Opus in Ogg or an MP3 with a wrong extension.
 */
 class FFmpegAudioFormat : public compat::ReadOnlyAudioFormat

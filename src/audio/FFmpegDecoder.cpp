@@ -7,11 +7,11 @@
 namespace
 {
 
-/** The containers of single songs and videos, without playlists, which name other files. */
+/** The containers that may be opened. Playlists are not among them, because they name other files. */
 constexpr auto containers = "aac,ac3,aiff,amr,ape,asf,au,avi,caf,dts,eac3,flac,flv,matroska,mov,mp3,mpc,mpc8,mpeg,"
                             "mpegts,ogg,tak,tta,voc,w64,wav,wv";
 
-/** No converter runs faster. A damaged file may claim any rate. */
+/** No audio hardware has a higher rate, but a damaged file may claim any. */
 constexpr auto maxSampleRate = 768000;
 
 int readBytes (void* source, uint8_t* bytes, int size)
@@ -30,7 +30,7 @@ int64_t seek (void* source, int64_t offset, int whence)
     return stream.setPosition (offset) ? stream.getPosition() : AVERROR (EIO);
 }
 
-/** The samples to leave out of a packet's audio: 32 bits for its start, 32 for its end. */
+/** @returns the number of samples to leave out of a packet's audio, at its start and end together */
 juce::int64 samplesToSkip (const AVPacket& packet)
 {
     size_t size = 0;
@@ -42,14 +42,14 @@ juce::int64 samplesToSkip (const AVPacket& packet)
     return juce::int64 { juce::ByteOrder::littleEndianInt (data) } + juce::ByteOrder::littleEndianInt (data + 4);
 }
 
-/** Demuxers take tags or rubbish after the last frame for a packet. */
+/** Demuxers mistake tags or garbage after the last frame for a packet. */
 bool isNoMp3Frame (const AVPacket& packet, const AVCodecParameters& parameters)
 {
     return parameters.codec_id == AV_CODEC_ID_MP3
            && (packet.size < 2 || packet.data[0] != 0xff || (packet.data[1] & 0xe0) != 0xe0);
 }
 
-/** The length that Apple's encoders note, as the fourth of several hexadecimal numbers; 0 if there is none. */
+/** @returns the length that Apple's encoders store, the fourth hexadecimal number of a tag; 0 if there is none */
 juce::int64 appleSamples (const AVFormatContext& container)
 {
     const auto* const entry = ffmpeg::library().av_dict_get (container.metadata, "iTunSMPB", nullptr, 0);
@@ -133,13 +133,13 @@ bool FFmpegDecoder::openCodec()
            && lib.avcodec_open2 (codec.get(), implementation, nullptr) >= 0;
 }
 
-/** Reads the format off a decoded frame: an AAC file may play at twice the rate that its header states. */
+/** Takes the format from a decoded frame, because an AAC file may play at twice the rate that its header states. */
 bool FFmpegDecoder::readFirstBlock()
 {
     auto outcome = decode();
 
     for (; outcome == Outcome::lostPacket; outcome = decode())
-        numTicks = 0; // nothing precedes it, so there is nothing to keep in its place
+        numTicks = 0; // damaged packets before the first audio are left out
 
     if (outcome == Outcome::end || frame->sample_rate <= 0 || frame->sample_rate > maxSampleRate)
         return false;
@@ -188,8 +188,9 @@ juce::int64 FFmpegDecoder::countByClock()
     return juce::jmax (juce::int64 {}, toSamples (numTicks) - numToSkip);
 }
 
-/** An MPEG-4 file plays a section of its audio, and states that section's length in ticks as coarse as milliseconds. To
-    the nearest tick, that is usually all the audio after the encoder's delay, whose length is known exactly.
+/** The edit list of an MPEG-4 file selects the section to play, whose length it states in ticks as coarse as a
+    millisecond. To within that precision, the section is usually all the audio after the encoder's delay, and the exact
+    length of that audio is known.
 */
 juce::int64 FFmpegDecoder::countByEdits()
 {
@@ -243,7 +244,7 @@ FFmpegDecoder::Outcome FFmpegDecoder::decode()
         if (result == 0)
             return Outcome::frame;
 
-        // After a failure, take another packet, or this could go on forever.
+        // After a failure, send another packet, or the same failure could repeat forever.
         hasFailed = false;
 
         if (result == AVERROR (EAGAIN))
@@ -259,9 +260,9 @@ FFmpegDecoder::Outcome FFmpegDecoder::decode()
     }
 }
 
-/** Sends the codec the next packet, or the end.
+/** Sends the codec the next packet, or the end of the stream.
 
-    @returns the codec's answer
+    @returns 0 or an FFmpeg error code; AVERROR_EOF if the end has already been sent
 */
 int FFmpegDecoder::feedCodec()
 {
@@ -294,8 +295,8 @@ bool FFmpegDecoder::readPacket()
     return true;
 }
 
-/** Marks the audio before time zero of an MPEG-4 file as the encoder's delay. FFmpeg before version 6 does not do so if
-    the file is in fragments.
+/** Marks the audio before time zero of an MPEG-4 file as the encoder's delay. FFmpeg before version 6 does not do so
+    for fragmented files.
 */
 void FFmpegDecoder::markDelay()
 {
@@ -365,7 +366,7 @@ void FFmpegDecoder::readAllPackets()
     }
 }
 
-/** @returns how long the packet plays, within reason: a damaged one may state any length */
+/** @returns the packet's duration in ticks, limited because a damaged packet may state any duration */
 juce::int64 FFmpegDecoder::packetTicks() const
 {
     constexpr auto longestFrame = 10; // seconds
@@ -373,11 +374,11 @@ juce::int64 FFmpegDecoder::packetTicks() const
     const auto rate = juce::jlimit (1, maxSampleRate, stream->codecpar->sample_rate);
     const auto frameTicks = lib.av_rescale_q (codec->frame_size, { 1, rate }, stream->time_base);
 
-    // The first packet of a fragment may not state it.
+    // The first packet of a fragment may not state its duration.
     if (packet->duration <= 0)
         return frameTicks;
 
-    // Spectral band replication doubles a frame, and a muxer may join two.
+    // Spectral band replication doubles the length of a frame, and a muxer may put two frames into a packet.
     const auto maxTicks =
         frameTicks > 0 ? 4 * frameTicks : lib.av_rescale_q (longestFrame, { 1, 1 }, stream->time_base);
     return juce::jmin (juce::int64 { packet->duration }, juce::int64 { maxTicks });

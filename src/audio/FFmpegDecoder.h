@@ -6,35 +6,35 @@
 
 /** Decodes a file's main audio stream with FFmpeg's libraries, block by block, from its first sample to its last.
 
-    The encoder's delay and padding are left out if the file states them. A packet that the decoder finds damaged
-   becomes silence of its length, so that everything else stays in its place.
+    The encoder's delay and padding are left out if the file states them. A damaged packet is replaced by silence
+   of the same length, so that everything else stays in place.
 
-    It cannot seek: timestamps are exact to the sample in some containers only, and the frames of an MP3 borrow bits
-   from earlier ones.
+    It cannot seek: timestamps are sample-accurate only in some containers, and the frames of an MP3 use bits of earlier
+   ones.
 */
 class FFmpegDecoder
 {
 public:
     /** @param source  read from its start; must outlive the decoder
-        @returns null if the source is in no known format, if it has no audio that can be decoded, or if the system
-                 has no FFmpeg libraries
+        @returns null if the source's format is unknown, if it has no audio that can be decoded, or if FFmpeg's
+                 libraries are not available
     */
     static std::unique_ptr<FFmpegDecoder> open (juce::InputStream& source);
 
-    double getSampleRate() const { return sampleRate; }         /**< in Hz, of all blocks */
-    int getNumChannels() const { return channels.nb_channels; } /**< of all blocks */
+    double getSampleRate() const { return sampleRate; }         /**< in Hz, the same for all blocks */
+    int getNumChannels() const { return channels.nb_channels; } /**< the same for all blocks */
 
-    /** The block decoded last; after opening, the stream's first. */
+    /** The block that was decoded last. After open(), this is the first of the stream. */
     const juce::AudioBuffer<float>& getBlock() const { return block; }
 
     /** Decodes the next block.
 
-        @returns false if there is none, which leaves the block empty
+        @returns false at the end of the stream; the block is then empty
     */
     bool readBlock();
 
-    /** Counts the samples per channel of the whole stream, and uses the decoder up. An MP3 or MPEG-4 file need not be
-        decoded for that.
+    /** Counts the samples per channel of the whole stream. Decodes all of it, unless the file is MP3 or MPEG-4. The
+        decoder cannot be used afterwards.
     */
     juce::int64 countSamples();
 
@@ -79,7 +79,7 @@ private:
     ffmpeg::Owned<AVFrame> frame;
     ffmpeg::Owned<SwrContext> converter;
 
-    const AVStream* stream = nullptr; // the container's
+    const AVStream* stream = nullptr; // owned by the container
     AVChannelLayout channels {};
     int sampleRate = 0;
 
@@ -88,8 +88,8 @@ private:
     int frameRate = 0;
     int frameFormat = -1;
 
-    juce::int64 numTicks = 0;  // the length of the packets so far, by the container's clock
-    juce::int64 numToSkip = 0; // samples of the packets so far
+    juce::int64 numTicks = 0;  // duration of the packets read so far, in the stream's time base
+    juce::int64 numToSkip = 0; // samples to leave out of these packets' audio
     bool hasFailed = false;
     bool isDraining = false;
     juce::AudioBuffer<float> block;

@@ -10,7 +10,7 @@ namespace ffmpeg
 namespace
 {
 
-/** Never unloads the libraries, because some of their dependencies crash when they are unloaded. */
+/** Opens a library for good, because some of FFmpeg's dependencies crash when they are unloaded. */
 void* open (const char* name)
 {
     return dlopen (name, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
@@ -23,7 +23,7 @@ bool find (void* in, const char* name, Function& function)
     return function != nullptr;
 }
 
-/** Only libraries with the headers' major version have the headers' interface. */
+/** Accepts only the headers' major versions, because others have a different interface. */
 std::optional<Functions> load()
 {
     auto* const avutil = open ("libavutil.so." AV_STRINGIFY (LIBAVUTIL_VERSION_MAJOR));

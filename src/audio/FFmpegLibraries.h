@@ -20,13 +20,13 @@ JUCE_END_IGNORE_WARNINGS_GCC_LIKE
 
 /** FFmpeg's libraries, loaded from the system when a file first needs them.
 
-    They load more than a hundred other libraries, which would double the program's start-up time. A program linked to
-    them also would not start on a system with another version of them, or without them.
+    They depend on more than a hundred other libraries, so linking to them would double the program's start-up time. The
+    program would also not start on a system that has another version of them, or none.
 */
 namespace ffmpeg
 {
 
-// Each function with its library.
+// The functions that Kelvane uses, each with its library.
 #define KELVANE_FFMPEG_FUNCTIONS(CALL)                                                                                 \
     CALL (avutil, av_channel_layout_compare)                                                                           \
     CALL (avutil, av_channel_layout_copy)                                                                              \
@@ -74,12 +74,11 @@ struct Functions
 #undef KELVANE_DECLARE
 };
 
-/** @returns true if the libraries are installed in the version that the program was built for. Otherwise nothing else
-    in this file may be used.
+/** @returns true if the libraries are installed in the major versions that the program was built for. If not, nothing
+    else in this header may be used.
 */
 bool isAvailable();
 
-/** The functions of the libraries. */
 const Functions& library();
 
 struct Deleter
@@ -97,7 +96,7 @@ struct Deleter
     void operator() (SwrContext* converter) const { library().swr_free (&converter); }
 };
 
-/** Owners of the libraries' objects. */
+/** Owns an object that the libraries allocated. */
 template <typename Object>
 using Owned = std::unique_ptr<Object, Deleter>;
 

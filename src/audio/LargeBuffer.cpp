@@ -8,8 +8,8 @@
 
 /** Makes the C library return a song's memory to the system when it is freed.
 
-    By default, glibc raises the size above which it does so to that of the largest block freed so far, up to 32 MB.
-    Later songs then come from the heaps of their threads, which keep the memory.
+    By default, glibc does so only for blocks above a threshold, which it raises to the size of the largest block freed
+    so far, up to 32 MB. Later songs are then allocated from the heaps of their threads, which keep freed memory.
 */
 static void returnFreedSongs()
 {
@@ -31,8 +31,8 @@ static void askForLargePages ([[maybe_unused]] juce::AudioBuffer<float>& buffer)
         begin
         + sizeof (float) * static_cast<size_t> (buffer.getNumChannels()) * static_cast<size_t> (buffer.getNumSamples());
 
-    // Rounded outwards, because a page left out at the start would deny a large page to the rest. The call is
-    // only advice, so it does no harm to other data on those pages.
+    // Round outwards, because leaving out the first small page would rule out the first large one. The call is
+    // only a hint, so it does no harm to other data on those pages.
     const auto firstPage = begin / pageSize * pageSize;
     const auto lastPage = (end + pageSize - 1) / pageSize * pageSize;
     madvise (reinterpret_cast<void*> (firstPage), lastPage - firstPage, MADV_HUGEPAGE);

@@ -4,8 +4,8 @@
 
 /** Makes a buffer for a whole song, with uninitialised samples.
 
-    Requests large pages where the system offers them: with small ones, the page faults of a song's memory take longer
-    than the stretch.
+    Requests large pages where the system offers them: with small ones, the page faults for a song's memory take
+    longer than the stretch.
 
     @throws std::bad_alloc  if it does not fit into memory
 */

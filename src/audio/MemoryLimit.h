@@ -5,12 +5,13 @@
 #include <limits>
 #include <new>
 
-/** Refuses an amount of memory that the machine does not have, before it is allocated.
+/** Throws if samples would need more memory than the machine has. Call it before allocating them.
 
-    Systems that overcommit memory kill the program when it uses more than there is. A damaged file that claims to last
-    for hours would crash the whole program. audiofile::maxSamples limits the length of a song on any machine.
+    Systems that overcommit memory kill a program that uses more than there is. Without this check, a damaged file that
+    claims to last for hours could end the program that way. audiofile::maxSamples also limits a song's length, whatever
+    the machine's memory.
 
-    @param numFloats  number of samples in memory at the same time
+    @param numFloats  the number of samples in memory at the same time
     @throws std::bad_alloc  if they exceed the machine's physical memory
 */
 inline void requireMemoryFor (double numFloats)
@@ -21,9 +22,9 @@ inline void requireMemoryFor (double numFloats)
         throw std::bad_alloc();
 }
 
-/** Converts a length in whole samples to an int, never below 1.
+/** Converts a length in whole samples to a buffer's length, which is an int of at least 1.
 
-    @throws std::bad_alloc  if no buffer can be that long, however much memory there is
+    @throws std::bad_alloc  if the length exceeds the range of an int
 */
 inline int toBufferLength (double numSamples)
 {

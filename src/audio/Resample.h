@@ -7,8 +7,8 @@ namespace stretch
 
 /** Changes the speed of audio, and thereby duration and pitch together, like a tape machine.
 
-    Each channel passes through its own juce::LagrangeInterpolator, in its reset state. There is no filter before it, so
-    a speed above 1 can alias, and its latency is not compensated.
+    Each channel passes through a new juce::LagrangeInterpolator. No low-pass filter precedes it, so a speed above 1 can
+    cause aliasing. The interpolator's latency is not compensated.
 
     @param input  any number of channels and samples; read only
     @param speed  input samples consumed per output sample, above 0: 2.0 halves the length and raises

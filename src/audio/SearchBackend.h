@@ -25,16 +25,16 @@ struct SearchBackend
     int (*findBest) (const SearchTask& task, SearchScratch& scratch);
 };
 
-/** Runs everywhere. */
+/** For every processor. */
 SearchBackend plainSearchBackend();
 
-/** For every x86-64 processor. Its function is null on others. */
+/** For every x86-64 processor. findBest is null in builds for other processors. */
 SearchBackend sse2SearchBackend();
 
-/** For processors with AVX2. Its function is null in builds without AVX2. */
+/** For processors with AVX2. findBest is null in builds without AVX2. */
 SearchBackend avx2SearchBackend();
 
-/** For every arm64 processor. Its function is null on others. */
+/** For every arm64 processor. findBest is null in builds for other processors. */
 SearchBackend neonSearchBackend();
 
 /** The back ends that this processor can run, slowest first. */

@@ -4,20 +4,23 @@
 
 #include <math.h>
 
-// The search, compiled once for each back end with its compiler flags. Everything here is local to the
-// including file, and no inline function of the standard library or of ours is used: it would be compiled
-// for a processor that may be missing, and the linker may keep that copy for the whole program.
+// The search, compiled once for each back end, with that back end's compiler flags. Everything here is local
+// to the including file and calls no inline function from elsewhere. The linker may keep any one copy of such
+// a function for the whole program, even one compiled for instructions that the processor lacks.
 //
-// A back end's vectors are a type with
-//     numLanes                 lanes of 32 bits, a divisor of tileSize
+// Each back end supplies a type, called Vector below, with
+//     numLanes                 number of 32-bit lanes, a divisor of tileSize
 //     Floats                   a register of floats, with broadcast, load, store and
-//                              addProduct (sum, a, b), which rounds twice, not once
-//     scoresRoughly            true if it multiplies 16-bit integers faster than floats; then also
+//                              addProduct (sum, a, b), which rounds both the product and the sum
+//     scoresRoughly            true if it multiplies 16-bit integers faster than floats
+//
+// If scoresRoughly is true, the type also has
 //     scoreRoughly (scratch, numTiles, numGuidePoints)
-//                              computes the scratch's rough scores from its integers;
-//                              scoreByPairs<Vector> does so with
+//                              computes the scratch's rough scores from its integers
+//
+// If scoreRoughly calls scoreByPairs<Vector>, the type also has
 //     Integers                 a register of 32-bit integers, with broadcast, load, store and
-//                              addProducts (sum, a, b), which multiplies 16-bit halves and adds both
+//                              addProducts (sum, a, b), which adds the products of both 16-bit halves
 
 namespace
 {
@@ -31,7 +34,7 @@ using namespace stretch;
 */
 constexpr double integerNorm = 32700.0;
 
-/** A bound on the difference between a rough score and the true one, in the rough score's unit.
+/** A bound on the difference between a rough score and the true one, in units of the rough score.
 
     Rounding moves a point by up to 0.51, and so the norm of 256 points by up to 0.51 * 16. By the Cauchy-Schwarz
     inequality, that changes the sum by at most this times integerNorm for each of the two factors, plus
@@ -44,8 +47,8 @@ constexpr double roughError = 2.0 * 0.51 * 16.0 * (integerNorm + 20.0) + 0.51 * 
 /** A candidate whose rough score is lower than the best one by more than this cannot have the best true score. */
 constexpr auto roughMargin = static_cast<int64_t> (2.0 * roughError) + 1;
 
-/** Every step-th sample of the mean of all channels: their sum, in their order, times one over
-    their number.
+/** Computes every step-th sample of the mean of all channels: the sum of the channels, in order,
+    times the reciprocal of their number.
 */
 template <int step>
 void mixDown (const SearchTask& task, int start, float* points, int numPoints)
@@ -54,7 +57,7 @@ void mixDown (const SearchTask& task, int start, float* points, int numPoints)
     const float scale = 1.0f / static_cast<float> (task.numChannels);
     int i = 0;
 
-    // The sums of a block stay in registers over all channels.
+    // The sums of a block stay in registers across all channels.
     for (; i + blockSize <= numPoints; i += blockSize)
     {
         float sums[blockSize] = {};
@@ -110,8 +113,8 @@ inline bool canBeScaled (float pointsNorm)
     return pointsNorm > 1.0e-12f && pointsNorm < 1.0e12f;
 }
 
-/** Rounds to the nearest integer in a way that can be vectorised: the offset makes all values positive, where
-    truncation rounds down.
+/** Scales points to integerNorm and rounds them to the nearest integers. This can be vectorised, because the offset
+    makes all values positive, for which truncation rounds down.
 */
 inline void scaleAndRound (const float* points, float pointsNorm, int32_t* integers, int numPoints)
 {
@@ -137,11 +140,11 @@ inline int32_t maximum (const int32_t* values, int numValues)
     return result;
 }
 
-/** Computes true scores: for each of 40 candidates m, from 0, the sum of reference[j] * guide[m + 2j] over j from 0 to
+/** Computes true scores: for each of 40 candidates m from 0, the sum of reference[j] * guide[m + 2j] over j from 0 to
     255, accumulated in single precision in that order.
 
-    The sum of one candidate has a fixed order and cannot be vectorised. The candidates of a tile are independent, so
-    they can, and their sums stay in registers.
+    The sum of one candidate has a fixed order, so it cannot be vectorised. The candidates of a tile are independent, so
+    each gets a lane, and their sums stay in registers.
 */
 template <typename Vector>
 void scoreTile (const float* reference, const float* guide, float* scores)
@@ -167,8 +170,8 @@ void scoreTile (const float* reference, const float* guide, float* scores)
 
 /** Computes rough scores: the exact sums of the rounded points' products.
 
-    Points come in pairs, the first one in the lower 16 bits, for the instruction that multiplies the pairs in each
-   32-bit lane and adds their products. Compilers do not choose it by themselves here.
+    Points come in pairs, the first one in the lower 16 bits. An instruction multiplies two pairs in each 32-bit lane
+   and adds both products. Compilers do not use it by themselves here.
 */
 template <typename Vector>
 void scorePairs (const int32_t* reference, const int32_t* guide, int numTiles, int32_t* scores)
@@ -214,8 +217,8 @@ void scoreByPairs (SearchScratch& scratch, int numTiles, int numGuidePoints)
     scorePairs<Vector> (scratch.referencePairs, scratch.guidePairs, numTiles, scratch.roughScores);
 }
 
-/** Computes the rough scores.
-    @returns the lowest rough score of a candidate that may still be the best
+/** Computes the rough scores, if this back end has them and the points can be scaled.
+    @returns the lowest rough score with which a candidate may still be the best
 */
 template <typename Vector>
 int64_t roughThreshold (SearchScratch& scratch, int numCandidates, int numGuidePoints)
@@ -248,8 +251,8 @@ int findBest (const SearchTask& task, SearchScratch& scratch)
     const int numCandidates = (task.high - task.low) / searchStep + 1;
     const int numGuidePoints = numCandidates + candidateStride * (matchPoints - 1);
 
-    // Candidates and compared samples lie on the same grid of two samples. Copying that grid from the signal
-    // makes neighbouring candidates neighbours in memory.
+    // Candidates lie two samples apart and compared samples four, so only every second sample is needed. Copying
+    // those makes neighbouring candidates neighbours in memory.
     mixDown<matchStride> (task, task.reference, scratch.reference, matchPoints);
     mixDown<searchStep> (task, task.low, scratch.guide, numGuidePoints);
 

@@ -10,12 +10,12 @@ constexpr int lanesOfShorts = 8;
 constexpr int vectorsInTile = tileSize / lanesOfShorts;
 static_assert (vectorsInTile * lanesOfShorts == tileSize);
 
-/** Candidates of points this far apart are one register apart, and so share all registers but one. */
+/** The samples compared with points this far apart start one register apart, so they share all registers but one. */
 constexpr int pointStride = lanesOfShorts / candidateStride;
 constexpr int pointsInRow = matchPoints / pointStride;
 static_assert (pointsInRow % lanesOfShorts == 0);
 
-/** Multiplies a tile's candidates by the reference's points, from the given one on, and adds up the products. */
+/** Multiplies a tile's candidates by the reference's points, from the given point on, and adds the products to sums. */
 template <int point>
 void addProductsFrom (int32x4_t* sums, int16x8_t reference, const int16x8_t* candidates)
 {
@@ -30,8 +30,8 @@ void addProductsFrom (int32x4_t* sums, int16x8_t reference, const int16x8_t* can
         addProductsFrom<point + 1> (sums, reference, candidates);
 }
 
-/** Computes the rough scores of one tile. The sums are exact, so the points are taken in the order that needs the
-    fewest loads.
+/** Computes the rough scores of one tile. The sums are exact in any order, so the points are taken in the one that
+    needs the fewest loads.
 */
 void scoreTileRoughly (const int16_t* reference, const int16_t* guide, int32_t* scores)
 {

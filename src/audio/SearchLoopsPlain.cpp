@@ -3,7 +3,7 @@
 namespace
 {
 
-/** Plain C++ in the shape of a four-lane register, which compilers turn into one. */
+/** Has the shape of a four-lane register, so that compilers turn it into one. */
 struct Plain
 {
     struct Floats

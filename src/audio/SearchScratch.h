@@ -5,13 +5,13 @@
 namespace stretch
 {
 
-constexpr int matchPoints = 256; /**< products per candidate */
+constexpr int matchPoints = 256; /**< points compared per candidate */
 constexpr int matchStride = 4;   /**< samples between the points that are compared */
 constexpr int searchStep = 2;    /**< samples between candidates */
 constexpr int searchRadius = 512;
 constexpr int maxCandidates = 2 * searchRadius / searchStep + 1;
 
-/** Distance between the compared points of a candidate, on the grid of the candidates. */
+/** Distance between the compared points of a candidate, as a number of candidates. */
 constexpr int candidateStride = matchStride / searchStep;
 
 /** Number of neighbouring candidates that are scored together. A tile is always scored as a whole. */
@@ -20,7 +20,7 @@ constexpr int maxTiles = (maxCandidates + tileSize - 1) / tileSize;
 constexpr int paddedCandidates = maxTiles * tileSize + tileSize;
 constexpr int paddedGuidePoints = paddedCandidates + candidateStride * matchPoints;
 
-/** The search's working memory. Zeroed once; leftovers of one search do not affect the next. */
+/** The search's working memory. Zeroed only once, because values left over from one search do not affect the next. */
 struct SearchScratch
 {
     float reference[matchPoints] = {};

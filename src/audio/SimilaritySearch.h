@@ -7,7 +7,7 @@
 namespace stretch
 {
 
-/** Finds the position in a signal that is most similar to a waveform.
+/** Finds the position at which a signal is most similar to a reference waveform.
 
     The signal is the mean of all channels in single precision: the sum of the channels, in order, times the reciprocal
     of their number. A candidate's score is its dot product with the reference over every fourth of 1024 samples, summed
@@ -30,7 +30,7 @@ public:
 
         Of equal scores the lowest candidate wins; a score of NaN never does.
 
-        @param reference  start of the waveform to find, which lies within the input as a whole
+        @param reference  start of the waveform to find, all of which must lie within the input
         @param low        the first candidate
         @param high       at least low, at most low + 1024, and at least 1024 before the input's end
         @param fallback   the result if no candidate has a score above -1e30

@@ -69,8 +69,8 @@ int chooseReadPosition (int numSamples, int nominalPosition, int previousPositio
 
 /** Overlaps frames by half, and divides by the sum of their windows.
 
-    Each hop of the result is then the second half of one frame plus the first half of the next, and is finished as soon
-    as both are known. Before the first frame and after the last one there is silence without a window.
+    So each hop of the result is the second half of one frame plus the first half of the next, and is finished as soon
+    as both are known. The first hop only fades in and the last one only fades out.
 */
 class OverlapAdd
 {
@@ -102,8 +102,7 @@ private:
             const auto* const incoming = fadingIn ? samples + *fadingIn : silence.data();
             auto* const destination = result.getWritePointer (channel, position);
 
-            // The sum starts at zero, like a sum of any number of frames: two negative zeros then give a
-            // positive one.
+            // Adding to zero, as in a cleared buffer, turns the sum of two negative zeros into a positive zero.
             for (int i = 0; i < length; ++i)
             {
                 const auto n = static_cast<size_t> (i);
@@ -142,7 +141,7 @@ Buffer timeStretch (const Buffer& input, double ratio, const SearchBackend& back
     const auto targetLength = toBufferLength (std::round (static_cast<double> (numSamples) * ratio));
     const auto analysisHop = toBufferLength (std::round (static_cast<double> (synthesisHop) / ratio));
 
-    // The number of frames in the input, and the number that is certain to pass the target length.
+    // The number of frames in the input, and a number of frames that is sure to reach past the target length.
     const auto numInInput = (numSamples - frameLength) / analysisHop + 1;
     const auto numToTarget =
         static_cast<int> ((static_cast<juce::int64> (targetLength) + outputSlack - frameLength) / synthesisHop) + 1;

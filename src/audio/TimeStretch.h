@@ -18,7 +18,7 @@ namespace stretch
 
     The analysis hop is 1024 / ratio, rounded to whole samples without later correction. So the result can be shorter
     than samples * ratio, if the input ends first, but never longer. An input of fewer than 4096 samples is resampled
-    instead, so that its pitch changes too.
+    instead, so its pitch changes too.
 
     @param input  any number of channels and samples; read only
     @param ratio  output length divided by input length, above 0: 2.0 halves the tempo
@@ -31,7 +31,7 @@ namespace stretch
 */
 juce::AudioBuffer<float> timeStretch (const juce::AudioBuffer<float>& input, double ratio);
 
-/** Uses the given search back end, which does not change the result. */
+/** Does the same with the given search back end. The choice of back end does not change the result. */
 juce::AudioBuffer<float> timeStretch (const juce::AudioBuffer<float>& input, double ratio,
                                       const SearchBackend& backend);
 

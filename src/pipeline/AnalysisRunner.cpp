@@ -5,7 +5,7 @@
 #include "pipeline/WorkerOutput.h"
 #include "pipeline/Workers.h"
 
-/** Removes blank lines, and the spaces that a worker prints to fill a read block, so that its lines appear at once. */
+/** Removes blank lines, and the spaces that make a worker's line fill a read block, so that it appears at once. */
 static juce::String withoutPadding (const juce::String& output)
 {
     auto lines = juce::StringArray::fromLines (output);

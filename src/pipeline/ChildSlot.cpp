@@ -12,11 +12,11 @@ static thread_local bool isStarting = false;
 
 /** Runs in every child of this program, between fork and exec.
 
-    Closes the files that JUCE lets each child inherit. A worker that inherits the pipe of another one, because a run
-    and an analysis overlap, keeps that pipe open, and the reader of the other worker's output would wait for it.
+    Keeps the child from inheriting the program's open files. While a run and an analysis overlap, one worker would
+    otherwise hold the other's output pipe open, and the reader of that pipe would wait for both.
 
-    Lets the system kill a worker together with the program, which cannot do so itself when it is killed. uv would
-    otherwise go on and might fetch gigabytes.
+    Makes the system kill a worker when the program ends, even if the program is killed. Otherwise uv would go on, and
+    might download gigabytes.
 */
 static void prepareChild()
 {
@@ -47,7 +47,7 @@ juce::ChildProcess* ChildSlot::start (const juce::StringArray& args)
     const juce::ScopedValueSetter<bool> starting (isStarting, true);
 #endif
 
-    // kill() reads the pointer that this changes.
+    // Another thread may be reading the pointer in kill().
     const juce::ScopedLock scopedLock (lock);
     child = std::make_unique<juce::ChildProcess>();
 
@@ -66,7 +66,7 @@ void ChildSlot::empty()
         ended = std::move (child);
     }
 
-    // An ended process remains as a zombie until someone has waited for it.
+    // A process that has ended remains a zombie until it has been waited for.
     constexpr auto timeoutMilliseconds = 500;
 
     if (ended != nullptr)

@@ -4,8 +4,9 @@
 
 #include <string_view>
 
-/** JUCE's parser recurses for each bracket, reads on after a minus at the end of the text, takes any character after a
-    minus for a digit, and overflows at more than 18 digits before the decimal point or 9 in an exponent.
+/** @returns false if the text could make JUCE's parser misbehave. The parser recurses for each bracket, reads past the
+    end of text that ends in a minus sign, takes any character after a minus sign for a digit, and overflows at more
+    than 18 digits before the decimal point or 9 in an exponent.
 */
 static bool isSafeToParse (std::string_view json)
 {

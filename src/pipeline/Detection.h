@@ -5,12 +5,12 @@
 /** A song's tempo and key, as analyze.py detects them. */
 struct Detection
 {
-    /** Reads the value of a result line. A property that is missing or invalid keeps its default.
+    /** Parses the JSON text of a result line. A property that is missing or invalid keeps its default.
 
-        @param json  at most 1000 bytes of ASCII
+        @param json  at most 1000 bytes of ASCII; any other text gives the defaults
     */
     static Detection fromJson (const juce::String& json);
 
     double bpm = 0.0;
-    int key = 0; /**< an index into PipelineConfig::keyNames, always within it */
+    int key = 0; /**< a valid index into PipelineConfig::keyNames */
 };

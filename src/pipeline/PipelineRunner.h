@@ -35,7 +35,7 @@ public:
     void run() override;
 
 private:
-    /** The results that the stages of a run pass on. */
+    /** The results that each stage of a run leaves for the next ones. */
     struct RunState
     {
         bool downloads = false; /**< decided once, because editing the link can delete the cached file at any time */

@@ -15,8 +15,8 @@ static constexpr auto uvNotFound = "Could not find 'uv', which is needed to run 
 static constexpr auto scriptsNotFound = "Could not locate the bundled Python scripts (Resources/python).";
 
 #if JUCE_LINUX
-// JUCE resolves the name that the program was started with against the current working folder, which may have changed.
-// This location comes from the system.
+// This location comes from the system. JUCE finds the other locations by resolving the name that the program was
+// started with against the working folder, which may have changed since.
 static constexpr auto applicationLocation = juce::File::hostApplicationPath;
 static constexpr auto executableLocation = juce::File::hostApplicationPath;
 #else
@@ -53,7 +53,7 @@ static juce::File findOnSearchPath()
     return existingFile (answer.trim());
 }
 
-/** Folders that uv's installers and package managers use. */
+/** @returns the paths at which uv's installers and package managers put it */
 static std::vector<juce::File> usualPlaces (const juce::File& home)
 {
     std::vector<juce::File> places;
@@ -93,7 +93,7 @@ juce::File findUv()
     if (installed.existsAsFile())
         return installed;
 
-    // Our packages bring one for users who have none.
+    // Our packages include one for users who have none.
     const auto shipped = juce::File::getSpecialLocation (executableLocation).getSiblingFile (uvName);
     return shipped.existsAsFile() ? shipped : juce::File();
 }

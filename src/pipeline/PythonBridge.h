@@ -7,7 +7,8 @@ namespace PythonBridge
 {
 
 /** Finds the executable that starts the workers: the one that the environment variable KELVANE_UV names, or else the
-    first one in the usual places, on the search path and beside the program.
+    first one found in the usual folders, on the search path, where scripts/bootstrap installs it, or beside the
+    program.
     @returns a default File if there is none
 */
 juce::File findUv();
@@ -17,7 +18,7 @@ juce::File findUv();
 */
 juce::File scriptsDir();
 
-/** Finds both.
+/** Finds uv and the folder of the worker scripts.
     @param error  receives the message for the user if one of them is missing
     @returns false in that case
 */

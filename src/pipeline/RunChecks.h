@@ -2,7 +2,7 @@
 
 #include "pipeline/PipelineConfig.h"
 
-/** Checks before a run, for the window and for kelvane-render. */
+/** Checks that the window and kelvane-render make before a run. */
 namespace runchecks
 {
 

@@ -25,7 +25,7 @@ bool isAppleSilicon() noexcept
 
 bool hasNvidiaDriver (const juce::File& root)
 {
-    // The same paths as in environment.py of the workers.
+    // The workers check the same paths in installation/environment.py.
     constexpr std::array traces {
         "proc/driver/nvidia/version",   // the kernel module
         "usr/lib/wsl/lib/libcuda.so.1", // the driver in Windows Subsystem for Linux

@@ -2,7 +2,7 @@
 
 #include <juce_core/juce_core.h>
 
-// Guesses where separation will run, without loading a driver. The worker decides.
+// These functions guess on which device separation will run, without loading a driver. The worker makes the choice.
 
 #if JUCE_MAC && JUCE_ARM
 
@@ -13,7 +13,7 @@ constexpr bool isAppleSilicon() noexcept
 
 #else
 
-/** Returns true on Apple silicon. An Intel build for macOS may be running there, translated. */
+/** Returns true on Apple silicon, where an Intel build for macOS may be running under Rosetta. */
 bool isAppleSilicon() noexcept;
 
 #endif
@@ -24,7 +24,7 @@ bool isAppleSilicon() noexcept;
 */
 bool hasNvidiaDriver (const juce::File& root);
 
-/** Returns true if separation will run on something faster than the CPU, and false where that is unknown.
+/** Returns true if separation will run on something faster than the CPU, and false if that is unknown.
 
     Inline, so that an arm64 build for macOS decides at compile time.
 */

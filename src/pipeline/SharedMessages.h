@@ -2,7 +2,7 @@
 
 #include <juce_core/juce_core.h>
 
-/** Messages to the user that several jobs share. */
+/** Messages for the user that several jobs share. */
 namespace messages
 {
 
@@ -15,7 +15,7 @@ inline constexpr auto endedEarly = "Unexpected error: the job ended early.\nClos
 
 inline constexpr auto downloadFailed = "YouTube download failed. Check the URL and your connection.";
 
-/** @returns the message, a blank line and the end of what the worker printed */
+/** @returns the message, a blank line and the end of the worker's output */
 juce::String withQuote (const juce::String& message, const juce::String& workerOutput);
 
 } // namespace messages

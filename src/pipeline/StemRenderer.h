@@ -9,8 +9,8 @@
 
 /** The last stage of a run: turns each audio file into a finished WAV file.
 
-    Reads, changes and writes one file after the other, each as a whole in memory. The output keeps its file's sample
-    rate, unless the configuration sets one, and its number of channels.
+    Renders one file at a time, and holds all of its audio in memory. The output has the file's number of channels, and
+    its sample rate unless the configuration sets one.
 */
 class StemRenderer
 {
@@ -26,8 +26,8 @@ public:
     struct Job
     {
         std::vector<Entry> entries; /**< in the order of rendering */
-        double ratio = 1.0;         /**< from 0.25 to 4, of the speed; of the pitch with AdjustMode::Key */
-        juce::String baseName;      /**< the song's name, with which each output file's name begins */
+        double ratio = 1.0;         /**< of the speed, or with AdjustMode::Key of the pitch; 0.25 to 4 */
+        juce::String baseName;      /**< the song's name, which begins each output file's name */
         juce::String statusSuffix;  /**< appended to every status text */
         juce::File outDir;          /**< exists */
     };
@@ -56,8 +56,9 @@ private:
     bool renderFile (juce::AudioFormatManager& formats, const Entry& entry, juce::String& message);
     bool changesSpeed() const;
 
-    /** @returns the most samples per channel that any step of the rendering holds, its source and its result together
-     */
+    /** @returns the most samples per channel that any step of the rendering holds in memory, its input and its output
+        together
+    */
     double samplesHeldAtOnce (const juce::AudioFormatReader& reader, double targetRate) const;
     juce::AudioBuffer<float> changeSpeed (juce::AudioBuffer<float> buffer) const;
 

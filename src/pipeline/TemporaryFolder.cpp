@@ -11,7 +11,7 @@ static juce::File parentFolder()
     return juce::File::getSpecialLocation (juce::File::tempDirectory).getChildFile ("Kelvane");
 }
 #else
-/** Creates a folder that only this user can open, or closes an existing folder of this user's to all others.
+/** Creates a folder that only this user can open, or closes the user's existing folder to all others.
     @returns false if the name belongs to something else, such as another user's folder or a link
 */
 static bool makePrivate (const juce::File& folder)

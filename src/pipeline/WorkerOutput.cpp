@@ -28,7 +28,7 @@ juce::String readAllOutput (juce::ChildProcess& child)
     {
         const auto numBytes = child.readProcessOutput (buffer.data(), static_cast<int> (buffer.size()));
 
-        // Decoded as a whole, because a block can end in the middle of a character.
+        // Decode everything at once, because a block can end in the middle of a character.
         if (numBytes < 1)
             return decodeUtf8 (bytes);
 

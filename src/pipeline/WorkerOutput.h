@@ -20,13 +20,13 @@ using LineCallback = std::function<void (const juce::String&)>;
 /** Reads a child process's output until the process closes it. */
 juce::String readAllOutput (juce::ChildProcess& child);
 
-/** Splits off complete lines. A carriage return ends a line as well as a line feed, so that each redraw of a progress
-    bar is a line. Lines are decoded as UTF-8 and trimmed; blank lines are dropped.
+/** Splits off complete lines. A carriage return ends a line too, so that each redraw of a progress bar is a line.
+    Lines are decoded as UTF-8 and trimmed; blank lines are dropped.
 
-    @param pending  the bytes read so far; an unfinished line remains
+    @param pending  the bytes that were read but not yet split; an unfinished line remains
     @param output   receives each line as UTF-8, followed by a line feed
     @param onLine   called with each line; may be empty
-    @param flush    take the unfinished line as well
+    @param flush    true to take the unfinished line as well
 */
 void splitLines (std::string& pending, std::string& output, const LineCallback& onLine, bool flush);
 

@@ -70,7 +70,7 @@ static juce::String makeAbsolute (const juce::String& path)
     return fileInFolder (juce::File::getCurrentWorkingDirectory(), path).getFullPathName();
 }
 
-/** Leaves an entry unchanged if it names no existing file, like a URL. A path may follow an index's name and "=". */
+/** Leaves an entry unchanged if it names no existing file, as a URL does. An index's path may follow a name and "=". */
 static juce::String makeEntryAbsolute (const juce::String& entry)
 {
     for (const auto& path : { entry, entry.fromFirstOccurrenceOf ("=", false, false) })

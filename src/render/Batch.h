@@ -18,13 +18,15 @@ public:
 protected:
     explicit Batch (const std::vector<Song>& songs);
 
-    /** Starts the work on a song, which ends with a call of songFinished, even if it cannot start. */
+    /** Starts the work on a song. The work ends with a call to songFinished(), even if it cannot start. */
     virtual void startSong (const Song& song) = 0;
 
-    /** Cancels the current song. Called once; the song still calls songFinished. */
+    /** Cancels the work on the current song, which still ends with a call to songFinished(). Called at most once. */
     virtual void cancelSong() = 0;
 
-    /** @param message  the reason for a failure; empty after a success */
+    /** Ends the work on the current song, and starts the next one unless this was the last or the batch is cancelled.
+        @param message  the reason for a failure; empty after a success
+    */
     void songFinished (const juce::String& message);
 
     /** @returns the text, preceded by the current song's name if there are several songs */

@@ -8,7 +8,7 @@
 
 BatchAnalyzer::BatchAnalyzer (const std::vector<Song>& songsToUse) : Batch (songsToUse) {}
 
-/** @returns the message for the user if standard output cannot be written, or else nothing */
+/** @returns the message for the user if standard output cannot be written; otherwise an empty string */
 static juce::String printResult (const Song& song, double bpm, int key)
 {
     auto* const result = new juce::DynamicObject();

@@ -2,7 +2,7 @@
 
 #include "pipeline/SharedMessages.h"
 
-/** A batch needs songs. A preparation has one placeholder, without a file or a URL. */
+/** A batch needs a song, so a preparation has a placeholder without a file or a URL. */
 static const std::vector<Song>& onePlaceholder()
 {
     static const std::vector<Song> songs (1);

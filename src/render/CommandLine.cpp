@@ -182,7 +182,7 @@ juce::String parseBits (const juce::String& text, PipelineConfig& settings)
     return {};
 }
 
-/** juce::File would take a leading tilde for a home folder, and a path above the root for a relative one. */
+/** Makes a path absolute. juce::File would misread a leading tilde, and a path that goes above the root. */
 juce::File resolvePath (const juce::String& path)
 {
     const auto toPath = [] (const juce::String& text)
@@ -277,7 +277,7 @@ public:
     }
 
 private:
-    /** --help and --version override all other arguments. */
+    /** --help and --version end the parsing, so later arguments are not even checked. */
     bool isDone() const
     {
         return result.action == CommandLine::Action::showHelp || result.action == CommandLine::Action::showVersion;

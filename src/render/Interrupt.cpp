@@ -16,7 +16,7 @@ static void handle (int)
 
 void listen()
 {
-    // Shells let background jobs ignore Ctrl-C; these keep ignoring it.
+    // Shells start background jobs with Ctrl-C ignored. Keep ignoring it there.
     if (std::signal (SIGINT, handle) == SIG_IGN)
         std::signal (SIGINT, SIG_IGN);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-/** Ctrl-C on the console. */
+/** Detects Ctrl-C on the console. */
 namespace interrupt
 {
 

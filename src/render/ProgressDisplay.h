@@ -2,7 +2,7 @@
 
 #include <juce_core/juce_core.h>
 
-/** Shows progress on standard output: on a terminal as a bar on one line, which is redrawn, and elsewhere as a line for
+/** Shows progress on standard output: on a terminal, as a bar that is redrawn on one line; elsewhere, as a line for
     each status.
 */
 class ProgressDisplay

@@ -11,8 +11,8 @@
 /** Opens a dialog for one file or folder, the desktop's own if there is one, and returns at once.
 
     On Linux JUCE passes the start folder to the desktop's dialog by changing the working directory of the whole
-    program, which the workers inherit. The dialog's process has started when launchAsync() returns, so the working
-    directory is restored then.
+    program, which the workers inherit. The dialog's process has started by the time launchAsync() returns, so the
+    working directory is restored then.
 
     @param chooser     keeps the dialog open; a dialog that it already holds is closed
     @param patterns    the file names to show, such as "*.wav;*.flac"; empty for all

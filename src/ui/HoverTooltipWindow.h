@@ -14,7 +14,7 @@ public:
     HoverTooltipWindow (juce::Component& parent, int delayMilliseconds)
         : juce::TooltipWindow (&parent, delayMilliseconds)
     {
-        // A global listener is also called while the mouse is outside the window.
+        // A global listener would also be called while the mouse is outside the window.
         juce::Desktop::getInstance().removeGlobalMouseListener (this);
         parent.addMouseListener (this, true);
         sleep();

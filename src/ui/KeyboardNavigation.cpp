@@ -114,7 +114,7 @@ void KeyboardNavigation::updateOutline()
     if (isInside)
         lastFocused = focused;
 
-    // The outline is made in the parent of its first owner, and stays there until the owner is null.
+    // JUCE creates the outline in the parent of its first owner, and leaves it there until the owner is null.
     outline.setOwner (nullptr);
     outline.setOwner (shown ? focused : nullptr);
 }

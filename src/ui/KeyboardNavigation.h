@@ -2,7 +2,7 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** Draws an outline around the focused control and makes Space act like Return, which JUCE's controls lack.
+/** Draws an outline around the focused control and makes Space act like Return. JUCE's controls do neither.
 
     The outline appears with a key press that the control does not handle itself, such as Tab, and disappears with the
     next mouse click. After a dialog, the focus returns to the control that had it.

@@ -4,9 +4,9 @@
 
 #include <juce_gui_basics/juce_gui_basics.h>
 
-/** A progress bar without a timer while nothing runs.
+/** A progress bar whose timer runs only during a run.
 
-    juce::ProgressBar checks its value 33 times a second while it is visible, and repaints each time when it is full.
+    juce::ProgressBar checks its value 33 times a second while it is visible. Once full, it also repaints each time.
 */
 class RunProgressBar : public juce::ProgressBar
 {

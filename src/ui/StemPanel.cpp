@@ -13,7 +13,7 @@ void setUpCpuNotice (juce::Label& notice)
 {
     notice.setText ("Heads-up: separation runs on the CPU and can take several minutes per song on this machine.",
                     juce::dontSendNotification);
-    notice.setTooltip (notice.getText()); // a window of little height cuts the text off
+    notice.setTooltip (notice.getText()); // the text does not fit if the window is small
     notice.setColour (juce::Label::textColourId, theme::textDim);
     notice.setFont (juce::Font (juce::FontOptions (11.0f)));
     notice.setJustificationType (juce::Justification::topLeft);

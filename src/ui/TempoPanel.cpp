@@ -151,7 +151,7 @@ void TempoPanel::setUpAnalysis()
     }
 }
 
-/** Sets the order explicitly: JUCE sorts by the top edge, and the boxes in a row are lower than the toggles. */
+/** Sets the order explicitly, because JUCE sorts by the top edge, and a row's boxes start lower than its toggle. */
 void TempoPanel::setReadingOrder()
 {
     const std::initializer_list<juce::Component*> readingOrder {

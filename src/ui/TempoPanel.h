@@ -28,7 +28,7 @@ public:
     /** Shows a detected tempo and key, uses them as the source values and turns both Auto toggles off.
 
         @param bpm   shown with one decimal place
-        @param key   an index into PipelineConfig::keyNames; limited to the table
+        @param key   an index into PipelineConfig::keyNames; clamped to its range
     */
     void setAnalysisResult (double bpm, int key);
 

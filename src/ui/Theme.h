@@ -2,7 +2,7 @@
 
 #include <juce_graphics/juce_graphics.h>
 
-/** The palette. Resources/Background.svg has the colours of the stripes. */
+/** The palette. The colours of the background's stripes are in Resources/Background.svg. */
 namespace theme
 {
 

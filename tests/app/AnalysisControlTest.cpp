@@ -87,7 +87,7 @@ TEST_F (AnalysisControlTest, DownloadsALinkOnlyOnce)
     EXPECT_TRUE (takeDialogs().startsWith ("i Pipeline complete"));
     expectAnalysis (analyzing, 1);
 
-    // If the file is missing, a run downloads the song again, for itself alone.
+    // If the downloaded file is missing, a run downloads the song again, but does not keep the file for an analysis.
     EXPECT_TRUE (juce::File (arguments ("analyze.py")
                                  .fromFirstOccurrenceOf ("py|", false, false)
                                  .upToFirstOccurrenceOf ("|", false, false))

@@ -27,7 +27,7 @@ protected:
         return dynamic_cast<Child&> (*window->findChildWithID (id));
     }
 
-    /** Compares the window with a picture of it. After a change on purpose, keep the new picture in its place. */
+    /** Compares the window with a picture. After an intended change, replace the picture with the one saved here. */
     void expectToLookLike (const juce::File& picture)
     {
         const auto image = window->createComponentSnapshot (window->getLocalBounds());
@@ -57,9 +57,9 @@ protected:
     std::optional<MainComponent> window { std::in_place };
 };
 
-TEST_F (MainComponentTest, LooksAsItDid)
+TEST_F (MainComponentTest, LooksLikeItsPictures)
 {
-    // Systems and versions of JUCE place texts differently.
+    // The position of text depends on the system and on JUCE's version.
     const auto pictures = juce::File (KELVANE_PICTURES)
                               .getChildFile (juce::SystemStats::getOperatingSystemName())
                               .getChildFile (juce::SystemStats::getJUCEVersion());

@@ -6,7 +6,7 @@
 #include <optional>
 #include <utility>
 
-/** The window without a screen.
+/** Runs the window without a screen.
 
     The message thread waits for the test, except in deliverMessages(), eventually() and the functions that call them.
 */
@@ -37,7 +37,7 @@ protected:
     juce::String status() { return child<juce::Label> ("statusLabel").getText(); }
     juce::String detected() { return tempo().detectedBpmLabel.getText() + " " + tempo().detectedKeyLabel.getText(); }
 
-    /** The dialogs since the last call: "!" for a warning or "i", the title and the text of each. */
+    /** @returns the dialogs since the last call, each as "!" (warning) or "i" (information), title and text */
     juce::String takeDialogs() { return std::exchange (dialogs, {}).joinIntoString ("|"); }
 
     static void click (juce::Button& button)
@@ -70,14 +70,14 @@ protected:
         return eventually ([this] { return isIdle() && analyze().isEnabled() && ! hasThread(); });
     }
 
-    /** Clicks a button, and waits for the end of its job. */
+    /** Clicks a button and waits until its job has ended. */
     void run (juce::Button& button)
     {
         click (button);
         ASSERT_TRUE (jobsEnd());
     }
 
-    /** Waits for the end of a job that has made a file, without delivering its messages. */
+    /** Waits until a job has made a file and ended, without delivering its messages. */
     static void waitForThread (const juce::File& file)
     {
         for (auto waited = 0; waited < 60000 && (! file.existsAsFile() || hasThread()); waited += 10)

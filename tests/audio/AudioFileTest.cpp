@@ -58,7 +58,7 @@ TEST_F (AudioFileTest, ClipsIntegersButNotFloats)
     }
 }
 
-TEST_F (AudioFileTest, ReplacesAnOlderFileButNoFolder)
+TEST_F (AudioFileTest, ReplacesAFileButNotAFolder)
 {
     const auto buffer = signals::noise (6, 3000);
     const auto file = folder.getChild ("again.wav");
@@ -157,7 +157,7 @@ TEST_F (FFmpegAudioFormatTest, ReadsTheSamplesThatTheEncoderReceived)
 
 TEST_F (FFmpegAudioFormatTest, ReadsAllFramesOfAnUntaggedMp3)
 {
-    constexpr auto delay = 1105, frame = 1152; // of the decoder and the encoder
+    constexpr auto delay = 1105, frame = 1152; // in samples; the delay is that of encoder and decoder together
 
     const auto audio = read (encoded ("untagged.mp3"));
     EXPECT_EQ (audio.getNumSamples(), (numSamples + delay + frame - 1) / frame * frame);
@@ -189,7 +189,7 @@ TEST_F (FFmpegAudioFormatTest, KeepsUndamagedPartsInPlace)
     EXPECT_EQ (open (damaged (mp3, [] (auto& bytes) { bytes.fillWith (0x55); })), nullptr);
 }
 
-TEST_F (FFmpegAudioFormatTest, RecognizesAFileByItsContent)
+TEST_F (FFmpegAudioFormatTest, RecognisesAFileByItsContent)
 {
     const auto misnamed = folder.getChild ("song.wav"), list = folder.getChild ("list.mp3");
     ASSERT_TRUE (encoded ("tagged.mp3").copyFileTo (misnamed));

@@ -44,7 +44,7 @@ TEST (TimeStretchTest, RefusesAResultLongerThanABufferCanBe)
     EXPECT_THROW (stretch::timeStretch (signals::noise (1, 8192), 300'000.0), std::bad_alloc);
 }
 
-TEST (TimeStretchTest, GivesTheBitsOfPlainLoopsOnEveryBackend)
+TEST (TimeStretchTest, MatchesPlainLoopsBitForBitOnEveryBackend)
 {
 #if JUCE_64BIT && (JUCE_INTEL || JUCE_ARM)
     EXPECT_STRNE (stretch::fastestSearchBackend().name, "plain");

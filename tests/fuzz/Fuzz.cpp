@@ -1,4 +1,4 @@
-// The entry of libFuzzer. KELVANE_FUZZ_TARGET names the target.
+// The entry point for libFuzzer. The environment variable KELVANE_FUZZ_TARGET names the target.
 
 #include "fuzz/FuzzTargets.h"
 

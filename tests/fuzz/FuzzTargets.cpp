@@ -52,7 +52,7 @@ static void readSong (std::string_view bytes)
         reader->read (&block, 0, block.getNumSamples(), start, true, true);
 }
 
-/** The first byte says how the rest arrives: in blocks of that size. */
+/** The first byte is the size of the blocks in which the others arrive. */
 static void readWorkerOutput (std::string_view bytes)
 {
     if (bytes.empty())

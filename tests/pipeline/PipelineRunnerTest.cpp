@@ -112,7 +112,7 @@ TEST_F (PipelineRunnerTest, RendersNoMoreFilesAfterACancellation)
     EXPECT_EQ (numFiles(), 2);
 }
 
-TEST_F (PipelineRunnerTest, RefusesASongLongerThanMemoryBeforeItIsRead)
+TEST_F (PipelineRunnerTest, RefusesASongLargerThanMemoryBeforeReadingIt)
 {
     const auto memory = juce::SystemStats::getMemorySizeInMegabytes() * 1024.0 * 1024.0;
     const auto numBytes = static_cast<juce::int64> (memory / 50.0), headerSize = song.getSize() - 4 * 20000;
@@ -191,7 +191,7 @@ TEST_F (PipelineRunnerTest, CompletesOnceWheneverItIsCancelled)
     runner->cancel();
     runner->run();
     waitForCompletion();
-    EXPECT_EQ (message, "! Cancelled.") << "a failed run was cancelled too";
+    EXPECT_EQ (message, "! Cancelled.") << "a cancellation takes precedence over a failure";
 }
 
 TEST_F (PipelineRunnerTest, RunsAllThreeWorkersAndShowsTheirProgress)

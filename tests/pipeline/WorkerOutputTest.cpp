@@ -17,9 +17,9 @@ TEST (WorkerOutputTest, ReplacesIllFormedSequences)
     using namespace std::string_view_literals;
 
     for (const auto& [bytes, numReplaced] : {
-             std::pair ("\x80 \xbf \xc3 \xc3"sv, 4),                             // no or lone continuations
-             { "\xe6\x97 \xe6 \xf0\x9f\x8e"sv, 6 },                              // cut short
-             { "\xc0\x80 \xc1\xbf \xe0\x9f\xbf \xf0\x8f\xbf\xbf"sv, 11 },        // longer than needed
+             std::pair ("\x80 \xbf \xc3 \xc3"sv, 4),                             // missing or stray continuation bytes
+             { "\xe6\x97 \xe6 \xf0\x9f\x8e"sv, 6 },                              // truncated
+             { "\xc0\x80 \xc1\xbf \xe0\x9f\xbf \xf0\x8f\xbf\xbf"sv, 11 },        // overlong
              { "\xed\xa0\x80 \xf4\x90\x80\x80 \xf5\x80\x80\x80 \xfe\xff"sv, 13 } // not characters
          })
         EXPECT_EQ (decodeUtf8 (bytes).retainCharacters (juce::String::charToString (0xfffd)).length(), numReplaced);

@@ -7,7 +7,7 @@
 
 /** A song, and shell scripts in place of uv and the workers.
 
-    The script of a worker gets "run" as $1, the worker's path as $2 and its arguments from $3.
+    A worker's shell script receives "run" as $1, the worker's path as $2 and the arguments from $3 on.
 */
 class JobFixture : public MessageThreadTest
 {
@@ -34,7 +34,7 @@ protected:
 
     void setWorker (const juce::String& name, const juce::String& body) { write (name + ".sh", body + "\n"); }
 
-    /** Makes analyze.py detect a tempo and the key D. */
+    /** Makes analyze.py report a tempo and the key D. */
     void setDetection (double bpm)
     {
         setWorker ("analyze.py", "echo 'RESULT::{\"bpm\": " + juce::String (bpm) + ", \"key_index\": 2}'");
@@ -61,7 +61,7 @@ protected:
 
     juce::int64 numStarts (const juce::String& worker) const { return file (worker + ".starts").getSize(); }
 
-    /** @returns the arguments of the worker's last start, joined by bars */
+    /** @returns the arguments of the worker's last start, separated by vertical bars */
     juce::String arguments (const juce::String& worker) const
     {
         return file (worker + ".args").loadFileAsString().trim().replaceCharacter ('\n', '|');

@@ -10,7 +10,7 @@
 class PanelTest : public MessageThreadTest
 {
 protected:
-    /** @returns a digit for each child in its order: 1 if it is enabled, or 0 if it is also dimmed */
+    /** @returns a digit for each child, in order: 1 if it is enabled, 0 if it is disabled and dimmed */
     static juce::String availability (const juce::Component& panel)
     {
         juce::String digits;
