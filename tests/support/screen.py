@@ -136,7 +136,7 @@ class Screen:
         self.display.sync()
 
     def picture_of(self, window: str) -> np.ndarray:
-        """Returns the pixels of a window, or of the screen for "root", of shape (height, width, 3): RGB from 0 to 255."""
+        """Returns the pixels of a window, or of the screen for "root". Shape (height, width, 3), RGB, from 0 to 255."""
         drawable = self._object(window)
         size = drawable.get_geometry()
         image = drawable.get_image(0, 0, size.width, size.height, X.ZPixmap, 0xFFFFFFFF)
