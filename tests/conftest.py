@@ -1,4 +1,4 @@
-"""Fixtures for the tests of both the workers and the programs."""
+"""Provides fixtures for the tests of the workers and of the programs."""
 
 import json
 import os
@@ -9,13 +9,13 @@ from pathlib import Path
 import pytest
 from hypothesis import HealthCheck, settings
 
-# The variable is meant for the tests' own files. The workers' packages are compiled once, as for a user.
+# This variable is meant for the tests' own files. Workers must cache bytecode, as they do for a user.
 os.environ.pop("PYTHONDONTWRITEBYTECODE", None)
 
 from loopback import Loopback
 from workers import ROOT, provide
 
-# Hypothesis tries the same few examples each time, or with HYPOTHESIS_PROFILE=long many others.
+# By default, Hypothesis tries the same few examples each time. HYPOTHESIS_PROFILE=long tries many random ones.
 settings.register_profile(
     "default", database=None, deadline=None, derandomize=True, max_examples=50, suppress_health_check=list(HealthCheck)
 )
@@ -25,7 +25,7 @@ settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "default"))
 
 @pytest.fixture(scope="session")
 def hub(tmp_path_factory: pytest.TempPathFactory) -> Path:
-    """Returns a folder for HF_HOME with a tiny untrained model instead of htdemucs."""
+    """Returns a folder for HF_HOME that has a tiny untrained model under the name htdemucs."""
     folder = tmp_path_factory.mktemp("hub")
     python = provide("separate.py")
     subprocess.run([python, ROOT / "tests" / "support" / "make_checkpoint.py", folder], check=True)
@@ -34,7 +34,7 @@ def hub(tmp_path_factory: pytest.TempPathFactory) -> Path:
 
 @pytest.fixture
 def model_hub(hub: Path) -> Iterator[str]:
-    """Yields the address of a local hub that has this model."""
+    """Yields the address of a local model hub that has the tiny model."""
     files = {path.name: path.read_bytes() for path in hub.rglob("*") if path.suffix}
     listing = {"id": "adefossez/HTDemucs", "siblings": [{"rfilename": name} for name in files]}
     with Loopback(lambda path: files.get(path.rpartition("/")[2]) or json.dumps(listing).encode()) as server:

@@ -4,7 +4,7 @@
 # ///
 """Composes the demo song: twelve bars in D minor at 112 BPM for drums, bass, pad and lead.
 
-All randomness is seeded, so that every run gives the same song.
+The noise is seeded, so every run produces the same song.
 
     uv run Resources/demo/compose.py Resources/demo/kelvane-demo.ogg
 """
@@ -25,14 +25,14 @@ TAIL_SECONDS = 1.5
 
 Signal = np.ndarray
 
-# The chord of a bar: bass note and pad, as MIDI notes. The C sharp in A7 resolves to D.
+# Each chord has a bass note and the notes of the pad, as MIDI note numbers. The C sharp in A7 resolves to D.
 D_MINOR = (38, (62, 65, 69))
 G_MINOR = (43, (62, 67, 70))
 B_FLAT = (34, (62, 65, 70))
 A_SEVEN = (33, (61, 64, 67))
 CHORDS = [D_MINOR, D_MINOR, G_MINOR, D_MINOR, B_FLAT, G_MINOR, A_SEVEN, D_MINOR, D_MINOR, G_MINOR, A_SEVEN, D_MINOR]
 
-# The lead, in phrases of two bars: (beat, length in beats, MIDI note).
+# The lead plays phrases of two bars. A note is (beat, length in beats, MIDI note number).
 PHRASE_CALL = [(0, 1, 74), (1, 0.5, 77), (1.5, 0.5, 76), (2, 1.5, 74), (4, 0.5, 74), (4.5, 0.5, 72), (5, 2, 69)]
 PHRASE_ANSWER = [(0, 1, 70), (1, 0.5, 74), (1.5, 1.5, 79), (3.5, 0.5, 77), (4, 1, 77), (5, 0.5, 76), (5.5, 2, 74)]
 PHRASE_CLOSE = [(0, 1, 76), (1, 0.5, 73), (1.5, 0.5, 76), (2, 1.5, 79), (4, 0.5, 77), (4.5, 0.5, 76), (5, 3, 74)]
@@ -55,7 +55,7 @@ def envelope(seconds: float, attack: float, release: float) -> Signal:
 
 
 def harmonics(note: float, seconds: float, count: int, slope: float) -> Signal:
-    """Adds up the first harmonics, each divided by its number to the power of slope."""
+    """Sums the first harmonics of a note, up to count of them. Harmonic n has the amplitude 1 / n**slope."""
     t, base = times(seconds), frequency(note)
     numbers = [n for n in range(1, count + 1) if n * base < 0.4 * RATE]
     return sum(np.sin(2 * np.pi * n * base * t) / n**slope for n in numbers)
@@ -96,7 +96,7 @@ def lead(note: int, beats: float) -> Signal:
 
 
 def drum_hits() -> Iterator[tuple[float, Signal, float, float]]:
-    """Yields the beat, sound, gain and panorama from left (-1) to right (1) of every hit."""
+    """Yields the beat, sound, gain and pan position, from left (-1) to right (1), of every hit."""
     noise = np.random.default_rng(112)
     for bar in range(BARS):
         first = bar * BEATS_PER_BAR

@@ -6,7 +6,8 @@
 # ///
 """Detects a song's tempo and key.
 
-Arguments: AUDIO [--bpm] [--key]. Prints RESULT:: and a JSON object with "bpm", "key_index" (0 to 11, from C), or both.
+Arguments: AUDIO [--bpm] [--key]. Prints RESULT:: and a JSON object with "bpm", "key_index" (0 for C to 11 for B), or
+both.
 """
 
 import json
@@ -15,7 +16,7 @@ import sys
 from pathlib import Path
 from typing import TYPE_CHECKING
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run resets it
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run allows bytecode again
 import worker
 
 worker.end_with_uv()
@@ -24,17 +25,17 @@ from installation import environment
 if TYPE_CHECKING:
     import numpy as np
 
-# The first minutes show tempo and key; reading an hour would take a minute.
+# Four minutes are enough to detect tempo and key; an hour of audio would take a minute to read.
 _MAX_SECONDS = 240
-_SILENCE = 1e-4  # -80 dB of full scale
-_HIGHEST_CEILING = 1e15  # with louder samples, sums of squares overflow 32-bit floats
+_SILENCE = 1e-4  # -80 dBFS
+_HIGHEST_CEILING = 1e15  # above it, sums of squares overflow 32-bit floats
 
 
 def main(arguments: list[str]) -> None:
     environment.enter(Path(__file__))
     path, *wanted = arguments
-    os.environ["OPENBLAS_NUM_THREADS"] = "1"  # before NumPy loads: its idle threads only cost time
-    import numpy  # noqa: F401  # first, so that its bytecode is kept
+    os.environ["OPENBLAS_NUM_THREADS"] = "1"  # set before NumPy loads; OpenBLAS's idle threads only cost time
+    import numpy  # noqa: F401  # imported here, so that its bytecode is cached
 
     with worker.without_bytecode():
         from detection.key import detect_key
@@ -55,12 +56,12 @@ def _samples(path: str) -> "np.ndarray":
     from detection.spectrum import RATE
 
     channels = np.nan_to_num(worker.read_audio(path, RATE, "stereo", _MAX_SECONDS), posinf=0, neginf=0)
-    # Without a ceiling, a single damaged sample would drown out all others.
+    # Clip: otherwise a single damaged sample could drown out all others.
     common = float(np.quantile(np.abs(channels[:, ::16]), 0.99)) if channels.size else 0
     ceiling = min(100 * common or _HIGHEST_CEILING, _HIGHEST_CEILING)
     left, right = channels.clip(-ceiling, ceiling)
     middle = (left + right) / 2
-    samples = middle if np.std(middle) > 0.1 * np.std(left) else left  # opposite channels cancel out
+    samples = middle if np.std(middle) > 0.1 * np.std(left) else left  # channels of opposite polarity cancel out
     name = os.path.basename(path)
 
     if len(samples) < RATE:

@@ -1,4 +1,4 @@
-"""Locks between processes, on files. A lock ends with the process that holds it, however that ends."""
+"""Locks files between processes. The system releases a lock when the process that holds it ends, even by a crash."""
 
 import os
 import sys
@@ -9,7 +9,7 @@ from typing import IO
 
 
 def take(path: Path, *, shared: bool = False, on_wait: Callable[[], None] = lambda: None) -> IO[bytes]:
-    """Locks a file, which is created if necessary, and returns it. Closing it releases the lock.
+    """Locks a file, creating it if necessary, and returns it. Closing it releases the lock.
 
     Calls on_wait once if another process holds the lock. The holder of an exclusive lock may delete the file. Raises
     OSError if the file cannot be opened.

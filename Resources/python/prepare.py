@@ -3,9 +3,9 @@
 # ///
 """Fetches everything that the workers need: their packages and the model.
 
-prepare.py                prints what has to be fetched, as "[plan] Stems: 280 MB to fetch", then the progress
+prepare.py                fetches everything. On Linux, first prints what is missing: "[plan] Stems: 280 MB to fetch"
 prepare.py SCRIPT         fetches the packages of one worker and prints the interpreter that has them
-prepare.py --model NAME   fetches a model, run by the interpreter of separate.py
+prepare.py --model NAME   fetches a model. Needs an interpreter that has the packages of separate.py
 """
 
 import os
@@ -14,7 +14,7 @@ import sys
 from functools import partial
 from pathlib import Path
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run resets it
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run allows bytecode again
 import worker
 
 worker.end_with_uv()
@@ -62,7 +62,7 @@ def _size(environment: Environment) -> str:
 
 
 def _provide(script: Path, progress: SetupProgress) -> Path:
-    """Returns the interpreter that has the script's packages, which are installed if they are missing."""
+    """Installs the script's packages if they are missing, and returns the interpreter that has them."""
     if sys.platform == "linux":
         return Environment(script).provide(progress)
     uv = uv_tool.Uv(_SCRIPTS)
@@ -73,7 +73,7 @@ def _provide(script: Path, progress: SetupProgress) -> Path:
 def _fetch_model(python: Path) -> None:
     begin = partial(worker.begin_child, os.getpid()) if sys.platform == "linux" else None
     command = [python, __file__, "--model", _MODEL]
-    environment = {name: value for name, value in os.environ.items() if name != "UV"}  # uv does not start this child
+    environment = {name: value for name, value in os.environ.items() if name != "UV"}  # uv is not the child's parent
     done = subprocess.run(command, stdin=subprocess.DEVNULL, preexec_fn=begin, env=environment)
     if done.returncode != 0:
         sys.exit(1)  # the child has printed the reason

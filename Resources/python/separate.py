@@ -13,8 +13,8 @@
 # ///
 """Splits a song into stems with Demucs. Arguments: the song, a folder, --model NAME, --stems A,B,…
 
-Writes each requested stem into the folder as 32-bit float WAV, at Demucs' own level, and prints progress as
-" 12%|#         |". All stems go into the user's cache, where the next run finds them.
+Writes each requested stem into the folder as unscaled 32-bit float WAV, and prints progress as " 12%|#         |". Also
+keeps all stems in the user's cache, where the next run finds them.
 """
 
 import argparse
@@ -25,7 +25,7 @@ from collections.abc import Iterable
 from pathlib import Path
 from typing import TYPE_CHECKING
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run resets it
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run allows bytecode again
 import worker
 
 worker.end_with_uv()
@@ -70,16 +70,16 @@ def _separate(song: DecodedSong, options: argparse.Namespace, key: str | None, c
             known = ", ".join(model.sources)
             raise worker.WorkerError(f'The {options.model} model has no stem "{stem}": choose from {known}.')
 
-    key = key or stem_key(song.digest, options.model)  # there is none until the model has been fetched
+    key = key or stem_key(song.digest, options.model)  # None until the model has been fetched
     blocks = demucs_runner.separate(model, song)
     with cache.new_entry(key, len(model.sources) * file_size(song.num_samples)) as entry:
         _write(blocks, model.sources, song.num_samples, options.stems, options.folder, entry)
 
 
 def _tune() -> None:
-    """Sets options that libraries read when they load."""
-    os.environ.setdefault("OMP_WAIT_POLICY", "PASSIVE")  # spinning threads slow down other programs,
-    os.environ.setdefault("GOMP_SPINCOUNT", "10000")  # but GNU's threads wake up late if they never spin
+    """Sets how OpenMP's threads wait, before libraries load, and makes the C library keep freed memory."""
+    os.environ.setdefault("OMP_WAIT_POLICY", "PASSIVE")  # OpenMP's threads slow down other programs if they spin,
+    os.environ.setdefault("GOMP_SPINCOUNT", "10000")  # but GNU's wake up late if they never spin
 
     mallopt = getattr(ctypes.CDLL(None), "mallopt", None) if sys.platform == "linux" else None
     if mallopt is not None:  # keep the memory that torch frees: the kernel would have to clear each new page

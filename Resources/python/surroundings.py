@@ -1,15 +1,15 @@
 """Shields a worker from the user's other Python packages, and lets it trust the system's certificates.
 
-Imports only modules that Python has loaded before any script: PYTHONPATH could replace all others.
+Imports only modules that Python loads when it starts: PYTHONPATH could replace any other.
 """
 
 import os
 import sys
 
-# Marks every environment that Kelvane has installed.
+# A file of this name marks an environment that Kelvane has installed.
 RECEIPT = "installed-by-kelvane.txt"
 
-# Where Linux distributions keep the certificates that they and their administrators trust.
+# The certificates that Linux distributions and their administrators trust.
 _SYSTEM_CERTIFICATES = (
     "/etc/ssl/certs/ca-certificates.crt",  # Debian, Ubuntu, Arch
     "/etc/pki/ca-trust/extracted/pem/tls-ca-bundle.pem",  # Fedora
@@ -19,13 +19,16 @@ _SYSTEM_CERTIFICATES = (
 
 
 def is_in_own_environment() -> bool:
-    """Returns True if the packages were installed by Kelvane, or by uv for one of its scripts, not by the user."""
+    """Returns True in an environment made by Kelvane, or by uv for a script, and False in one of the user's own."""
     is_in_uv_cache = os.path.basename(os.path.dirname(sys.prefix)).startswith(("environments-", "builds-"))
     return is_in_uv_cache or os.path.exists(os.path.join(sys.prefix, RECEIPT))
 
 
 def ignore_pythonpath() -> None:
-    """Prevents packages of other software, perhaps for another Python, from replacing those of the environment."""
+    """Removes PYTHONPATH and its folders, unless the environment is the user's own.
+
+    Their packages belong to other software, perhaps for another Python, and would replace those of the environment.
+    """
     if not is_in_own_environment() or not (variable := os.environ.pop("PYTHONPATH", "")):
         return
     added = {os.path.normcase(os.path.abspath(folder)) for folder in variable.split(os.pathsep)}
@@ -38,8 +41,8 @@ def ignore_pythonpath() -> None:
 def trust_the_system() -> None:
     """Makes this process and uv trust the certificates that Linux trusts, unless the user names others.
 
-    Both come with a list of their own, which lacks the authority of a company's network. They fall back to it on a
-    system without certificates.
+    uv and Python's libraries come with lists of their own, which lack the certificate authority of a company's network.
+    On a system without certificates they fall back to these lists.
     """
     if sys.platform != "linux" or os.environ.get("SSL_CERT_FILE") or os.environ.get("SSL_CERT_DIR"):
         return

@@ -1,6 +1,6 @@
-"""Shared by the workers: starting and ending, printing, and decoding audio.
+"""Starts and ends a worker, prints for it and decodes audio.
 
-A worker imports this module first: that keeps other software's packages out of all later imports.
+A worker imports this module first, which keeps other software's packages out of all later imports.
 """
 
 import surroundings
@@ -31,7 +31,7 @@ if TYPE_CHECKING:
 # The program reads in blocks of this many bytes, and sees no line until a block is full.
 _BLOCK_SIZE = 8192
 
-# The sample rates that a song may state, in Hz. With others, a file of a few kilobytes could fill the disk or memory.
+# The sample rates that are accepted, in Hz. With any other, a file of a few kilobytes could fill the disk or memory.
 _LOWEST_RATE, _HIGHEST_RATE = 1000, 768_000
 
 # Formats that refer to other files, which may be endless.
@@ -52,12 +52,12 @@ class WorkerError(Exception):
 def run(main: Callable[[list[str]], None]) -> NoReturn:
     """Calls main with the command-line arguments and ends the process.
 
-    The exit status is 0, or 1 if main raises, after a last line with one plain sentence.
+    The exit status is 0, or 1 if main raises an exception. Then the last line is one plain sentence.
     """
     for stream in (sys.stdout, sys.stderr):
         stream.reconfigure(encoding="utf-8", errors="replace")  # type: ignore[union-attr]
 
-    sys.dont_write_bytecode = False  # for the packages, which are imported from here on
+    sys.dont_write_bytecode = False  # cache the bytecode of packages, which are imported from here on
     try:
         main(sys.argv[1:])
     except WorkerError as error:
@@ -82,7 +82,7 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
 
 @contextlib.contextmanager
 def without_bytecode() -> Iterator[None]:
-    """Leaves no __pycache__ beside the scripts when one of their modules is imported late."""
+    """Leaves no __pycache__ beside the scripts when their modules are imported within main."""
     sys.dont_write_bytecode = True
     try:
         yield
@@ -91,7 +91,7 @@ def without_bytecode() -> Iterator[None]:
 
 
 def damaged(environment: str) -> str:
-    """Returns the message for packages that are not as they were installed."""
+    """Returns the message for an environment whose packages are damaged."""
     return f"The installed packages are damaged: delete the folder {environment} and try again."
 
 
@@ -103,7 +103,7 @@ def _missing(package: str) -> str:
 
 
 def cache_folder() -> Path:
-    """Returns Kelvane's folder in the user's cache, which is created if necessary.
+    """Returns Kelvane's folder in the user's cache, creating it if necessary.
 
     Raises WorkerError if there is no home folder, or no permission to write there.
     """
@@ -123,13 +123,13 @@ def cache_folder() -> Path:
 
 
 def _users_cache() -> Path:
-    """Raises RuntimeError if there is no home folder."""
+    """Returns the user's cache folder. Raises RuntimeError if it needs a home folder and there is none."""
     cache = os.environ.get("LOCALAPPDATA" if sys.platform == "win32" else "XDG_CACHE_HOME", "")
     return Path(cache) if os.path.isabs(cache) else Path.home() / ".cache"
 
 
 def _end(status: int, last_line: str = "") -> NoReturn:
-    """Ends at once: libraries could take a long time to shut down, or print after the last line."""
+    """Ends the process at once: libraries could take a long time to shut down, or print after the last line."""
     try:
         if last_line:
             _print_plainly(last_line)
@@ -140,7 +140,7 @@ def _end(status: int, last_line: str = "") -> NoReturn:
 
 
 def say(*lines: str) -> None:
-    """Prints lines for the program to show at once. The blank line after them fills the program's block."""
+    """Prints lines that the program shows at once. The spaces after them fill the block that the program reads."""
     padding = "" if sys.stdout.isatty() else " " * _BLOCK_SIZE + "\n"
     _print_plainly(*lines)
     print(end=padding, flush=True)
@@ -153,7 +153,7 @@ def _print_plainly(*lines: str) -> None:
 
 
 def bar(fraction: float) -> str:
-    """Returns the line from which the program reads progress, from 0 to 1."""
+    """Returns the line from which the program reads the progress. fraction is from 0 to 1."""
     percent = int(100 * fraction)
     return f"{percent:3}%|{'#' * (percent // 10):<10}|"
 
@@ -162,9 +162,9 @@ def bar(fraction: float) -> str:
 
 
 def end_with_uv() -> None:
-    """Ends this process as soon as uv, its parent, has ended or nobody reads its output any more.
+    """Makes this process end as soon as uv, its parent, has ended or nobody reads its output any more.
 
-    Call it before anything else: importing a library takes a while, and uv may be killed meanwhile.
+    Call this before anything else: importing a library takes a while, and uv may be killed in the meantime.
     """
     signal.signal(signal.SIGINT, signal.SIG_DFL)
     parent = os.getppid()
@@ -195,13 +195,12 @@ def _has_lost_uv(parent: int) -> bool:
     if name == os.path.basename(os.environ["UV"])[:15]:
         return False
     with contextlib.suppress(OSError):
-        return not os.path.samefile(f"/proc/{parent}/exe", os.environ["UV"])  # the same if started through a link
+        return not os.path.samefile(f"/proc/{parent}/exe", os.environ["UV"])  # a link to uv may have another name
     return True
 
 
 def die_with_parent() -> None:
-    """Asks Linux to kill this process when its parent ends, even within a library's loop. Does nothing elsewhere.
-
+    """Asks Linux to kill this process when its parent ends, even while a library is busy. Other systems cannot.
     Children do not inherit this: start them with begin_child as preexec_fn.
     """
     if _prctl is not None:
@@ -210,9 +209,9 @@ def die_with_parent() -> None:
 
 
 def begin_child(parent: int) -> None:
-    """Makes a child process end with its parent, whose id is given."""
+    """Makes this process end with its parent, whose process ID is given. For use as preexec_fn."""
     die_with_parent()
-    if os.getppid() != parent:  # it had already ended
+    if os.getppid() != parent:  # the parent has already ended
         os._exit(1)
 
 
@@ -222,7 +221,7 @@ _prctl = ctypes.CDLL(None).prctl if sys.platform == "linux" else None
 def _wait_for_posix_parent(parent: int) -> None:
     poll_milliseconds = 250
     output = select.poll()
-    output.register(sys.stdout.fileno(), 0)  # errors, such as a reader that has gone, are always reported
+    output.register(sys.stdout.fileno(), 0)  # poll always reports errors, such as a reader that has gone
 
     while os.getppid() == parent:
         if any(event & select.POLLERR for _, event in output.poll(poll_milliseconds)):
@@ -275,7 +274,7 @@ def _formats() -> str:
 
 
 def _within_duration(container: "InputContainer") -> Iterator["av.AudioFrame"]:
-    """Drops the padding that MP4 encoders append beyond the stated duration."""
+    """Yields the decoded frames without the padding that MP4 encoders append after the stated duration."""
     seconds = stated_seconds(container)
     num_passed = 0
 
@@ -290,7 +289,7 @@ def _within_duration(container: "InputContainer") -> Iterator["av.AudioFrame"]:
 
 
 def stated_seconds(container: "InputContainer") -> Fraction | None:
-    """Returns the duration that an MP4 file states, or None for other formats, which guess it or state none."""
+    """Returns the duration that an MP4 file states, or None for other formats, where it is a guess or unknown."""
     stream = container.streams.best("audio")
     if "mp4" not in container.format.name or stream.duration is None:
         return None
@@ -327,19 +326,19 @@ def _decoded(container: "InputContainer") -> Iterator["av.AudioFrame"]:
 
 
 def _packets(container: "InputContainer") -> Iterator["av.Packet"]:
-    """Ends where a damaged container cannot be read any further."""
+    """Yields the packets of the main audio stream, as far as a damaged container can be read."""
     import av
 
     try:
         yield from container.demux(container.streams.best("audio"))
-    except av.error.OSError:  # the disk's failure
+    except av.error.OSError:  # the disk failed
         raise
     except av.error.FFmpegError:
         return
 
 
 def _silence(packet: "av.Packet") -> Iterator["av.AudioFrame"]:
-    """Replaces a packet that cannot be decoded, so that later packets keep their place."""
+    """Yields silence in place of a packet that cannot be decoded, so that later packets keep their place."""
     import av
 
     codec = packet.stream.codec_context

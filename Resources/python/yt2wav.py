@@ -11,7 +11,7 @@
 # [tool.uv]
 # exclude-newer = "2026-11-15T00:00:00Z"
 # ///
-"""Downloads a song from a link as WAV. Arguments: URL FOLDER. Prints WAV_PATH:: and the file's path."""
+"""Downloads the song at a link and converts it to WAV. Arguments: URL FOLDER. Prints WAV_PATH:: and the file's path."""
 
 import os
 import sys
@@ -21,7 +21,7 @@ import time
 from pathlib import Path
 from typing import Self
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run resets it
+sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run allows bytecode again
 import worker
 
 worker.end_with_uv()
@@ -60,7 +60,7 @@ def _download_wav(url: str) -> str:
         path = downloader.fetch(song)
 
         status.begin("Converting to WAV")
-        named = name + os.path.splitext(path)[1]  # so that a failure names the song
+        named = name + os.path.splitext(path)[1]  # so that error messages name the song
         os.rename(path, named)
         num_seconds = _write_wav(named, CONVERTED, status)
         _check_length(num_seconds, max(_stated_seconds(named), song.get("duration") or 0))
@@ -68,7 +68,7 @@ def _download_wav(url: str) -> str:
 
 
 class Status:
-    """The progress line that the program shows, repeated every half second: a wait must not look like a hang."""
+    """Prints the progress line every half second, so that a wait does not look like a hang."""
 
     _INTERVAL_SECONDS = 0.5
     _SILENCE_SECONDS = 2
@@ -85,7 +85,7 @@ class Status:
         self._say()
 
     def update(self, text: str, detail: str = "") -> None:
-        """Changes the line, which is shown the next time that it is printed."""
+        """Changes the line, and leaves printing it to the next repetition."""
         self._text, self._detail, self._updated = text, detail, time.monotonic()
 
     def __enter__(self) -> Self:

@@ -1,4 +1,4 @@
-"""Composes songs by fixed rules and chance, in the genres of genres.toml."""
+"""Composes songs in the genres of genres.toml, by fixed rules and random choices."""
 
 import tomllib
 from dataclasses import dataclass
@@ -77,7 +77,7 @@ GENRES = {
     name: Genre(**values)
     for name, values in tomllib.loads(Path(__file__).with_name("genres.toml").read_text(encoding="utf-8")).items()
 }
-# Genres that producers use most are chosen more often.
+# These genres are chosen more often than the others.
 COMMON = (
     "chorale",
     "melody",

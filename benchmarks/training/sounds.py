@@ -153,7 +153,7 @@ def trim(song: Song, samples: np.ndarray) -> np.ndarray:
 
 
 def treat(song: Song, samples: np.ndarray) -> tuple[np.ndarray, str]:
-    """Applies at most one treatment, such as mastering, noise or another tape speed, and returns its name, too."""
+    """Applies at most one treatment, such as mastering, noise or another tape speed. Also returns its name."""
     rng = song.rng
     samples = samples / max(np.abs(samples).max(), 1e-9)
     post = str(

@@ -78,7 +78,7 @@ def key_choice(samples: np.ndarray, row: dict[str, str]) -> Choice:
 
 
 def learn(choices: list[Choice], penalty: float, num_hidden: int) -> Weights:
-    """Returns the weights with the greatest likelihood, less penalty times their squared norm."""
+    """Returns the weights that maximize the mean log-likelihood minus penalty times their squared norm."""
     rows = np.concatenate([choice.features for choice in choices])
     is_right = np.concatenate([choice.is_right for choice in choices])
     starts = np.cumsum([0] + [len(choice.is_right) for choice in choices[:-1]])

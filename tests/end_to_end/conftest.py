@@ -1,4 +1,4 @@
-"""The finished programs, driven as a user or a script would drive them, in a folder of the test's own."""
+"""Provides fixtures that run the finished programs, as a user or a script would, in a folder for each test."""
 
 import os
 import shutil
@@ -22,7 +22,7 @@ Start = Callable[..., subprocess.Popen[bytes]]
 
 @pytest.fixture
 def environment(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> dict[str, str]:
-    """No display, and temporary files where the test can count them."""
+    """Returns variables without a display, and with a TMPDIR whose files the test can count."""
     monkeypatch.chdir(tmp_path)
     Path("temporary").mkdir()
     kept = {name: value for name, value in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")}
@@ -46,7 +46,7 @@ def rendered(song: str, out: Path = Path("out")) -> Path:
 
 @pytest.fixture
 def environment_with_workers(environment: dict[str, str], hub: Path) -> dict[str, str]:
-    """Provides what the workers need, offline except for the loopback interface."""
+    """Installs the workers' packages. Returns variables with a new cache for stems, and with the model hub offline."""
     for script in ("analyze.py", "yt2wav.py"):
         provide(script)
     cache = cache_without_stems(Path("own cache").absolute())
@@ -58,7 +58,7 @@ LINK = "/A%20Title%20%C3%A9%E6%97%A5.ogg"
 
 @pytest.fixture
 def site() -> Iterator[Loopback]:
-    """A site with the demo song, as LINK, and with one that stops arriving, as /stalled.ogg."""
+    """Serves the demo song as LINK, and a song that stops halfway as /stalled.ogg."""
     song = DEMO_SONG.read_bytes()
     with Loopback({LINK: song, "/stalled.ogg": song}.get) as site:
         site.troubles = {"stalled": STALLED}
@@ -80,7 +80,7 @@ def screen(environment: dict[str, str]) -> Iterator[Screen]:
 
 @pytest.fixture
 def start(screen: Screen, request: pytest.FixtureRequest) -> Iterator[Start]:
-    """Starts the program; what a test starts ends with it."""
+    """Yields a function that starts the program. At the end of the test, its programs are ended too."""
     started: list[subprocess.Popen[bytes]] = []
 
     def start(*arguments: str, **variables: str) -> subprocess.Popen[bytes]:
@@ -96,7 +96,7 @@ def start(screen: Screen, request: pytest.FixtureRequest) -> Iterator[Start]:
 
 @pytest.fixture
 def tools() -> Path:
-    """The only programs that the window can find: it looks for the desktop's dialogs with `which`."""
+    """Returns a folder for PATH that has only `which`, with which the window looks for the desktop's dialogs."""
     tools = Path("tools").absolute()
     tools.mkdir()
     (tools / "which").symlink_to(shutil.which("which") or "")

@@ -1,4 +1,4 @@
-"""Length, pitch, tempo and format of the output, measured by other means."""
+"""Checks the length, pitch, tempo and format of kelvane-render's output, measured independently."""
 
 import subprocess
 from pathlib import Path
@@ -21,14 +21,14 @@ def convert(source: Path, target: Path, *options: str) -> Path:
 
 
 def pitch_of(signal: np.ndarray, rate: int) -> float:
-    """The strongest frequency, by the spectrum's highest peak."""
+    """Returns the strongest frequency in Hz, from the highest peak of the spectrum."""
     middle = signal[signal.size // 4 : signal.size * 3 // 4]
     spectrum = np.abs(np.fft.rfft(middle * np.hanning(middle.size), 4 * middle.size))
     return float(np.argmax(spectrum) * rate / (4 * middle.size))
 
 
 def click_seconds_of(signal: np.ndarray, rate: int, expected: float) -> float:
-    """The time between clicks, by the envelope's autocorrelation over eight of them."""
+    """Returns the time between clicks, from the envelope's autocorrelation near a lag of eight clicks."""
     width = rate // 500
     envelope = np.convolve(np.abs(signal), np.ones(width) / width)[::width]
     envelope = envelope - envelope.mean()
@@ -38,7 +38,7 @@ def click_seconds_of(signal: np.ndarray, rate: int, expected: float) -> float:
 
 
 def test_tempo_and_pitch_change_as_asked(render: Run) -> None:
-    """On a song with a steady tone on the left, and four clicks a second on the right."""
+    """Renders a song with a steady tone on the left, and four clicks a second on the right."""
     seconds = 12.0
     t = np.arange(int(seconds * RATE)) / RATE
     clicks = np.exp(-(t % CLICK_SECONDS) * 400.0) * np.sin(2 * np.pi * 1000.0 * t)

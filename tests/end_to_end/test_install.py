@@ -1,4 +1,4 @@
-"""The installed tree, as packages contain it."""
+"""Tests the installed tree, as packages contain it."""
 
 import os
 import shutil
@@ -54,7 +54,7 @@ def test_desktop_files_are_valid_and_complete(tree: Path) -> None:
 
 
 def test_runs_and_finds_its_workers_and_uv(tree: Path, environment: dict[str, str]) -> None:
-    """Started through a link. Each place for uv comes before those listed above it."""
+    """Starts the program through a link. Each place for uv takes precedence over those earlier in the loop."""
     for place in ("/opt/homebrew/bin/uv", "/usr/local/bin/uv", "/usr/bin/uv"):
         if os.path.exists(place):
             pytest.skip(f"This machine has uv at {place}, where it is always found.")

@@ -137,7 +137,7 @@ def test_takes_songs_of_any_name(render: Run, song: Path) -> None:
     names = ["two words", "Grüße 音楽 🎛", "-dash", "~tilde", ".hidden", "dots.in.it", 'it\'s 100% "real"']
     for name in names:
         Path(f"{name}.wav").symlink_to(song)
-        for _ in range(2):  # the second time into the folder that the first has left
+        for _ in range(2):  # the second run finds the first one's folder
             result = render("--out", f"out {name}", "--full-song", *BITS, "--", f"{name}.wav")
             assert result.returncode == 0, result.stderr
         assert np.abs(read_wav(rendered(name, Path(f"out {name}")))[0] - NOISE).max() < 1e-3
@@ -150,7 +150,7 @@ def test_renders_a_song_without_samples(render: Run) -> None:
 
 
 def test_ctrl_c_cancels(environment: dict[str, str]) -> None:
-    """Renders more songs than can be finished before the signal arrives."""
+    """Uses too many songs for all to be finished before the signal arrives."""
     songs = [Path(f"song {number}.ogg") for number in range(200)]
     for song in songs:
         song.symlink_to(DEMO_SONG)
@@ -163,7 +163,7 @@ def test_ctrl_c_cancels(environment: dict[str, str]) -> None:
     assert process.returncode == 130, errors
     assert "Cancelling..." in output
     assert errors.rstrip().endswith(": Cancelled.")
-    # The song that was being rendered is complete, and the next was not begun.
+    # The song that was being rendered has been finished, and no other was started.
     outputs = list(Path("out").rglob("*.wav"))
     assert len(outputs) < len(songs)
     assert all(len(read_wav(path)[0]) > 0 for path in outputs)

@@ -1,4 +1,4 @@
-"""A session in the real window: real workers, real files and a tiny untrained model."""
+"""Works through a session in the real window, with real workers, real files and a tiny untrained model."""
 
 import os
 from pathlib import Path
@@ -28,7 +28,7 @@ def test_processes_a_file_and_a_link_and_cancels(
     out = Path("out").absolute()
     out.mkdir()
 
-    # Two stems of a file, from its own tempo to 140.
+    # Render two stems of a file, from its detected tempo to 140 BPM.
     window.choose(at.CHOOSE_FILE, "Choose an audio file", DEMO_SONG)
     window.choose(at.CHOOSE_FOLDER, "Choose the output folder", out)
     window.click(at.BASS, at.OTHER, at.BPM, at.BPM_AUTO, at.BPM_TO)
@@ -54,12 +54,12 @@ def test_processes_a_file_and_a_link_and_cancels(
     assert window.changes(at.DETECTED, undetected)
     window.save("analyzed")
 
-    # Choosing the same song again keeps what was detected.
+    # Choosing the same song again keeps the detected values.
     detected = window.part(at.DETECTED)
     window.choose(at.CHOOSE_FILE, "Choose an audio file", DEMO_SONG)
     assert same(window.part(at.DETECTED), detected)
 
-    # Execute does not download a link that Analyze has downloaded.
+    # Execute reuses what Analyze has downloaded.
     window.click(at.URL_TOGGLE, at.URL_BOX)
     window.type(f"{site.address}{LINK}")
     assert window.changes(at.DETECTED, detected)
@@ -72,7 +72,7 @@ def test_processes_a_file_and_a_link_and_cancels(
     assert len(site.requests) == num_requests
     assert os.listdir(out / "A Title é日 - Stems") == ["A Title é日 - full mix.wav"]
 
-    # The button cancels, and so does ending the program.
+    # Both the Cancel button and ending the program cancel a run.
     window.click(at.LOCAL_TOGGLE)
     window.choose(at.CHOOSE_FILE, "Choose an audio file", long_song)
     window.click(at.DRUMS)

@@ -39,7 +39,7 @@ def encode(folder: Path, rate: int, channels: int, request: str) -> None:
     source = ["-f", "lavfi", "-i", f"aevalsrc={wave}:s={rate}:d=0.06", "-fflags", "+bitexact"]
     target = folder / f"{channels}-{name}"
 
-    # Not every encoder takes every rate and number of channels.
+    # Some encoders refuse some of the rates and numbers of channels.
     if subprocess.run(["ffmpeg", "-y", "-loglevel", "quiet", *source, *options, target]).returncode != 0:
         target.unlink(missing_ok=True)
 

@@ -1,4 +1,4 @@
-"""A server on the loopback interface: a site, a model hub, or the proxy of package indexes."""
+"""Runs a server on the loopback interface: a site, a model hub, or the proxy of package indexes."""
 
 import re
 import ssl
@@ -8,16 +8,17 @@ from contextlib import suppress
 from hashlib import sha256
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
-# What goes wrong halfway through an answer: a pause until the server closes, a connection that breaks, or a file that
-# is shorter than it was. A lying server says that the length is "many".
+# Faults of an answer, which stops halfway. If stalled, it waits until the server closes. If broken, it has stated its
+# full length; if cut, none; if lying, the length "many".
 STALLED, BROKEN, CUT, LYING = "stalled", "broken", "cut", "lying"
 
 
 class Loopback(ThreadingHTTPServer):
-    """Answers requests for paths with what find returns, or with status 404 for None.
+    """Answers a request with the content that find returns for its path, or with status 404 if find returns None.
 
-    requests has the paths requested so far. Paths that match a key of troubles fail as its value says. tls returns
-    the certificate of a host for which the server is a proxy. Tokens are refused, as a model hub refuses expired ones.
+    requests lists the paths requested so far. Paths that match a key of troubles, a pattern, fail in the way that its
+    value names. tls returns the certificate of a host for which the server is a proxy. Requests with a token are
+    refused, as a model hub refuses expired ones.
     """
 
     def __init__(self, find: Callable[[str], bytes | None], tls: Callable[[str], ssl.SSLContext] | None = None) -> None:
@@ -40,7 +41,7 @@ class _Handler(BaseHTTPRequestHandler):
     server: Loopback
 
     def handle(self) -> None:
-        with suppress(ConnectionError):  # when a client is killed
+        with suppress(ConnectionError):  # the client may be killed
             super().handle()
 
     def do_CONNECT(self) -> None:
@@ -73,7 +74,7 @@ class _Handler(BaseHTTPRequestHandler):
             else:
                 self.wfile.write(body[len(body) // 2 :])
 
-    do_HEAD = do_GET  # named by the base class
+    do_HEAD = do_GET  # the name that the base class looks for
 
     def log_message(self, *_: object) -> None:
         pass

@@ -1,7 +1,7 @@
-"""Writes an untrained htdemucs into a hub cache, where Demucs finds it as usual, without a network.
+"""Writes an untrained htdemucs into a cache of the Hugging Face Hub, where Demucs finds it without a network.
 
 Arguments: the folder for HF_HOME, and "--full" for the real model's size instead of 1/400 of it.
-Runs in the environment of separate.py.
+Run it with the interpreter that has the packages of separate.py.
 """
 
 import argparse
@@ -22,11 +22,11 @@ _SIGNATURE = "955717e8"
 
 
 def write_checkpoint(hf_home: Path, sizes: dict[str, int | Fraction]) -> None:
-    """Writes weights that are random, but the same each time."""
+    """Writes a model with random weights, which are the same each time."""
     torch.manual_seed(0)
     model = HTDemucs(_SOURCES, **sizes)
     for module in model.modules():
-        if isinstance(module, LayerScale):  # near 0 initially, which would mute its branch
+        if isinstance(module, LayerScale):  # initially near 0, which would mute the layer's branch
             torch.nn.init.constant_(module.scale, 0.2)
 
     repository = hf_home / "hub" / "models--adefossez--HTDemucs"

@@ -1,4 +1,4 @@
-"""Local package indexes, with small wheels of their own, behind a proxy that answers for every host."""
+"""Serves package indexes with small wheels of their own, as a local proxy that answers for every host."""
 
 import io
 import json
@@ -14,9 +14,9 @@ from loopback import Loopback
 
 
 class PackageIndexes(Loopback):
-    """An index with upload times under /simple, and PyTorch's, without them, under /whl/BACKEND.
+    """Serves an ordinary index under /simple, and PyTorch's, which has no upload times, under /whl/BACKEND.
 
-    authority is the file with the certificate of their authority. Paths that begin with missing do not exist.
+    authority is the file with the certificate of the indexes' authority. Paths that begin with missing do not exist.
     """
 
     def __init__(self, folder: Path) -> None:

@@ -13,7 +13,7 @@ import pytest
 def descendants(pid: int) -> list[int]:
     """Returns the living descendants of a process."""
     children: list[str] = []
-    with suppress(FileNotFoundError, ProcessLookupError):  # it has just ended
+    with suppress(FileNotFoundError, ProcessLookupError):  # the process has just ended
         children = " ".join(path.read_text() for path in Path(f"/proc/{pid}/task").glob("*/children")).split()
     return [one for child in map(int, children) for one in [child, *descendants(child)] if is_alive(one)]
 
@@ -25,7 +25,7 @@ def is_alive(pid: int) -> bool:
 
 
 def gone(family: list[int], seconds: float = 10) -> bool:
-    """Returns True if all processes end in time, and kills those that do not."""
+    """Waits for the processes to end. Returns True if all do in time, and kills those that do not."""
     deadline = time.monotonic() + seconds
     while (alive := [pid for pid in family if is_alive(pid)]) and time.monotonic() < deadline:
         time.sleep(0.02)

@@ -1,4 +1,4 @@
-"""A separate screen for a program with a window."""
+"""Runs a program with a window on a separate screen."""
 
 import os
 import subprocess
@@ -18,7 +18,7 @@ Found = TypeVar("Found")
 
 
 def wait_for(condition: Callable[[], Found], seconds: float = 60.0) -> Found | None:
-    """Returns the condition's result as soon as it is true, or None after a timeout."""
+    """Waits until the condition's result is true, and returns it. Returns None after a timeout."""
     deadline = time.monotonic() + seconds
     while time.monotonic() < deadline:
         if found := condition():
@@ -28,7 +28,7 @@ def wait_for(condition: Callable[[], Found], seconds: float = 60.0) -> Found | N
 
 
 class Screen:
-    """An X server with a window manager, and a user's eyes and hands. Windows are named by their ids."""
+    """Runs an X server with a window manager, and sees and operates windows as a user does. They go by their ids."""
 
     def __init__(self, environment: dict[str, str]) -> None:
         reading, writing = os.pipe()
@@ -37,7 +37,7 @@ class Screen:
         os.close(writing)
         with os.fdopen(reading) as display:
             self.environment = {**environment, "DISPLAY": f":{display.readline().strip()}"}
-        # A window that asks to be shown before the manager has read its theme is never shown.
+        # If a window opens before the window manager has read its theme, it is never shown.
         ready = Path(environment["TMPDIR"]) / "window-manager-is-ready"
         self.manager = self.start("openbox", "--startup", f"touch {ready}")
         assert wait_for(ready.exists), "the window manager did not start"
@@ -60,7 +60,10 @@ class Screen:
         return self.xdotool("search", "--onlyvisible", "--name", f"^{title}$").split()
 
     def window_with(self, title: str, seconds: float = 60.0) -> str:
-        """Waits for a window that no longer changes: JUCE creates them small, and some of them twice."""
+        """Waits for a single window of this title that no longer changes size, and returns its id.
+
+        JUCE creates windows small at first, and some of them twice.
+        """
 
         def look() -> list[tuple[str, tuple[int, int]]]:
             return [(window, self.size_of(window)) for window in self.windows(title)]
@@ -90,7 +93,7 @@ class Screen:
         return width + left + right, height + top + bottom
 
     def drag_corner(self, window: str, right: int, down: int) -> None:
-        """Resizes as a user would: with Alt and the right button of the mouse near the bottom right corner."""
+        """Resizes a window as a user would: with Alt and the right mouse button, near the bottom right corner."""
         corner = (size - 10 for size in self.size_of(window))
         self.xdotool("mousemove", "--window", window, *corner, "keydown", "alt", "mousedown", 3)
         for _ in range(10):
@@ -133,7 +136,7 @@ class Screen:
         self.display.sync()
 
     def picture_of(self, window: str) -> np.ndarray:
-        """Returns the pixels of a window, or of "root", of shape (height, width, 3): RGB from 0 to 255."""
+        """Returns the pixels of a window, or of the screen for "root". Shape (height, width, 3), RGB, from 0 to 255."""
         drawable = self._object(window)
         size = drawable.get_geometry()
         image = drawable.get_image(0, 0, size.width, size.height, X.ZPixmap, 0xFFFFFFFF)
@@ -148,7 +151,7 @@ class Screen:
 
 
 def save(name: str, picture: np.ndarray) -> None:
-    """Saves a picture in the folder that KELVANE_PICTURES names, if any."""
+    """Saves a picture as PNG in the folder that KELVANE_PICTURES names, if that variable is set."""
     if folder := os.environ.get("KELVANE_PICTURES"):
         Path(folder).mkdir(parents=True, exist_ok=True)
         pixels = b"P6 %d %d 255\n" % picture.shape[1::-1] + picture.tobytes()

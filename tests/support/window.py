@@ -1,4 +1,4 @@
-"""Kelvane's window at its initial size, seen and operated as by a user."""
+"""Sees and operates Kelvane's window as a user would, at its initial size."""
 
 import time
 from pathlib import Path
@@ -8,14 +8,14 @@ from screen import Screen, save, wait_for
 
 Region = tuple[int, int, int, int]  # left, top, width, height
 
-# Points to click at.
+# Points to click.
 LOCAL_TOGGLE, CHOOSE_FILE, URL_TOGGLE, URL_BOX = (50, 172), (153, 205), (50, 282), (153, 326)
 DRUMS, BASS, VOCALS, OTHER, FULL_SONG = (328, 173), (328, 199), (328, 225), (328, 251), (328, 285)
 ANALYZE, BPM, BPM_TO, BPM_AUTO = (880, 132), (596, 304), (750, 330), (800, 330)
 CHOOSE_FOLDER, EXECUTE = (1100, 197), (1153, 539)
 NOWHERE = (700, 30)
 
-# Regions that show something.
+# Regions whose pixels the tests compare.
 FILE_NAME, FOLDER_NAME = (62, 226, 182, 22), (993, 216, 219, 22)
 DETECTED, STATUS, PROGRESS_BAR = (857, 316, 64, 92), (22, 494, 1206, 20), (22, 522, 1042, 34)
 INPUT_PANEL, AROUND_URL, AROUND_CHOOSE_FILE = (22, 114, 238, 368), (62, 300, 182, 52), (60, 188, 186, 2)
@@ -31,7 +31,7 @@ def same(a: np.ndarray, b: np.ndarray) -> bool:
 
 class Window:
     def __init__(self, screen: Screen) -> None:
-        """Fails if another Kelvane is already running."""
+        """Waits for the window at its initial size. Fails if there is a second one."""
         self.screen = screen
         self.id = screen.window_with("Kelvane")
         assert wait_for(lambda: screen.size_of(self.id) == (1250, 572))
@@ -55,13 +55,13 @@ class Window:
         return bool(wait_for(lambda: not same(self.part(region), before)))
 
     def progress(self) -> float:
-        """Returns how far the bar is filled, from 0 to 1. Its text makes this approximate."""
+        """Returns how far the progress bar is filled, from 0 to 1. The text on the bar makes this approximate."""
         left, top, width, height = PROGRESS_BAR
         filled = (self.part((left, top + height // 2, width, 1))[0] == ACCENT).all(axis=1)
         return float(np.flatnonzero(filled).max(initial=-1) + 1) / width
 
     def choose(self, button: tuple[int, int], title: str, path: Path) -> None:
-        """Chooses a path in JUCE's own dialog, which appears where the desktop has none."""
+        """Chooses a path in JUCE's own file dialog, which appears if the desktop has none."""
         self.click(button)
         dialog = self.screen.window_with(title)
         width, height = self.screen.size_of(dialog)
@@ -75,7 +75,7 @@ class Window:
         self.wait_for_end(title)
 
     def dismiss(self, title: str, seconds: float = 120) -> None:
-        """Waits for a message with this title and closes it."""
+        """Waits for a message box with this title and closes it."""
         dialog = self.screen.window_with(title, seconds)
         assert wait_for(lambda: (self.screen.picture_of(dialog) == PANEL).all(axis=2).mean() > 0.5)
         save(title, self.screen.picture_of(dialog))
@@ -84,7 +84,7 @@ class Window:
         self.wait_for_end(title)
 
     def wait_for_end(self, title: str) -> None:
-        """Waits until a dialog has gone and the window's button lights up under the mouse again."""
+        """Waits until the dialog has gone and Execute lights up under the mouse again."""
         assert wait_for(lambda: not self.screen.windows(title))
 
         def under_mouse_at(point: tuple[int, int]) -> np.ndarray:

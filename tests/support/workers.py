@@ -1,4 +1,4 @@
-"""The workers' folder, their environments and the command that runs them."""
+"""Finds, installs and runs the workers."""
 
 import os
 import shutil
@@ -12,12 +12,12 @@ ROOT = Path(__file__).parents[2]
 SCRIPTS = ROOT / "Resources" / "python"
 DEMO_SONG = ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
 
-BLOCK_SIZE = 8192  # bytes that the program reads at a time
+BLOCK_SIZE = 8192  # bytes: the program reads this many at a time
 
-# Found where the program finds it.
+# uv is looked for in some of the places where the program looks for it.
 UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or str(Path.home() / ".local/share/kelvane/uv/bin/uv")
 
-# uv finds wheels where pip does, and requests to loopback bypass proxies.
+# uv finds wheels in the folder that pip uses, and requests to the loopback interface bypass proxies.
 ENVIRONMENT = os.environ | {"UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", ""), "no_proxy": "127.0.0.1"}
 
 
@@ -28,7 +28,7 @@ def provide(script: str) -> Path:
 
 
 def run_uv(purpose: str, *arguments: str | Path) -> str:
-    """Runs uv and returns its output. If it fails, skips the test, or fails it in CI."""
+    """Runs uv and returns its output. If uv fails, the test is skipped, but in CI it fails."""
     done = subprocess.run([UV, *arguments], env=ENVIRONMENT, capture_output=True, text=True)
     if done.returncode != 0 and not os.environ.get("CI"):
         pytest.skip(f"The packages for {purpose} could not be installed: {done.stderr.strip()}")
@@ -37,7 +37,7 @@ def run_uv(purpose: str, *arguments: str | Path) -> str:
 
 
 def cache_without_stems(folder: Path) -> dict[str, str]:
-    """Returns environment variables for a new cache that shares everything but the stems with the user's."""
+    """Creates a cache that shares everything but the stems with the user's. Returns the variables that select it."""
     (folder / "kelvane").mkdir(parents=True)
     for item in provide("separate.py").parents[2].iterdir():
         if item.name != "stems":
@@ -46,7 +46,7 @@ def cache_without_stems(folder: Path) -> dict[str, str]:
 
 
 def write_script(worker: Path, path: Path, code: str) -> Path:
-    """Writes a script that has the packages of a worker, and the modules beside it."""
+    """Writes a script that can import a worker's packages and the modules beside that worker."""
     block = worker.read_text().partition('"""')[0]
     path.write_text(
         f"{block}import pathlib, sys\nsys.dont_write_bytecode = True\nsys.path.insert(0, {str(SCRIPTS)!r})\n"

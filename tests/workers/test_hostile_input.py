@@ -1,4 +1,4 @@
-"""Songs, titles and other programs' output may be anything: the workers answer, or fail in one sentence."""
+"""Gives the workers arbitrary songs, titles and output of other programs. They must cope, or fail in one sentence."""
 
 import io
 import os
@@ -22,8 +22,9 @@ import worker
 from download.filename import MAX_BYTES, safe_name
 from installation import uv_tool
 
-# Has the workers read the songs whose paths it is given, a line each, and answers with a line: "" or their sentence.
-# Ends at any other failure, and if a song takes more than a minute, 4 GB of memory or 512 MB of disk.
+# Reads paths of songs, one a line, and gives each song to the workers. Answers with a line: empty if they accept the
+# song, otherwise their sentence. Ends at any other failure, and if a song takes more than a minute, 4 GB of memory or
+# 512 MB of disk.
 SONG_TAKER = """
 import contextlib, io, json, resource, signal, sys
 from pathlib import Path
@@ -80,7 +81,7 @@ def sentence() -> Iterator[Callable[[Path], str]]:
 
 @pytest.fixture(scope="module")
 def songs(tmp_path_factory: pytest.TempPathFactory) -> list[bytes]:
-    """Two seconds of noise, a fifth of a second in many formats, and an empty file."""
+    """Returns files: two seconds of noise as WAV, a fifth of a second in each of many formats, and an empty one."""
     folder = tmp_path_factory.mktemp("songs")
     noise = write_wav(folder / "noise.wav", np.random.default_rng(1).uniform(-1, 1, 16000), 8000)
     paths = [folder / f"song.{name}" for name in FORMATS]
@@ -93,7 +94,7 @@ SAMPLES = st.sampled_from(np.float32([0, np.nan, np.inf, 3.4e38, 1e-38]))
 EDITS = st.lists(
     st.tuples(
         st.integers(0, 200) | st.integers(0, 30_000),
-        st.none() | st.integers(0, 30_000),  # bytes removed; None for as many as are inserted
+        st.none() | st.integers(0, 30_000),  # bytes to remove; None for as many as are inserted
         st.binary(max_size=8) | st.builds(np.repeat, SAMPLES, st.integers(1, 9000)).map(bytes),
     ),
     max_size=8,
@@ -179,6 +180,6 @@ def test_any_output_of_uv_is_read(chunks: list[bytes]) -> None:
 
 def test_goes_on_if_proc_is_unreadable(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setenv("UV", "/usr/bin/uv")
-    assert worker._has_lost_uv(os.getpid())  # which is not uv
+    assert worker._has_lost_uv(os.getpid())  # the parent is not uv
     monkeypatch.setattr("builtins.open", lambda path: os.open("/dev/null/proc", os.O_RDONLY))
     assert not worker._has_lost_uv(os.getpid())

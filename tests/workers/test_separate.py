@@ -1,4 +1,4 @@
-"""separate.py as the program runs it, on a small untrained model and without a network."""
+"""Tests separate.py as the program runs it, with a small untrained model and without a network."""
 
 import os
 import re
@@ -14,7 +14,7 @@ from workers import ENVIRONMENT, ROOT, SCRIPTS, UV, cache_without_stems, provide
 SCRIPT = SCRIPTS / "separate.py"
 RATE = 44100
 
-# The small model's chunks.
+# The small model's chunks, in samples, and lengths of songs around them.
 CHUNK = 2 * RATE
 STRIDE = CHUNK * 3 // 4
 LENGTHS = [2, 3, STRIDE - 1, STRIDE, STRIDE + 1, CHUNK, CHUNK + 1, STRIDE + CHUNK, 10 * RATE]
@@ -47,14 +47,14 @@ worker.run(separate.main)
 
 @pytest.fixture(scope="module")
 def environment(hub: Path, tmp_path_factory: pytest.TempPathFactory) -> dict[str, str]:
-    """Stems are not cached."""
+    """Returns variables that cache no stems."""
     cache = {**cache_without_stems(tmp_path_factory.mktemp("cache")), "KELVANE_STEM_CACHE": "0"}
     return {**ENVIRONMENT, **cache, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1", "OMP_WAIT_POLICY": "PASSIVE"}
 
 
 @pytest.fixture
 def caching(environment: dict[str, str], tmp_path: Path) -> dict[str, str]:
-    """Stems are cached in the test's folder "cache/kelvane/stems"."""
+    """Returns variables that cache stems in "cache/kelvane/stems", in the test's folder."""
     return {**environment, **cache_without_stems(tmp_path / "cache"), "KELVANE_STEM_CACHE": ""}
 
 
@@ -79,7 +79,7 @@ def read_stem(path: Path) -> np.ndarray:
 
 @pytest.fixture(scope="module")
 def songs(tmp_path_factory: pytest.TempPathFactory, environment: dict[str, str]) -> list[Path]:
-    """Loud songs of all LENGTHS, with Demucs' own stems."""
+    """Writes loud songs of all LENGTHS, with Demucs' own stems beside them."""
     folder = tmp_path_factory.mktemp("songs")
     songs = [write_wav(folder / f"7%| {length}.wav", 500 + noise(length, level=3000), RATE) for length in LENGTHS]
     subprocess.run([provide("separate.py"), "-c", REFERENCE, *songs], env=environment, check=True, capture_output=True)
@@ -87,7 +87,7 @@ def songs(tmp_path_factory: pytest.TempPathFactory, environment: dict[str, str])
 
 
 def assert_separated(song: Path, folder: Path, stems: list[str], lines: list[str]) -> None:
-    """Asserts that a folder has these of Demucs' own stems of a song, to 120 dB, and that the progress was shown."""
+    """Asserts that the folder has exactly these stems, equal to Demucs' own to 120 dB, and that progress was shown."""
     reference = np.load(f"{song}.npz")
     assert sorted(os.listdir(folder)) == [f"{stem}.wav" for stem in stems]
     for stem in stems:
@@ -185,10 +185,10 @@ def test_fetches_the_model_and_reuses_cached_stems(model_hub: str, tmp_path: Pat
     online = {"HF_HOME": str(fetched), "HF_HUB_OFFLINE": "0", "HF_TOKEN": "hf_expired", "HF_ENDPOINT": model_hub}
     command = arguments(song, tmp_path / "first", "drums,vocals")
     lines = run_worker(*command, environment=caching | online, status=0)
-    assert percents(lines)[-4:] == [100, 0, 50, 100]  # the model's bar, and then the song's
+    assert percents(lines)[-4:] == [100, 0, 50, 100]  # the download of the model, then the separation
     assert "[setup] Fetching the model: 0.2 of 0.2 MB" in lines
 
-    # They are found under another name, container and choice of stems, without the hub's links and without torch.
+    # The stems are found again for another file name, container and choice of stems, without the hub's links or torch.
     shutil.copytree(fetched, copied)
     same_song = tmp_path / "elsewhere" / "Same Song.wv"
     (tmp_path / "elsewhere" / "torch").mkdir(parents=True)
@@ -218,7 +218,7 @@ def test_ends_with_uv_in_the_middle_of_a_chunk(tmp_path: Path, caching: dict[str
     with subprocess.Popen(command, env=caching, stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
         assert any(b"1%|" in line for line in process.stdout)
         process.kill()
-        assert b"100%|" not in process.stdout.read()  # ends when nobody holds the pipe any more
+        assert b"100%|" not in process.stdout.read()  # read() returns when the last process has closed the pipe
     assert not list((tmp_path / "stems").glob("*.wav"))
     cached = tmp_path / "cache" / "kelvane" / "stems"
     assert [path.suffix for path in cached.iterdir()] == [".part"]

@@ -1,4 +1,4 @@
-"""The cache of stems, with entries of a few samples."""
+"""Tests the cache of stems, with short entries."""
 
 import os
 import re
@@ -28,14 +28,14 @@ ENTRY_SIZE = 2 * file_size(NUM_SAMPLES)
 
 @pytest.fixture
 def kept(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
-    """Returns the folder of the entries."""
+    """Moves the cache into the test's folder, and returns the folder of the entries."""
     monkeypatch.chdir(tmp_path)
     monkeypatch.setenv("XDG_CACHE_HOME", str(tmp_path))
     return tmp_path / "kelvane" / "stems"
 
 
 def write(entry: NewEntry, folder: Path) -> None:
-    """Writes one stem into the folder, as if it was wanted, and the other into the entry."""
+    """Writes drums into the folder, as if the user wanted them, and bass into the entry, and finishes the entry."""
     folder.mkdir(exist_ok=True)
     drums = StemFile(folder / "drums.part", NUM_SAMPLES)
     drums.write(SAMPLES)

@@ -1,4 +1,4 @@
-"""yt2wav.py as the program runs it, against a server on the loopback interface."""
+"""Tests yt2wav.py as the program runs it, with a server on the loopback interface."""
 
 import os
 import re
@@ -20,8 +20,8 @@ from download.filename import safe_name
 
 SCRIPT = SCRIPTS / "yt2wav.py"
 
-# ffmpeg's input and options for each file: three seconds of a tone, its first channel beyond full scale where the
-# format allows it.
+# ffmpeg's input and options for each file. All but the silent one have three seconds of a tone, whose first channel
+# exceeds full scale where the format allows it.
 TONE = "lavfi -i aevalsrc=1.5*sin(2000*PI*t){}:d=3:s={}"
 STEREO = TONE.format("|0.5*sin(2000*PI*t)", 44100)
 MEDIA = {
@@ -33,7 +33,7 @@ MEDIA = {
     "silent.mp4": "lavfi -i color=s=640x480:r=10:d=1",
 }
 
-# The JavaScript runtime, started as yt-dlp starts it, in an endless loop.
+# Starts the JavaScript runtime as yt-dlp does, with a program that loops forever.
 RUN_JAVASCRIPT = """
 import worker
 worker.end_with_uv()
@@ -59,8 +59,7 @@ worker.run(yt2wav.main)
 
 @pytest.fixture(scope="module")
 def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
-    """Serves media and pages. Under /broken and /stalled they fail halfway; those under /cut are incomplete,
-    and the stated length of those under /lying is not a number."""
+    """Serves media and pages. The folders /broken, /cut, /lying and /stalled have the same ones with these faults."""
     folder = tmp_path_factory.mktemp("media")
     provide("yt2wav.py")
     for name, options in MEDIA.items():
@@ -85,12 +84,12 @@ def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
 
 
 def download(server: str, links: Iterable[str], folder: Path) -> Iterator[tuple[list[str], Path]]:
-    """Downloads each link into a separate folder. Yields the lines printed and the folder for each."""
+    """Downloads each link into a separate folder. Yields each link's printed lines and its folder."""
     calls = [[urljoin(server, link), folder / str(number)] for number, link in enumerate(links)]
     return zip(run_each(SCRIPT, folder, calls), (folder for _, folder in calls), strict=True)
 
 
-CENTRE_AND_SIDE = 2 * 0.5 * 0.5**0.5  # each mixed in at 3 dB less
+CENTRE_AND_SIDE = 2 * 0.5 * 0.5**0.5  # the centre and a side channel, each mixed in 3 dB lower
 SONGS = [
     # link, name, rate, peaks of the channels
     ("song.webm", "song", 48000, [1.5, 0.5]),
@@ -113,7 +112,7 @@ def test_song_becomes_a_wav_of_the_same_sound(server: str, tmp_path: Path) -> No
         assert os.listdir(folder) == [f"{name}.wav"]
 
         samples, wav_rate = read_wav(folder / f"{name}.wav")
-        padding = 2048 if link == "song.m3u8" else 0  # a stream does not state its encoder's padding
+        padding = 2048 if link == "song.m3u8" else 0  # an HLS stream does not state its encoder's padding
         assert wav_rate == rate
         assert 3 * rate <= len(samples) <= 3 * rate + padding
         middle = samples[rate : 2 * rate]
@@ -156,7 +155,7 @@ def test_stalled_download_shows_that_it_waits_and_then_fails(server: str, tmp_pa
 
 @pytest.mark.parametrize("end", [subprocess.Popen.kill, lambda uv: uv.stdout.close()], ids=["uv", "program"])
 def test_nothing_outlives_uv_or_the_program(tmp_path: Path, end: Callable[[subprocess.Popen], None]) -> None:
-    """Python runs the JavaScript runtime, which is in an endless loop."""
+    """Has Python run the JavaScript runtime, which loops forever."""
     command = [UV, "run", write_script(SCRIPT, tmp_path / "script.py", RUN_JAVASCRIPT)]
     with subprocess.Popen(command, env=ENVIRONMENT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as uv:
         while b" % " not in (block := uv.stdout.read(BLOCK_SIZE)):

@@ -14,14 +14,14 @@ _END_FRAMES = 16  # about 3 s
 def detect_key(samples: np.ndarray) -> int:
     """Returns the tonic, 0 (C) to 11 (B), of mono samples at spectrum.RATE.
 
-    Compares their pitch-class profiles with those of songs in major and minor keys, rotated to all twelve tonics, as
-    in Krumhansl, "Cognitive Foundations of Musical Pitch" (1990).
+    Rates each major and minor key by the pitch-class profiles, rotated to its tonic. The rotation follows Krumhansl,
+    "Cognitive Foundations of Musical Pitch" (1990); the weights were learned from songs.
     """
     return int(np.argmax(utilities(key_features(profiles(samples)), learned_weights("key")))) % 12
 
 
 def key_features(pitch_classes: np.ndarray) -> np.ndarray:
-    """Returns the profiles relative to each key's tonic, of shape (24, features): the major keys, then the minor."""
+    """Returns the profiles relative to each key's tonic, of shape (24, features): first major keys, then minor ones."""
     relative = np.stack([np.roll(pitch_classes, -tonic, axis=1).ravel() for tonic in range(12)])
     unused, is_major = np.zeros_like(relative), np.ones((12, 1))
     return np.vstack([np.hstack([relative, unused, is_major]), np.hstack([unused, relative, 1 - is_major])])
@@ -30,8 +30,8 @@ def key_features(pitch_classes: np.ndarray) -> np.ndarray:
 def profiles(samples: np.ndarray) -> np.ndarray:
     """Returns the strength of each pitch class, of shape (7, 12); each row adds up to 10.
 
-    The rows: treble, bass and strongest bass notes of the recording; treble and bass of its beginning; treble and bass
-    of its end.
+    The rows are the treble, the bass and the strongest bass note of each frame over the whole recording, then the
+    treble and the bass of its beginning, then the treble and the bass of its end.
     """
     notes = _note_magnitudes(samples)
     loudness = np.sqrt((notes**2).sum(axis=1))
@@ -53,7 +53,10 @@ def _folded(notes: np.ndarray, pitches: slice) -> np.ndarray:
 
 
 def _note_magnitudes(samples: np.ndarray) -> np.ndarray:
-    """Returns the magnitudes of spectral peaks at each note, in the recording's own tuning, of shape (frames, 88)."""
+    """Returns the magnitude of the highest spectral peak at each note, of shape (frames, 88).
+
+    Notes follow the recording's own tuning, which is estimated first.
+    """
     frames, pitches, magnitudes, num_frames = _spectral_peaks(samples)
     loudest = np.zeros(num_frames)
     np.maximum.at(loudest, frames, magnitudes)
@@ -73,7 +76,8 @@ def _note_magnitudes(samples: np.ndarray) -> np.ndarray:
 def _spectral_peaks(samples: np.ndarray) -> tuple[np.ndarray, np.ndarray, np.ndarray, int]:
     """Returns each peak's frame, pitch (a fractional MIDI number) and magnitude, then the number of frames.
 
-    Parabolic interpolation as in Smith, Serra, "PARSHL: an analysis/synthesis program for non-harmonic sounds" (1987).
+    Interpolates each peak with a parabola, as in Smith, Serra, "PARSHL: an analysis/synthesis program for non-harmonic
+    sounds based on a sinusoidal representation" (1987).
     """
     lowest, highest = round(27 * _SIZE / RATE), round(4200 * _SIZE / RATE)
     frames, pitches, magnitudes, num_frames = [], [], [], 0

@@ -1,4 +1,4 @@
-"""Rates alternatives with a conditional logit model, whose weights are learned."""
+"""Rates alternatives with a conditional logit model whose weights were learned from songs."""
 
 import json
 from pathlib import Path
@@ -14,9 +14,9 @@ def learned_weights(name: str) -> Weights:
 
 
 def utilities(features: np.ndarray, weights: Weights) -> np.ndarray:
-    """Returns the utility of each alternative: the greatest is the model's choice.
+    """Returns the utility of each alternative. The model chooses the alternative with the greatest.
 
-    features are of shape (alternatives, features). The model is McFadden's (1974), with one hidden layer added to its
+    features has the shape (alternatives, features). The model is McFadden's (1974), with one hidden layer added to its
     linear utilities.
     """
     hidden = np.tanh(features @ weights["inner"] + weights["bias"])

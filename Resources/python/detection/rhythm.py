@@ -1,4 +1,4 @@
-"""Features that tell tempo candidates apart: how strongly onsets repeat at each beat, its fractions and multiples."""
+"""Computes features of tempo candidates: how strongly onsets repeat at a beat, its fractions and its multiples."""
 
 from dataclasses import dataclass
 
@@ -18,7 +18,7 @@ _NEARBY = np.linspace(0.985, 1.015, 5)
 
 @dataclass
 class Periodicity:
-    """How strongly onsets repeat at each rate and lag. The last band is the equally weighted sum of the others."""
+    """Measures how strongly onsets repeat at each rate and lag. The last band is the balanced sum of the others."""
 
     magnitudes: np.ndarray  # (bands, frequencies): Fourier magnitudes, averaged over windows, relative to the mean
     cross_spectra: np.ndarray  # (pairs of bands, frequencies), summed over windows
@@ -38,7 +38,7 @@ class Periodicity:
         return _interpolated(self.autocorrelation, seconds[..., None] * _NEARBY * FRAME_RATE).max(axis=-1)
 
     def alternation(self, hertz: np.ndarray) -> np.ndarray:
-        """Returns how far each pair of bands pulses together (> 0) or alternates (< 0), of shape (pairs, *rates)."""
+        """Returns how strongly pairs of bands pulse together (> 0) or alternate (< 0), of shape (pairs, *rates)."""
         index = hertz * _FFT_SIZE / FRAME_RATE
         cross = _interpolated(self.cross_spectra, index)
         magnitudes = _interpolated(self.magnitudes, index)
@@ -47,13 +47,13 @@ class Periodicity:
 
 
 def balanced_sum(envelopes: np.ndarray) -> np.ndarray:
-    """Sums all bands, each divided by its mean, to shape (frames,)."""
+    """Returns the sum of all bands, each divided by its mean, of shape (frames,)."""
     means = envelopes.mean(axis=1, keepdims=True)
     return (envelopes / (means + 1e-3 * means.mean() + 1e-12)).sum(axis=0)
 
 
 def features(periodicity: Periodicity, beats: np.ndarray) -> np.ndarray:
-    """Returns the logit model's features of beat rates (in Hz), of shape (rates, features)."""
+    """Returns the logit model's features for each beat rate (in Hz), of shape (rates, features)."""
     rates = beats[:, None]
     magnitudes = periodicity.at_rates(rates * _MULTIPLES)
     correlations = np.clip(periodicity.at_lags(_LAGS / rates), -0.5, 1)
@@ -64,7 +64,10 @@ def features(periodicity: Periodicity, beats: np.ndarray) -> np.ndarray:
 
 
 def _average_spectra(envelopes: np.ndarray) -> tuple[np.ndarray, np.ndarray]:
-    """Averages over windows that overlap by half, and are short enough for a tempo that drifts."""
+    """Returns Periodicity's magnitudes and cross-spectra, from windows that overlap by at least half.
+
+    The windows are short, so that a drifting tempo changes little within each.
+    """
     num_frames = envelopes.shape[1]
     length = min(num_frames, round(_WINDOW_SECONDS * FRAME_RATE))
     num_windows = 1 + -(-2 * (num_frames - length) // length)

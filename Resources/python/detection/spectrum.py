@@ -1,4 +1,4 @@
-"""Short-time spectra, from which both tempo and key are detected."""
+"""Computes the short-time spectra from which tempo and key are detected."""
 
 from collections.abc import Iterator
 

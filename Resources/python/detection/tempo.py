@@ -9,14 +9,14 @@ from detection.spectrum import RATE
 from detection.tempo_refinement import refined_rate, snapped_to_loop
 
 _SLOWEST, _FASTEST = 40 / 60, 220 / 60  # beats per second; rhythm._PRIOR_BPM and the learned weights depend on them
-_SEARCHED = np.log2(6)  # octaves above the slowest: 240 BPM, so that 220 can be a peak
+_SEARCHED = np.log2(6)  # octaves above the slowest, up to 240 BPM: a peak at 220 needs a neighbour
 _RELATED = (2, 1 / 2, 3 / 2, 2 / 3, 3, 1 / 3, 4 / 3, 3 / 4)
 
 
 def detect_tempo(samples: np.ndarray) -> float:
-    """Returns the beats per minute of mono samples at spectrum.RATE, or their mean if the tempo drifts.
+    """Returns the tempo of mono samples at spectrum.RATE, in beats per minute. A drifting tempo is averaged.
 
-    The candidates are periods at which onsets repeat. A logit model chooses one, which is then measured precisely.
+    The candidates are rates at which onsets repeat. A logit model chooses one, which is then measured precisely.
     """
     envelopes = onset_envelopes(samples)
     periodicity = Periodicity.of(envelopes)
@@ -29,7 +29,8 @@ def detect_tempo(samples: np.ndarray) -> float:
 def candidates(periodicity: Periodicity) -> np.ndarray:
     """Returns possible beat rates in Hz.
 
-    These are the rates whose beats, pairs and groups of four repeat most strongly, and simple ratios of the strongest.
+    These are the rates at which single beats, pairs and groups of four repeat most strongly, and rates in simple ratios
+    to the strongest three.
     """
     rates = _SLOWEST * 2 ** np.arange(0, _SEARCHED, 1 / 70)
     repetition = periodicity.at_lags(np.array([1, 2, 4]) / rates[:, None])[-1].mean(axis=-1)

@@ -6,7 +6,7 @@ from detection.onsets import FRAME_RATE
 
 _MULTIPLES = np.array([1 / 2, 1, 2, 4])  # onsets repeat at these multiples of the beat's rate
 _WINDOW_SECONDS = 12
-_COHERENT = 0.85  # relative to the strength of single windows: songs of constant tempo had 0.89 and more
+_COHERENT = 0.85  # strength relative to the windows' mean: songs of constant tempo had 0.89 and more
 _LONGEST_LOOP_SECONDS = 30
 _LOOP_TOLERANCE = 0.05  # beats
 
@@ -27,7 +27,7 @@ def refined_rate(envelope: np.ndarray, beat: float) -> float:
 
 
 def snapped_to_loop(beat: float, seconds: float) -> float:
-    """Returns the beat rate that gives whole bars of four, if the length suggests a loop, or else beat itself."""
+    """Returns the rate at which a loop lasts whole bars of four beats, or beat if the length suggests no loop."""
     num_beats = 4 * round(beat * seconds / 4)
     is_loop = seconds < _LONGEST_LOOP_SECONDS and abs(beat * seconds - num_beats) < _LOOP_TOLERANCE
     return num_beats / seconds if is_loop and num_beats > 0 else beat
@@ -36,7 +36,7 @@ def snapped_to_loop(beat: float, seconds: float) -> float:
 def _strongest_rate(envelope: np.ndarray, beat: float, span: float) -> tuple[float, float]:
     """Returns the rate from beat * (1 - span) to beat * (1 + span) with the greatest sum of Fourier magnitudes.
 
-    The second value is that sum, relative to the envelope's.
+    The second value is that sum divided by the sum of the windowed envelope.
     """
     window = np.hanning(len(envelope) + 2)[1:-1]
     fft_size = 16 << len(envelope).bit_length()

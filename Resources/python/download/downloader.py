@@ -1,4 +1,4 @@
-"""Finds and downloads the song at a link with yt-dlp, whose errors become sentences that a user understands."""
+"""Finds and downloads the song at a link with yt-dlp, and turns yt-dlp's errors into sentences for the user."""
 
 import functools
 import os
@@ -15,30 +15,30 @@ import worker
 TIMEOUT_SECONDS = 15
 RETRIES = 2
 
-# Later entries of a playlist are ignored.
+# Any further entries of a playlist are ignored.
 _MAX_ENTRIES = 100
 
-# yt-dlp's description of a song, or of a download's progress. yt-dlp is slow to import, so only functions do it.
+# yt-dlp's description of a song, or of a download's progress. yt-dlp is slow to import, so only functions import it.
 Record = dict[str, Any]
 
 if sys.platform == "linux":
-    # yt-dlp runs sites' scripts in a child process, which would outlive a worker that is killed.
+    # yt-dlp runs sites' scripts in a child process, which would otherwise outlive a worker that is killed.
     subprocess.Popen.__init__ = functools.partialmethod(  # type: ignore[method-assign,assignment]
         subprocess.Popen.__init__, preexec_fn=functools.partial(worker.begin_child, os.getpid())
     )
 
 
 class Downloader:
-    """Downloads into the working folder: in any other path yt-dlp would expand what looks like a variable.
+    """Downloads into the working folder. In any other path, yt-dlp would expand text that looks like a variable.
 
-    Calls on_progress with yt-dlp's record of each step. Every failure is a WorkerError, or an OSError from the disk.
+    Calls on_progress with yt-dlp's record of each step. Raises WorkerError, or OSError if the disk fails.
     """
 
     def __init__(self, on_progress: Callable[[Record], None]) -> None:
         os.environ["YTDLP_NO_PLUGINS"] = "1"  # a user's plugins must not change the result
         from yt_dlp import YoutubeDL
 
-        # On Linux surroundings.py names the certificates; on Windows Python finds them.
+        # On Linux surroundings.py sets these variables; on Windows Python finds the system's certificates.
         names_certificates = "SSL_CERT_FILE" in os.environ or "SSL_CERT_DIR" in os.environ
         self._yt_dlp = YoutubeDL(
             {
@@ -60,7 +60,7 @@ class Downloader:
         )
 
     def find(self, url: str) -> Record:
-        """Returns the song of a page, or the only one in a playlist, without downloading it."""
+        """Returns the song on a page, or the only one in a playlist, without downloading it."""
         song = _explaining(self._yt_dlp.extract_info, url, download=False)
         while "entries" in song:
             song = _only_song(song["entries"])
@@ -76,7 +76,7 @@ class Downloader:
         return song
 
     def fetch(self, song: Record) -> str:
-        """Downloads the song that find has returned, and returns the file's path."""
+        """Downloads a song that find returned, and returns the file's path."""
         from yt_dlp.utils import MEDIA_EXTENSIONS
 
         if song["ext"] not in (*MEDIA_EXTENSIONS.audio, *MEDIA_EXTENSIONS.video):
@@ -175,7 +175,7 @@ def _http_sentence(status: int) -> str:
 
 
 def _gist(message: str) -> str:
-    """Strips yt-dlp's message of its prefixes, and of advice on options that the user does not have."""
+    """Returns yt-dlp's message without its prefixes, and without advice on options that the user does not have."""
     from yt_dlp.utils import remove_terminal_sequences
 
     text = " ".join(remove_terminal_sequences(message).split())

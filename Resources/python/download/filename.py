@@ -27,7 +27,7 @@ def safe_name(title: str) -> str:
 
 
 def _cut(text: str) -> str:
-    """Limits the length in UTF-8, but keeps characters whole and their accents attached."""
+    """Cuts the text to MAX_BYTES in UTF-8, without splitting a character or separating it from its accents."""
     kept = text.encode()[:MAX_BYTES].decode(errors="ignore")
     while kept != text and unicodedata.combining(text[len(kept)]):
         kept = kept[:-1]

@@ -1,7 +1,7 @@
 """Installs each worker's packages on Linux, in an environment of its own in the user's cache.
 
-"uv run" would show no progress and cannot choose a build of PyTorch: it would take the one in the package index, which
-is for NVIDIA GPUs and several gigabytes in size. So markers in the workers' metadata hide the packages from it.
+"uv run" shows no progress and cannot choose a build of PyTorch. It would install the one in the package index, which is
+for NVIDIA GPUs and takes several gigabytes. So markers in the workers' metadata hide the packages from "uv run".
 """
 
 import hashlib
@@ -25,13 +25,14 @@ import worker
 from installation import uv_tool
 from installation.setup_progress import SetupProgress
 
-# Names the environment in which the process has been restarted, so that it cannot restart forever.
+# Set to the environment in which the process has restarted, so that it cannot restart forever.
 _ENTERED = "KELVANE_ENTERED_ENVIRONMENT"
 
 # A user who sets one of these chooses where packages come from.
 _USERS_SOURCES = ("UV_DEFAULT_INDEX", "UV_EXTRA_INDEX_URL", "UV_FIND_LINKS", "UV_INDEX", "UV_INDEX_URL")
 
-# PyTorch's own index gives no upload dates, and uv rejects files without one. Only the bounds of torch pin these.
+# PyTorch's own index gives no upload dates, and uv rejects files without one. So these packages are exempt from the
+# limit on upload dates, and only the bounds on torch's version pin them.
 _UNDATED = ("pytorch-triton-rocm", "pytorch-triton-xpu", "torch", "triton", "triton-rocm", "triton-xpu")
 
 _NVIDIA_TRACES = ("/proc/driver/nvidia/version", "/usr/lib/wsl/lib/libcuda.so.1")
@@ -40,8 +41,9 @@ _NVIDIA_TRACES = ("/proc/driver/nvidia/version", "/usr/lib/wsl/lib/libcuda.so.1"
 def enter(script: Path, progress: SetupProgress | None = None) -> None:
     """Restarts the process in the script's environment, which is created if necessary.
 
-    Does nothing if the process already runs in it, or where Kelvane does not install packages: on other systems, and
-    with an interpreter that the user has chosen instead of uv. Raises WorkerError if the environment cannot be created.
+    Does nothing if the process already runs there, on systems other than Linux, or if the user has started an
+    interpreter of their own instead of uv. Raises WorkerError if the environment cannot be created or is damaged, or if
+    there is no PyTorch for this Python.
     """
     if _is_new_python_on_intel_mac() and _Requirements.read(script).include_torch():
         raise worker.WorkerError(
@@ -78,7 +80,7 @@ class _Requirements:
         return _Requirements(packages, metadata["tool"]["uv"]["exclude-newer"])
 
     def key(self) -> str:
-        """Identifies the packages and the Python ABI that they are installed for."""
+        """Returns a hash of the packages, the day and the Python ABI that they are installed for."""
         python = str(sysconfig.get_config_var("SOABI"))
         return hashlib.sha256("\n".join([*self.packages, self.day, python]).encode()).hexdigest()[:12]
 
@@ -87,9 +89,9 @@ class _Requirements:
 
 
 class Environment:
-    """A script's environment: a folder that is complete or missing, and never changes.
+    """A script's environment: a folder that is either complete or missing, and never changes.
 
-    Processes that use it hold a shared lock on the file beside it. Creating or deleting it takes an exclusive lock.
+    Processes that use it hold a shared lock on the lock file beside it. Creating or deleting it takes an exclusive one.
     """
 
     def __init__(self, script: Path) -> None:
@@ -102,7 +104,7 @@ class Environment:
         return self.python.exists()  # false for a link whose interpreter was removed
 
     def num_bytes_to_fetch(self) -> int | None:
-        """Returns the size of the packages, including those in uv's cache, or None if it is unknown."""
+        """Returns the size of the packages in bytes, including those already in uv's cache, or None if unknown."""
         uv = uv_tool.Uv(self._scripts)
         command = ["pip", "compile", "-", "--python", sys.executable, "--format", "pylock.toml", "--quiet"]
         command += ["--exclude-newer", self._requirements.day]
@@ -115,9 +117,9 @@ class Environment:
         return None
 
     def provide(self, progress: SetupProgress) -> Path:
-        """Returns the interpreter of the environment, which is created if necessary.
+        """Creates the environment if necessary, and returns its interpreter.
 
-        Raises WorkerError if it cannot be created.
+        Raises WorkerError if the environment cannot be created.
         """
         while not self.is_ready():
             with file_lock.take(self._lock_file(), on_wait=progress.wait) as lock:
@@ -127,7 +129,10 @@ class Environment:
         return self.python
 
     def hold(self) -> bool:
-        """Protects the environment while this process lives, even after exec. Returns False if it is missing."""
+        """Keeps the environment from being deleted until this process ends, even after exec.
+
+        Returns False if the environment is missing.
+        """
         with file_lock.take(self._lock_file(), shared=True) as lock:
             if not self.is_ready():
                 return False
@@ -148,8 +153,8 @@ class Environment:
             uv.run("venv", "--quiet", "--python", sys.executable, part)
             self._install(uv, part / "bin" / "python", progress)
             (part / surroundings.RECEIPT).write_text("\n".join([*self._requirements.packages, ""]))
-            os.sync()  # a power cut must not leave the final name on incomplete contents
-            shutil.rmtree(self.folder, ignore_errors=True)  # a folder whose interpreter was removed
+            os.sync()  # a power cut must not leave incomplete contents under the final name
+            shutil.rmtree(self.folder, ignore_errors=True)  # exists if its interpreter was removed
             part.rename(self.folder)
         finally:
             shutil.rmtree(part, ignore_errors=True)
@@ -170,7 +175,7 @@ class Environment:
             progress.notice(f"To try again later, delete {self.folder}")
 
     def _alternatives(self) -> list[list[str]]:
-        """Returns uv's options for the builds to try, best first. The last one is used without a trial."""
+        """Returns uv's options for each build to try, best first. The last one is used without a dry run."""
         if not self._requirements.include_torch():
             return [[]]
         undated = [f"--exclude-newer-package={name}=false" for name in _UNDATED]
@@ -196,7 +201,10 @@ class Environment:
 
 
 def _resolves(uv: uv_tool.Uv, *command: str | Path) -> bool:
-    """Tries a command as a dry run. Raises UvError if it fails for a reason that applies to every build."""
+    """Returns True if a dry run of the command succeeds.
+
+    Raises UvError if it fails for a reason that applies to every build.
+    """
     try:
         uv.run(*command, "--dry-run", "--quiet", environment=_impatient())
     except uv_tool.UvError as error:
@@ -207,7 +215,10 @@ def _resolves(uv: uv_tool.Uv, *command: str | Path) -> bool:
 
 
 def _size(wheel: dict[str, Any]) -> int | None:
-    """Returns a file's size in bytes from the index, or else from the server: PyTorch's index gives none."""
+    """Returns a wheel's size in bytes, or None if it is unknown.
+
+    PyTorch's index gives no sizes, so the server is asked for them.
+    """
     if "size" in wheel or "url" not in wheel:
         return wheel.get("size", 0)  # no URL means a local file
     import urllib.request  # rarely needed and slow to import
@@ -229,5 +240,8 @@ def _is_new_python_on_intel_mac() -> bool:
 
 
 def _has_nvidia_driver() -> bool:
-    """Returns True if there is a driver to choose a build for: uv's automatic choice would also consider Intel GPUs."""
+    """Returns True if an NVIDIA driver is installed, or the user names its version.
+
+    Without this check, uv's automatic choice would also consider Intel GPUs.
+    """
     return bool(os.environ.get("UV_CUDA_DRIVER_VERSION")) or any(map(os.path.exists, _NVIDIA_TRACES))

@@ -1,4 +1,4 @@
-"""Shows the progress of fetching and installing, which may take minutes before a worker can begin."""
+"""Shows the progress of downloads and installations, which may take minutes before a worker can begin."""
 
 import time
 
@@ -10,7 +10,7 @@ _INTERVAL_SECONDS = 0.25
 class SetupProgress:
     """Prints a line for each step and, during a download, the position of the program's progress bar.
 
-    The program shows lines by their tag: "[setup]" while it waits for stems, "[download]" while it waits for a song.
+    The tag is the one that the program expects: "[download]" while it waits for a song, "[setup]" at other times.
     """
 
     def __init__(self, tag: str = "[setup]") -> None:
@@ -24,12 +24,15 @@ class SetupProgress:
         self.step("Waiting for another Kelvane to finish the same download")
 
     def notice(self, text: str) -> None:
-        """Prints a line that stays on the screen when everything is fetched in advance."""
+        """Prints a step that "kelvane-render --prepare" also leaves on the screen."""
         worker.say(f"[plan] {text}")
         self.step(text)
 
     def amount(self, text: str, num_arrived: int, num_needed: int) -> None:
-        """Prints the bytes that have arrived and the bytes needed, at most a few times a second until complete."""
+        """Prints the amounts that have arrived and are needed, in MB. The arguments are in bytes.
+
+        Prints at most four times a second until everything has arrived.
+        """
         if time.monotonic() < self._next_time and num_arrived < num_needed:
             return
         self._next_time = time.monotonic() + _INTERVAL_SECONDS

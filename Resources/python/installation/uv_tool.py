@@ -1,4 +1,4 @@
-"""Runs uv for a worker, reports the progress of downloads and explains failures."""
+"""Runs uv for a worker, reports the progress of its downloads and explains its failures."""
 
 import codecs
 import errno
@@ -35,7 +35,7 @@ class Cause(Enum):
 
 
 class UvError(worker.WorkerError):
-    """A failure of uv. Its text is the sentence of its cause, with uv's output as the details."""
+    """A failure of uv. The sentence is that of its cause, and the details are uv's output."""
 
     def __init__(self, words: str) -> None:
         self.cause = _cause(words)
@@ -43,7 +43,10 @@ class UvError(worker.WorkerError):
 
 
 def path() -> str:
-    """Returns the path of the uv that started this process. Raises WorkerError if it is not found."""
+    """Returns the path of the uv that started this process, or else of the one that is installed.
+
+    Raises WorkerError if there is none.
+    """
     if named := os.environ.get("UV"):
         return named
     with suppress(OSError):  # uv before 0.6 does not set UV; /proc may be unreadable
@@ -56,9 +59,9 @@ def path() -> str:
 
 
 class Uv:
-    """Runs uv with the configuration beside the scripts instead of the working folder's.
+    """Runs uv with the configuration beside the scripts instead of one from the working folder.
 
-    Each uv ends with this process and inherits the given file descriptors.
+    On Linux, each uv ends when this process ends, and inherits the given file descriptors.
     """
 
     def __init__(self, scripts: Path, descriptors: tuple[int, ...] = ()) -> None:
@@ -67,7 +70,7 @@ class Uv:
         self._descriptors = descriptors
 
     def run(self, *arguments: str | Path, text: str = "", environment: dict[str, str] | None = None) -> str:
-        """Runs uv with text as its input and returns its output. Raises UvError."""
+        """Runs uv with text as its input and returns its output. Raises UvError if it fails."""
         done = subprocess.run(
             self._command(arguments),
             input=text,
@@ -82,7 +85,7 @@ class Uv:
         return done.stdout
 
     def fetch(self, *arguments: str | Path, on_progress: OnProgress) -> None:
-        """Runs a uv command that downloads. Raises UvError."""
+        """Runs a uv command that downloads, and reports its progress. Raises UvError if it fails."""
         # uv draws progress bars only on a terminal.
         environment = os.environ | {"NO_COLOR": "1", "TERM": "xterm", "COLUMNS": "120"}
         reader, writer = _terminal()
@@ -104,9 +107,9 @@ class Uv:
         screen.finish()
 
     def remove_leftovers(self) -> None:
-        """Deletes temporary folders of killed uv processes from uv's cache, unless another uv is running.
+        """Deletes temporary folders of killed uv processes from uv's cache on Linux, unless another uv is running.
 
-        uv never does. An interrupted installation leaves up to a gigabyte.
+        uv itself never deletes them, and an interrupted installation leaves up to a gigabyte.
         """
         if sys.platform != "linux" or _is_other_uv_running():
             return
@@ -125,14 +128,14 @@ class Uv:
 def _is_other_uv_running() -> bool:
     own = str(os.getppid())
     for name in Path("/proc").glob("[0-9]*/comm"):
-        with suppress(OSError):  # it has just ended
+        with suppress(OSError):  # the process has just ended
             if name.parent.name != own and name.read_text().strip() == "uv":
                 return True
     return False
 
 
 def _terminal() -> tuple[int, int]:
-    """Returns file descriptors to read from and to write to: of a pseudoterminal or, if there is none, a pipe."""
+    """Opens a pseudoterminal, or a pipe if there is none. Returns the descriptors to read from and to write to."""
     try:
         import termios
 
@@ -156,13 +159,13 @@ _UNITS = {"B": 1, "KiB": 1 << 10, "MiB": 1 << 20, "GiB": 1 << 30}
 
 
 class _Screen:
-    """Parses uv's progress bars: frames of a heading and one line for each running download."""
+    """Parses uv's progress bars. uv draws them in frames: a heading, then one line for each running download."""
 
     _HEADING = "Preparing packages..."
     _BAR = re.compile(r"(?<!\S)(\S+)\s+-+\s+(\d{1,9}(?:\.\d+)?) (\w+)/(\d{1,9}(?:\.\d+)?) (\w+)")
     _SEQUENCE = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]")
     _DRAWING = re.compile(r"[\u2800-\u28ff]|[█░]{4}|-{8}")
-    _SPINNER_BEFORE_ERROR = re.compile(r"^[\u2800-\u28ff].*?(?=error: )")  # uv may print it on the spinner's line
+    _SPINNER_BEFORE_ERROR = re.compile(r"^[\u2800-\u28ff].*?(?=error: )")  # uv may print an error on its line
 
     def __init__(self, on_progress: OnProgress) -> None:
         self._decoder = codecs.getincrementaldecoder("utf-8")(errors="replace")

@@ -1,4 +1,4 @@
-"""A decoded song of any length, stored on disk while it is separated."""
+"""Decodes a song of any length, and stores it on disk while it is separated."""
 
 import hashlib
 import tempfile
@@ -27,7 +27,7 @@ class DecodedSong:
 
     def __init__(self, path: str, folder: Path) -> None:
         """Decodes a file into the folder. Raises WorkerError if nothing can be decoded."""
-        self._file = tempfile.TemporaryFile(dir=folder)  # noqa: SIM115  # open as long as the song
+        self._file = tempfile.TemporaryFile(dir=folder)  # noqa: SIM115  # open as long as this object exists
         digest = hashlib.sha256()
 
         def store(samples: bytes) -> None:

@@ -17,7 +17,7 @@ _OVERLAP = 0.25  # of a chunk, as in Demucs' own command
 def separate(model: "BagOfModels", song: DecodedSong) -> "Iterator[torch.Tensor]":
     """Yields consecutive parts of the stems, in tensors of shape (stems, 2, samples).
 
-    The result equals that of Demucs' own command without random shifts. Uses a GPU if there is one.
+    Except for rounding, the result is that of Demucs' own command without random shifts. Uses a GPU if there is one.
     """
     import torch
 
@@ -26,7 +26,7 @@ def separate(model: "BagOfModels", song: DecodedSong) -> "Iterator[torch.Tensor]
     chunk_size = int(model.samplerate * model.models[0].segment)
     stride = int((1 - _OVERLAP) * chunk_size)
     fading = _fading_weights(chunk_size)
-    tail, tail_weights = torch.zeros(0), torch.zeros(0)  # of the previous chunk, beyond its stride
+    tail, tail_weights = torch.zeros(0), torch.zeros(0)  # the previous chunk's end, beyond its stride
 
     for start in range(0, song.num_samples, stride):
         length = min(chunk_size, song.num_samples - start)
@@ -105,7 +105,7 @@ class _Network:
     def _run(self, chunk: "TensorChunk") -> "torch.Tensor":
         from demucs.apply import apply_model
 
-        self._model.to(self._device)  # moves it only once; Demucs would move it back after each chunk
+        self._model.to(self._device)  # moves the model only once; Demucs would move it back after each chunk
         return apply_model(self._model, chunk, shifts=0, split=False, device=self._device)[0].cpu()
 
 

@@ -1,4 +1,4 @@
-"""Loads Demucs' models from the hub's cache, and fetches those that are missing."""
+"""Loads Demucs' models from the cache of the Hugging Face Hub, and fetches those that are missing."""
 
 import os
 import ssl
@@ -10,7 +10,7 @@ import file_lock
 import worker
 from installation.setup_progress import SetupProgress
 
-# The hub's client reads these when it is imported. Plain HTTP, unlike Xet, fails quickly without a network.
+# The hub's client reads these when it is imported. Without a network, plain HTTP fails quickly, unlike Xet.
 os.environ.setdefault("HF_HUB_DISABLE_TELEMETRY", "1")
 os.environ.setdefault("HF_HUB_DISABLE_XET", "1")
 
@@ -22,7 +22,7 @@ if TYPE_CHECKING:
 
 
 def load(name: str) -> "Separator":
-    """Loads a model, which needs no network if it is cached. Raises WorkerError if it cannot be loaded."""
+    """Loads a model, and fetches it first if it is not cached. Raises WorkerError if it cannot be loaded."""
     from huggingface_hub import constants
     from huggingface_hub.errors import LocalEntryNotFoundError
 
@@ -42,7 +42,7 @@ def _load_cached(name: str) -> "Separator":
 
     is_offline, constants.HF_HUB_OFFLINE = constants.HF_HUB_OFFLINE, True
     try:
-        return Separator(f"hf://{name}")  # the bare name falls back to pickles, which can run code
+        return Separator(f"hf://{name}")  # for a bare name, Demucs may load a pickle, which can run code
     except (OSError, MemoryError):
         raise
     except Exception as error:
@@ -65,7 +65,7 @@ def _fetch(name: str) -> None:
     except RepositoryNotFoundError as error:
         raise worker.WorkerError(f'Demucs has no model called "{name}": choose htdemucs.') from error
     except Exception as error:
-        if getattr(error, "errno", None):  # from the disk: network errors have none
+        if getattr(error, "errno", None):  # a disk error: network errors have no errno
             raise
         if _is_certificate_error(error):
             raise worker.WorkerError(

@@ -19,7 +19,7 @@ def tune(network: nn.Module) -> None:
 
 
 def _make_contiguous(_module: nn.Module, _inputs: tuple[Tensor], output: Tensor) -> Tensor:
-    """Restores the normal layout: the output is transposed, and adding to it takes several times as long."""
+    """Makes the output contiguous: it is transposed, and adding to that takes several times as long."""
     return output.contiguous()
 
 
@@ -34,7 +34,7 @@ class _TiledBranches(nn.Module):
         self._branches = nn.ModuleList(map(_tuned_branch, branches.layers))
 
     def forward(self, x: Tensor) -> Tensor:
-        """x is of shape (frequencies, channels, samples)."""
+        """Runs the branches on x, of shape (frequencies, channels, samples)."""
         rows = max(1, _TILE_SIZE // (x[0].numel() * x.element_size()))
         if rows >= len(x):
             return self._add_branches(x)
@@ -70,7 +70,7 @@ def _fold(scale: Tensor, norm: nn.GroupNorm) -> None:
 
 
 class _MatrixProduct(nn.Module):
-    """Computes a convolution with a kernel of one sample, without conversions of the memory layout."""
+    """Computes a convolution with a kernel of one sample as a matrix product, which needs no other memory layout."""
 
     def __init__(self, convolution: nn.Conv1d) -> None:
         super().__init__()
@@ -105,7 +105,10 @@ class _Upsampling(nn.Module):
         self._bias = torch.stack([bias, torch.zeros_like(bias)]).reshape(-1, 1)
 
     def forward(self, x: Tensor) -> Tensor:
-        """Maps the shape (batch, inputs, rows) or (batch, inputs, rows, samples) to one with outputs for inputs."""
+        """Returns a tensor of shape (batch, outputs, (rows + 1) * stride), for x of shape (batch, inputs, rows).
+
+        Both may have a last dimension for samples.
+        """
         batch, _, num_rows, *columns = x.shape
         result = x.new_empty(batch, self._num_outputs, num_rows + 1, self._stride, *columns)
         result[:, :, 0] = 0
@@ -122,7 +125,7 @@ class _Upsampling(nn.Module):
         return result.flatten(2, 3)
 
     def _blocks(self, x: Tensor) -> tuple[Tensor, Tensor]:
-        """The two blocks of each row, of shape (batch, outputs, rows, stride) or (..., stride, samples)."""
+        """Returns the two blocks of each row, of shape (batch, outputs, rows, stride) or (..., stride, samples)."""
         batch, _, num_rows, *columns = x.shape
         bias, weight = (values.expand(batch, -1, -1) for values in (self._bias, self._weight))
         products = torch.baddbmm(bias, weight, x.flatten(2))

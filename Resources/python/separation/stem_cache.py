@@ -28,7 +28,7 @@ if TYPE_CHECKING:
     import numpy as np
 
 _GIGABYTE = 10**9
-_RESERVED = 2 * _GIGABYTE  # of the disk, for everything else
+_RESERVED = 2 * _GIGABYTE  # always left free on the disk
 
 _RECEIPT = "stems.json"  # the checksum of each stem
 _UNFINISHED = ".part"
@@ -38,7 +38,7 @@ _MODE = 0o600 if sys.platform == "win32" else 0o400
 
 
 class StemCache:
-    """The entries, up to the limit in KELVANE_STEM_CACHE. With a limit of 0 or an unusable folder it stays empty.
+    """Manages the entries, up to the total size in KELVANE_STEM_CACHE. Keeps none if it is 0 or the folder is unusable.
 
     Raises WorkerError if the limit is not a number, or if the user has no cache folder.
     """
@@ -56,14 +56,14 @@ class StemCache:
             self._limit = 0
 
     def scratch_folder(self, other: Path) -> Path:
-        """Returns either the cache's folder or the other one, depending on free space."""
+        """Returns the folder with more free space: the cache's or the other one. Without a cache, returns the other."""
         folders = [other] if self._limit == 0 else [self._folder, other]
         return max(folders, key=lambda folder: shutil.disk_usage(folder).free)
 
     def place(self, key: str | None, stems: list[str], folder: Path) -> bool:
         """Puts an entry's stems into the folder, as links where possible. Returns False if they are not available.
 
-        Removes a damaged entry.
+        Removes the entry if it is damaged.
         """
         if key is None or self._limit == 0 or not (self._folder / key).is_dir():
             return False
@@ -85,7 +85,7 @@ class StemCache:
 
     @contextmanager
     def new_entry(self, key: str | None, size: int) -> "Iterator[NewEntry]":
-        """Provides a new entry of size bytes, removed unless it is finished. Without room it stores nothing."""
+        """Provides a new entry of size bytes, and discards it unless it is finished. Without room it stores nothing."""
         has_room = False
         with contextlib.suppress(OSError):
             has_room = key is not None and self._make_room(size)
@@ -122,12 +122,12 @@ class StemCache:
                     yield _Entry(folder, size, folder.stat().st_mtime)
 
     def _remove(self, folder: Path) -> None:
-        """Renames the folder first, so that a partly deleted one is never taken for an entry."""
+        """Removes a folder, and renames it first so that a partly deleted one is never taken for an entry."""
         with contextlib.suppress(OSError):
             shutil.rmtree(folder.rename(_unfinished(folder)), ignore_errors=True)
 
     def _remove_unfinished(self) -> None:
-        """Removes the entries of processes that were killed: running ones keep their receipts locked."""
+        """Removes the unfinished entries of killed processes. Running ones keep the receipts of theirs locked."""
         for folder in self._folder.glob(f"*{_UNFINISHED}"):
             is_in_use = False
             with contextlib.suppress(OSError), (folder / _RECEIPT).open("r+b") as receipt:
@@ -147,7 +147,7 @@ class NewEntry:
     """Collects the stems of one song, and becomes an entry when it is finished. If it fails, only the entry is lost."""
 
     def __init__(self, target: Path | None) -> None:
-        """Without a target it stores nothing."""
+        """Creates a folder beside target, the folder of the finished entry. Without a target it stores nothing."""
         self._target = target
         self._folder: Path | None = None
         self._files: dict[str, StemFile] = {}
@@ -190,7 +190,7 @@ class NewEntry:
         folder, self._folder = self._folder, None
         if folder is not None:
             for file in filter(None, (self._receipt, *self._files.values())):
-                with contextlib.suppress(OSError):  # the last write may fail here
+                with contextlib.suppress(OSError):  # closing completes the last write, which may fail
                     file.close()
             shutil.rmtree(folder, ignore_errors=True)
 
@@ -199,7 +199,7 @@ class NewEntry:
         try:
             yield
         except OSError as error:
-            if not self._target.is_dir():  # otherwise another process was faster
+            if not self._target.is_dir():  # if it is, another process has stored the same stems
                 worker.say(f"The stems will not be cached ({error.strerror})")
             self.abandon()
 
@@ -238,7 +238,7 @@ def _place(entry: Path, checksums: dict[str, int], folder: Path) -> None:
 
 
 def _place_intact(source: Path, target: Path, checksum: int) -> None:
-    """Links before checking, because another process may remove the entry in between."""
+    """Places a stem and then checks it, in this order because another process may remove the entry at any time."""
     if not source.is_file():
         raise _DamagedError
     try:
@@ -259,7 +259,7 @@ def _checksum(file: Path) -> int:
 
 
 def _link_or_copy(source: Path, target: Path) -> None:
-    """Copies if the folders are on different file systems, or on one without links."""
+    """Links target to source, or copies it if they are on different file systems or on one without links."""
     try:
         target.hardlink_to(source)
     except OSError:

@@ -1,4 +1,4 @@
-"""Writes stems as WAV."""
+"""Writes stems as WAV files."""
 
 import os
 import struct
@@ -14,7 +14,7 @@ if TYPE_CHECKING:
 _FLOAT = 3  # WAV's format code
 _CHANNELS = 2
 _FRAME_SIZE = 4 * _CHANNELS  # bytes
-_UNKNOWN = 0xFFFFFFFF  # RF64's 32-bit sizes, which 64-bit ones replace
+_UNKNOWN = 0xFFFFFFFF  # stands in RF64's 32-bit size fields; its 64-bit ones have the sizes
 
 
 class StemFile:

@@ -32,7 +32,7 @@ def _model_files(name: str) -> list[Path]:
 
 
 def _content(file: Path) -> str:
-    """Returns a digest of a file. In the hub's cache this is the name of the file that it links to."""
+    """Returns a digest of a file. In the hub's cache a file is a link, and its target is named by such a digest."""
     content = file.resolve()
     if content.parent.name == "blobs":
         return content.name

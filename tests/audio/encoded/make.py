@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Encodes the same sweep in formats that record an encoder's delay. Needs lame, ffmpeg and mutagen.
+"""Encodes the same sweep in formats that can state the encoder's delay. Needs lame, ffmpeg and mutagen.
 
-The files are kept, so that the tests need no encoder; tests/audio/FFmpegAudioFormatTest.cpp knows the sweep.
+The results are in the repository, so that the tests need no encoder. tests/audio/FFmpegAudioFormatTest.cpp computes the
+same sweep.
 """
 
 import os
@@ -39,7 +40,7 @@ def main() -> None:
     ):
         ffmpeg("-i source.wav", options, FOLDER / name)
 
-    # Apple's encoders store the delay and the padding in this tag instead of an edit list.
+    # Apple's encoders state the delay and the padding in this tag instead of an edit list.
     delay, padding = 1024, -(NUM_SAMPLES + 1024) % 1024
     note = f" 00000000 {delay:08X} {padding:08X} {NUM_SAMPLES:016X}" + 8 * " 00000000"
     tags = mutagen.mp4.MP4(FOLDER / "apple.m4a")
