@@ -38,7 +38,13 @@ std::optional<Functions> load()
     KELVANE_FFMPEG_FUNCTIONS (KELVANE_FIND)
 #undef KELVANE_FIND
 
-    return foundAll ? std::optional (functions) : std::nullopt;
+    if (! foundAll)
+        return {};
+
+    // A file of some kilobytes can claim an index of 2 GB, which FFmpeg would allocate before it reads any of it.
+    constexpr size_t largestBlock = 1 << 29; // bytes
+    functions.av_max_alloc (largestBlock);
+    return functions;
 }
 
 const std::optional<Functions>& loadOnce()

@@ -40,6 +40,7 @@ namespace ffmpeg
     CALL (avutil, av_log_set_level)                                                                                    \
     CALL (avutil, av_malloc)                                                                                           \
     CALL (avutil, av_match_name)                                                                                       \
+    CALL (avutil, av_max_alloc)                                                                                        \
     CALL (avutil, av_rescale_q)                                                                                        \
     CALL (avutil, av_strdup)                                                                                           \
     CALL (avcodec, av_packet_alloc)                                                                                    \

@@ -26,7 +26,7 @@ public:
     struct Job
     {
         std::vector<Entry> entries; /**< in the order of rendering */
-        double ratio = 1.0;         /**< of the speed, or with AdjustMode::Key of the pitch; 0.25 to 4 */
+        double ratio = 1.0;         /**< of the speed, or with AdjustMode::Key of the pitch; see SpeedRatio.h */
         juce::String baseName;      /**< the song's name, which begins each output file's name */
         juce::String statusSuffix;  /**< appended to every status text */
         juce::File outDir;          /**< exists */

@@ -106,8 +106,8 @@ ENDS = {
     ("stage", "end"),
     [
         *((stage, "SIGKILL") for stage in STAGES),
-        *((stage, "SIGINT") for stage in ("detection", "installation")),
-        *((stage, "Ctrl+C") for stage in ("download", "separation", "preparation")),
+        *((stage, "SIGINT") for stage in ("detection", "preparation")),
+        *((stage, "Ctrl+C") for stage in ("download", "separation", "installation")),
     ],
 )
 def test_nothing_outlives_the_program(

@@ -85,6 +85,7 @@ TEST_F (PanelTest, EnablesTheControlsOfTheSelectedMode)
     EXPECT_EQ (panel.getStretchMode(), StretchMode::TempoOnly);
     click (panel.tempoPitchToggle);
     EXPECT_EQ (panel.getStretchMode(), StretchMode::TempoAndPitch);
+    EXPECT_FALSE (panel.tempoOnlyToggle.getToggleState());
 
     // The five modes, the slider, four labels, the BPM row, the key row, and the button with the detected values.
     for (const auto& [clicked, mode, expected] :

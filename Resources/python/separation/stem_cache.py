@@ -28,6 +28,7 @@ if TYPE_CHECKING:
     import numpy as np
 
 _GIGABYTE = 10**9
+_DEFAULT_LIMIT = 4 * _GIGABYTE
 _RESERVED = 2 * _GIGABYTE  # always left free on the disk
 
 _RECEIPT = "stems.json"  # the checksum of each stem
@@ -274,7 +275,7 @@ def _limit() -> int:
     """Returns the size that the user allows, in bytes."""
     text = os.environ.get("KELVANE_STEM_CACHE", "").strip()
     if not text:
-        return 4 * _GIGABYTE
+        return _DEFAULT_LIMIT
     gigabytes = re.fullmatch(r"(\d{1,9}(?:\.\d+)?) ?(?:GB?)?", text, re.IGNORECASE)
     if gigabytes is None:
         raise worker.WorkerError(
