@@ -20,7 +20,7 @@ _PERIOD = 0.5  # seconds
 _STARTS = _PERIOD * np.arange(1, 199)
 _SPEEDS = (0.25, 0.5, 0.75, 0.875, 1.125, 1.25, 1.5, 2, 3, 4)  # the stretch's hop is a whole number at each
 _COMPARED = 2000  # samples: the part of a hit that is searched for
-_COPY_DISTANCE = 0.02  # seconds: a match at least this far away is a second hit
+_COPY_DISTANCE = 0.02  # seconds: another match further from the best one repeats the hit
 
 
 def main() -> None:

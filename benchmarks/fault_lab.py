@@ -167,10 +167,10 @@ class Lab:
         next_arguments: list[str | Path] | None = None,
         **variables: str,
     ) -> bool:
-        """Runs the program and counts the outcome, and whether the next run succeeds.
+        """Runs the program, then runs it again. Counts the outcome of the first run and a success of the second.
 
-        Returns False, and counts nothing, if the disturbance came too late. Restores what was made unusable before the
-        next run, which is the usual one if no other is given.
+        Returns False, and counts nothing, if the disturbance came too late. Calls restore after the first run. The
+        second run is the usual one if next_arguments gives no other.
         """
         arguments = arguments or self.usual
         names = self.put_older_results(arguments)

@@ -113,8 +113,8 @@ inline bool canBeScaled (float pointsNorm)
     return pointsNorm > 1.0e-12f && pointsNorm < 1.0e12f;
 }
 
-/** Scales points to integerNorm and rounds them to the nearest integers. This can be vectorised, because the offset
-    makes all values positive, for which truncation rounds down.
+/** Scales points so that their norm is integerNorm, and rounds them to the nearest integers. The offset makes every
+    value positive, so that truncation rounds down and the loop can be vectorised.
 */
 inline void scaleAndRound (const float* points, float pointsNorm, int32_t* integers, int numPoints)
 {

@@ -70,7 +70,9 @@ static juce::String makeAbsolute (const juce::String& path)
     return fileInFolder (juce::File::getCurrentWorkingDirectory(), path).getFullPathName();
 }
 
-/** Leaves an entry unchanged if it names no existing file, as a URL does. An index's path may follow a name and "=". */
+/** Makes the path in an entry absolute if it exists. Any other entry, such as a URL, stays as it is. The entry of a
+    package index may have the form NAME=PATH.
+*/
 static juce::String makeEntryAbsolute (const juce::String& entry)
 {
     for (const auto& path : { entry, entry.fromFirstOccurrenceOf ("=", false, false) })

@@ -59,7 +59,7 @@ void ProgressDisplay::print (const juce::String& text)
 
 void ProgressDisplay::redraw (const juce::String& line)
 {
-    // A line that fills the last column may wrap, and could then not be overwritten.
+    // A line that reaches the last column may wrap, and then it could not be overwritten.
     const auto visible = line.substring (0, terminalWidth() - 1);
     std::cout << '\r' << visible.paddedRight (' ', drawnWidth) << std::flush;
     drawnWidth = visible.length();

@@ -16,7 +16,7 @@ public:
 
     void resized() override;
 
-    /** Dims the controls of the other source. Call this after setting a toggle without notification. */
+    /** Enables the controls of the selected source and dims those of the other. Call this after setting a toggle without notification. */
     void updateEnablement();
 
     /** Opens the file dialog. */

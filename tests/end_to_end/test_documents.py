@@ -26,7 +26,7 @@ def test_links_and_paths_exist() -> None:
 
 
 def test_troubleshooting_quotes_the_programs() -> None:
-    """Compares the first columns of its tables, where … stands for the part that varies."""
+    """Looks in the sources for the messages in the first columns, where … stands for the part that varies."""
     patterns = ("src/**/*.cpp", "src/**/*.h", "Resources/python/**/*.py", "scripts/*")
     texts = [path.read_text() for pattern in patterns for path in ROOT.glob(pattern)]
     sources = re.sub(r'"\s*\n\s*f?"', "", "\n".join(texts))  # joins literals that are split over lines

@@ -24,7 +24,7 @@ class SetupProgress:
         self.step("Waiting for another Kelvane to finish the same download")
 
     def notice(self, text: str) -> None:
-        """Prints a step that "kelvane-render --prepare" also leaves on the screen."""
+        """Prints a step, which "kelvane-render --prepare" puts on a line that later progress does not overwrite."""
         worker.say(f"[plan] {text}")
         self.step(text)
 
