@@ -16,7 +16,9 @@ public:
 
     void resized() override;
 
-    /** Enables the controls of the selected source and dims those of the other. Call this after setting a toggle without notification. */
+    /** Enables the controls of the selected source and dims those of the other. Call this after setting a toggle
+        without notification.
+    */
     void updateEnablement();
 
     /** Opens the file dialog. */
