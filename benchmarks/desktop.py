@@ -39,7 +39,7 @@ def open_window(
         screen.close()
 
 
-def choose(window: Window, out: Path) -> None:
-    """Chooses the demo song, and the folder for its stems."""
-    window.choose(CHOOSE_FILE, "Choose an audio file", SONG)
+def choose(window: Window, out: Path, song: Path = SONG) -> None:
+    """Chooses the song, and the folder for its stems."""
+    window.choose(CHOOSE_FILE, "Choose an audio file", song)
     window.choose(CHOOSE_FOLDER, "Choose the output folder", out)

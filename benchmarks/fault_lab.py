@@ -156,6 +156,13 @@ class Lab:
                 continue
         return found
 
+    def descendant(self, pid: int, generation: int) -> int:
+        """Returns a child of a process (generation 1), a grandchild (2) and so on, or 0 if there is none now."""
+        for _ in range(generation):
+            parents = self.family()
+            pid = next((child for child, parent in parents.items() if parent == pid), 0)
+        return pid
+
     def attempt(
         self,
         kind: str,

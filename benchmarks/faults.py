@@ -131,10 +131,7 @@ def kills(target: str, lab: Lab, options: argparse.Namespace, dice: random.Rando
 def _killing(lab: Lab, target: str, dice: random.Random) -> Disturb:
     def disturb(program: subprocess.Popen[bytes]) -> bool:
         time.sleep(dice.uniform(0, lab.seconds))
-        pid = program.pid
-        for _ in range(_TARGETS.index(target)):
-            parents = lab.family()
-            pid = next((child for child, parent in parents.items() if parent == pid), 0)
+        pid = lab.descendant(program.pid, _TARGETS.index(target))
         if pid == 0 or program.poll() is not None:
             return False
         with suppress(ProcessLookupError):

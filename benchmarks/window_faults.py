@@ -18,7 +18,7 @@ from contextlib import contextmanager, suppress
 from dataclasses import dataclass
 from pathlib import Path
 
-from desktop import PROGRAM, open_window
+from desktop import PROGRAM, choose, open_window
 from fault_lab import MARK, Lab, Tally
 from screen import wait_for
 from window import (
@@ -26,8 +26,6 @@ from window import (
     BPM,
     BPM_AUTO,
     BPM_TO,
-    CHOOSE_FILE,
-    CHOOSE_FOLDER,
     EXECUTE,
     FULL_SONG,
     NOWHERE,
@@ -48,8 +46,7 @@ class _User:
     pid: int
 
     def enter_what_is_wanted(self) -> None:
-        self.window.choose(CHOOSE_FILE, "Choose an audio file", self.lab.song)
-        self.window.choose(CHOOSE_FOLDER, "Choose the output folder", self.lab.out)
+        choose(self.window, self.lab.out, self.lab.song)
         self.window.click(BASS, OTHER, FULL_SONG, BPM, BPM_AUTO, BPM_TO)
         self.window.type("140")
         self.window.click(NOWHERE)
@@ -81,10 +78,7 @@ class _User:
 
     def kill(self, generation: int) -> bool:
         """Kills the window, its child or its grandchild. Returns False if there is none, or the run has ended."""
-        victim = self.pid
-        for _ in range(generation):
-            family = self.lab.family()
-            victim = next((child for child, parent in family.items() if parent == victim), 0)
+        victim = self.lab.descendant(self.pid, generation)
         if victim == 0 or self.shown():
             return False
         with suppress(ProcessLookupError):
