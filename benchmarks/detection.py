@@ -81,8 +81,9 @@ def seconds_to_start() -> float:
 
 def installed_megabytes() -> float:
     """Returns the size of the worker's packages, without Python's compiled bytecode."""
-    command = [UV, "python", "find", "--script", str(WORKER)]
-    environment = Path(subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()).parents[1]
+    command = [UV, "run", "--quiet", str(WORKER.with_name("prepare.py")), str(WORKER)]
+    python = subprocess.run(command, check=True, capture_output=True, text=True).stdout.splitlines()[-1]
+    environment = Path(python).parents[1]
     files = (file for file in environment.rglob("*") if file.is_file() and "__pycache__" not in file.parts)
     return sum(file.stat().st_size for file in files if not file.is_symlink()) / 1e6
 

@@ -314,7 +314,7 @@ def main() -> None:
     for mutant in taken["Both"]:
         if mutant.outcome == "survived":
             print(f"\n{mutant.file}:{mutant.line}\n- {mutant.old.strip()}\n+ {mutant.new.strip()}")
-    print(f"\n{sum(entry['outcome'] == 'invalid' for entry in known.values())} edits redrawn")
+    print(f"\n{sum(entry['outcome'] == 'invalid' for entry in known.values())} invalid edits were replaced")
     for name, mutants in taken.items():
         killed = [mutant for mutant in mutants if mutant.outcome == "killed"]
         early = sum(mutant.passed == 0 for mutant in killed)

@@ -25,7 +25,6 @@ from separation import model_cache
 
 _SCRIPTS = Path(__file__).parent
 _PURPOSES = {"Links": "yt2wav.py", "Detection": "analyze.py", "Stems": "separate.py"}
-_MODEL = "htdemucs"
 
 
 def main(arguments: list[str]) -> None:
@@ -45,7 +44,7 @@ def _fetch_everything() -> None:
         _print_plan()
     for script in _PURPOSES.values():
         python = _provide(_SCRIPTS / script, progress)
-    progress.step(f"Checking for the {_MODEL} model")
+    progress.step(f"Checking for the {model_cache.DEFAULT_MODEL} model")
     _fetch_model(python)
 
 
@@ -53,7 +52,8 @@ def _print_plan() -> None:
     for purpose, script in _PURPOSES.items():
         environment = Environment(_SCRIPTS / script)
         worker.say(f"[plan] {purpose}: {'ready' if environment.is_ready() else _size(environment)}")
-    worker.say(f"[plan] The {_MODEL} model: 84 MB, unless it is already there")
+    model, megabytes = model_cache.DEFAULT_MODEL, model_cache.DEFAULT_MEGABYTES
+    worker.say(f"[plan] The {model} model: {megabytes} MB, unless it is already there")
 
 
 def _size(environment: Environment) -> str:
@@ -72,7 +72,7 @@ def _provide(script: Path, progress: SetupProgress) -> Path:
 
 def _fetch_model(python: Path) -> None:
     begin = partial(worker.begin_child, os.getpid()) if sys.platform == "linux" else None
-    command = [python, __file__, "--model", _MODEL]
+    command = [python, __file__, "--model", model_cache.DEFAULT_MODEL]
     environment = {name: value for name, value in os.environ.items() if name != "UV"}  # uv is not the child's parent
     done = subprocess.run(command, stdin=subprocess.DEVNULL, preexec_fn=begin, env=environment)
     if done.returncode != 0:

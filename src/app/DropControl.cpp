@@ -66,5 +66,5 @@ void MainComponent::takeDroppedText (const juce::String& text)
         inputPanel.useUrl (links[0]);
     else
         showWarning ("Cannot use what was dropped",
-                     "This is not one link.\nDrop a link that begins with http, or a file.");
+                     "This is not a link.\nDrop a single link that begins with http, or a file.");
 }

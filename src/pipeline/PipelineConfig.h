@@ -27,6 +27,7 @@ struct PipelineConfig
 {
     static constexpr int numStems = 4;
     static constexpr int numKeys = 12;
+    static constexpr auto defaultModel = "htdemucs";
 
     /** In the order of the flags in `stems`. */
     static const std::array<const char*, numStems> stemNames;
@@ -43,7 +44,7 @@ struct PipelineConfig
 
     bool stems[numStems] = {};
     bool fullSong = false;
-    juce::String modelName { "htdemucs" };
+    juce::String modelName { defaultModel };
 
     StretchMode stretchMode = StretchMode::TempoOnly;
     AdjustMode adjustMode = AdjustMode::Percentage;

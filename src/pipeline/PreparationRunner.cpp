@@ -43,7 +43,7 @@ bool PreparationRunner::prepare (juce::String& message)
 
     if (result.succeeded())
     {
-        message = "Links, detection and stems are ready. All but links work without a network.";
+        message = "Links, detection and stems are ready. From now on, only links need a network.";
         return true;
     }
 

@@ -24,7 +24,7 @@ juce::String checkTempos (const PipelineConfig& config)
     const auto ratio = speedratio::fromTempos (config.fromBpm, config.toBpm);
 
     if (! (ratio >= speedratio::minimum && ratio <= speedratio::maximum))
-        return "The BPM ratio is out of range (limited to 0.25x - 4x).";
+        return juce::String ("The BPM ratio is out of range (limited to ") + speedratio::range + ").";
 
     return {};
 }

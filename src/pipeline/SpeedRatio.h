@@ -4,9 +4,10 @@
 namespace speedratio
 {
 
-/** The range to which a run limits every ratio. */
+/** The range to which a run limits every ratio, and its form in texts. */
 constexpr double minimum = 0.25;
 constexpr double maximum = 4.0;
+constexpr auto range = "0.25x - 4x";
 
 /** @param percent  the change of speed: 100 doubles it, -50 halves it */
 double fromPercent (double percent);

@@ -26,8 +26,8 @@ static juce::String withAdvice (const juce::String& message)
         return message;
 
     return message.trimEnd() + blankLine
-           + "The worker was stopped before it could say why. Close other programs, in case memory is short, and try "
-             "again.";
+           + "The worker ended without saying why. The computer may have run out of memory: close other programs and "
+             "try again.";
 }
 
 int Batch::run()

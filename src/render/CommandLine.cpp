@@ -1,6 +1,7 @@
 #include "render/CommandLine.h"
 
 #include "pipeline/RunChecks.h"
+#include "pipeline/SpeedRatio.h"
 
 #include <algorithm>
 #include <cmath>
@@ -22,11 +23,11 @@ or the URL of a video (https://...).
 
   --out DIR            the folder for the results; created if necessary
   --stems LIST         the stems to render, separated by commas: @stems
-  --full-song          also render the whole song, unseparated
+  --full-song          the whole song, unseparated
                        Without --stems and --full-song, all stems are rendered.
 
   --percent P          tempo change in percent: 25 is a quarter faster, -50 half as fast;
-                       limited to speeds from a quarter of the original to four times it
+                       the speed is limited to @speeds
   --bpm FROM:TO        change the tempo from FROM to TO beats per minute; FROM may be auto
   --key FROM:TO        transpose by the smaller interval and keep the tempo;
                        FROM may be auto; the keys are
@@ -65,6 +66,7 @@ juce::String fillIn (const char* text)
     return juce::String (text)
         .replace ("@stems", join (PipelineConfig::stemNames, ","))
         .replace ("@keys", join (PipelineConfig::keyNames, " "))
+        .replace ("@speeds", speedratio::range)
         .replace ("@rates", rateRange());
 }
 

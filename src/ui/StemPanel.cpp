@@ -34,7 +34,7 @@ StemPanel::StemPanel() : PanelBase (juce::CharPointer_UTF8 ("2 · Stems"))
     styleAsCaption (modelLabel);
     addAndMakeVisible (modelLabel);
 
-    modelBox.addItem ("htdemucs (Demucs v4)", 1);
+    modelBox.addItem (getModelName() + " (Demucs v4)", 1);
     modelBox.setSelectedId (1, juce::dontSendNotification);
     modelBox.setTitle (modelLabel.getText());
     addAndMakeVisible (modelBox);
@@ -75,5 +75,5 @@ void StemPanel::getStems (bool (&out)[PipelineConfig::numStems]) const
 
 juce::String StemPanel::getModelName() const
 {
-    return "htdemucs";
+    return PipelineConfig::defaultModel;
 }

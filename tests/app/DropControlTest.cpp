@@ -58,7 +58,7 @@ TEST_F (DropControlTest, ExplainsWhyADropIsNotASong)
     for (const auto* const text : { "a word", "http is a protocol", "ftp://127.0.0.1/a", "http://a\nhttp://b", "" })
     {
         window->takeDroppedText (text);
-        expectWarning ("This is not one link.\nDrop a link");
+        expectWarning ("This is not a link.\nDrop a single link");
     }
     EXPECT_TRUE (input().localToggle.getToggleState() && input().urlBox.isEmpty() && input().selectedFile == song);
 }

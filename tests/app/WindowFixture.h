@@ -50,10 +50,9 @@ protected:
 
     void wantFullSongAlone()
     {
-        auto& panel = stems();
-        for (auto* const stem : { &panel.drumsToggle, &panel.bassToggle, &panel.vocalsToggle, &panel.otherToggle })
-            turn (*stem, false);
-        turn (panel.fullSongToggle, true);
+        for (auto* const toggle : stems().getChildren())
+            if (auto* const button = dynamic_cast<juce::ToggleButton*> (toggle))
+                turn (*button, button == &stems().fullSongToggle);
     }
 
     void useUrl (const juce::String& url)

@@ -1,6 +1,7 @@
 """kelvane-render's command line: usage, messages, exit statuses, progress and cancelling."""
 
 import os
+import re
 import signal
 import subprocess
 from pathlib import Path
@@ -10,7 +11,7 @@ import pytest
 from conftest import RENDER, Run, rendered
 from processes import with_disk
 from wav import read_wav, write_wav
-from workers import DEMO_SONG
+from workers import DEMO_SONG, ROOT
 
 OUT = ("--out", "out", "--full-song")
 NOISE = np.random.default_rng(7).uniform(-0.5, 0.5, (20000, 2))
@@ -69,6 +70,11 @@ def test_help_and_version(render: Run) -> None:
     assert (shown.returncode, version.returncode, version.stdout) == (0, 0, "kelvane-render 1.0.0\n")
     assert shown.stdout.startswith("Usage: kelvane-render SONG")
 
+    manual = (ROOT / "packaging" / "kelvane-render.1").read_text().replace("\\-", "-")
+    facts = re.findall(r"--[a-z-]+|\w+(?:,\w+)+|C C#.+|\d{4,}|[\d.]+x", shown.stdout)
+    assert len(facts) > 20
+    assert not [fact for fact in facts if fact not in manual]
+
 
 def test_prints_a_line_a_status_or_redraws_one_on_a_terminal(render: Run, tmp_path: Path, song: Path) -> None:
     before, wrote = set(tmp_path.rglob("*")), ["Wrote 1 file(s) to:", f"{tmp_path}/out/song - Stems"]
@@ -121,7 +127,7 @@ def test_reports_unusable_output_folders(render: Run, tmp_path: Path, song: Path
 
 
 def test_advises_when_a_worker_was_stopped(render: Run, song: Path, environment: dict[str, str]) -> None:
-    stopped, full = "is short, and try again.\n", "The disk is full: free some space and try again.\n"
+    stopped, full = "close other programs and try again.\n", "The disk is full: free some space and try again.\n"
     for words, end in (
         (" 42%|####      |", stopped),
         ("", stopped),

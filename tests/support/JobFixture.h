@@ -18,7 +18,7 @@ protected:
         audiofile::writeWav (song, signals::noise (2, 20000), 44100.0, 16, error);
         setWorker ("yt2wav.py", "mkdir -p \"$4\"; cp \"$song\" \"$4/A Title.wav\"; echo \"WAV_PATH::$4/A Title.wav\"");
         setDetection (112.04);
-        setWorker ("separate.py", "for stem in drums bass vocals other; do cp \"$song\" \"$4/$stem.wav\"; done");
+        setWorker ("separate.py", "for stem in $(echo $8 | tr , ' '); do cp \"$song\" \"$4/$stem.wav\"; done");
         write ("uv", "#!/bin/sh\ncd \"${0%/*}\"; song='../My Song.wav'; worker=${2##*/}; echo >>$worker.starts\n"
                      "printf '%s\\n' \"$@\" >$worker.args; . ./$worker.sh\n");
         file ("uv").setExecutePermission (true);

@@ -14,6 +14,9 @@ from installation.setup_progress import SetupProgress
 os.environ.setdefault("HF_HUB_DISABLE_TELEMETRY", "1")
 os.environ.setdefault("HF_HUB_DISABLE_XET", "1")
 
+DEFAULT_MODEL = "htdemucs"
+DEFAULT_MEGABYTES = 84
+
 _MIN_SHOWN_SIZE = 100_000  # bytes: a smaller file arrives at once
 
 if TYPE_CHECKING:
@@ -63,7 +66,7 @@ def _fetch(name: str) -> None:
             if Path(file.rfilename).suffix in (".yaml", ".safetensors"):
                 hf_hub_download(_repository(name), file.rfilename, tqdm_class=_progress_lines())
     except RepositoryNotFoundError as error:
-        raise worker.WorkerError(f'Demucs has no model called "{name}": choose htdemucs.') from error
+        raise worker.WorkerError(f'Demucs has no model called "{name}": choose {DEFAULT_MODEL}.') from error
     except Exception as error:
         if getattr(error, "errno", None):  # a disk error: network errors have no errno
             raise
