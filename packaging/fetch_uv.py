@@ -18,7 +18,8 @@ REQUIREMENT = Path(__file__).resolve().parents[1] / "scripts" / "uv.txt"
 PROGRAM = "uv.exe" if os.name == "nt" else "uv"
 CONTENTS = (PROGRAM, "LICENSE-MIT", "LICENSE-APACHE", "uv.cyclonedx.json")
 
-# pip's names of the platforms to download for. On macOS, two executables are merged into one. None is this machine.
+# pip's names for the platforms to download for; None means the platform of this machine. On macOS, the two executables
+# are merged into one.
 PLATFORMS = ("macosx_11_0_arm64", "macosx_11_0_x86_64") if sys.platform == "darwin" else (None,)
 
 
