@@ -9,7 +9,7 @@ from pathlib import Path
 import pytest
 from hypothesis import HealthCheck, settings
 
-# This variable is meant for the tests' own files. Workers must cache bytecode, as they do for a user.
+# This variable is meant only for the tests' own files. The workers must cache bytecode, as they do for a user.
 os.environ.pop("PYTHONDONTWRITEBYTECODE", None)
 
 from loopback import Loopback
@@ -25,7 +25,7 @@ settings.load_profile(os.environ.get("HYPOTHESIS_PROFILE", "default"))
 
 @pytest.fixture(scope="session")
 def hub(tmp_path_factory: pytest.TempPathFactory) -> Path:
-    """Returns a folder for HF_HOME that has a tiny untrained model under the name htdemucs."""
+    """Returns a folder for HF_HOME that contains a tiny untrained model under the name htdemucs."""
     folder = tmp_path_factory.mktemp("hub")
     python = provide("separate.py")
     subprocess.run([python, ROOT / "tests" / "support" / "make_checkpoint.py", folder], check=True)
@@ -34,7 +34,7 @@ def hub(tmp_path_factory: pytest.TempPathFactory) -> Path:
 
 @pytest.fixture
 def model_hub(hub: Path) -> Iterator[str]:
-    """Yields the address of a local model hub that has the tiny model."""
+    """Yields the address of a local model hub that serves the tiny model."""
     files = {path.name: path.read_bytes() for path in hub.rglob("*") if path.suffix}
     listing = {"id": "adefossez/HTDemucs", "siblings": [{"rfilename": name} for name in files]}
     with Loopback(lambda path: files.get(path.rpartition("/")[2]) or json.dumps(listing).encode()) as server:

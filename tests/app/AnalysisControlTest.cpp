@@ -78,7 +78,7 @@ TEST_F (AnalysisControlTest, DownloadsALinkOnlyOnce)
     expectAnalysis (analyzing, 1);
     takeDialogs();
 
-    // The download survives a change of the file, and a run uses it.
+    // Choosing a file does not discard the download, and a run of the link uses it.
     turn (input().localToggle, true);
     input().onFileChosen();
     EXPECT_EQ (detected(), "-- --");
@@ -116,7 +116,7 @@ TEST_F (AnalysisControlTest, CancelsWhenTheLinkIsEdited)
     EXPECT_TRUE (analyze().isEnabled());
     EXPECT_EQ (numTemporaryFolders ("cache-*"), 0);
 
-    // A click has no effect until the old thread has ended.
+    // A click has no effect until the cancelled thread has ended.
     setWorker ("yt2wav.py", downloads);
     setDetection (77);
     ASSERT_TRUE (eventually (
@@ -140,7 +140,7 @@ TEST_F (AnalysisControlTest, AnalyzesTheEditedLinkBeforeTheEditIsReported)
     click (analyze());
     EXPECT_EQ (detected(), "-- --");
 
-    // Spaces around the link change nothing, during the analysis or after it.
+    // White space around the link changes nothing, during the analysis or after it.
     useUrl (url + "\n");
     letGo();
     ASSERT_TRUE (jobsEnd());
@@ -168,7 +168,7 @@ TEST_F (AnalysisControlTest, IgnoresAResultForThePreviousSong)
     EXPECT_EQ (detected(), "99.0 D");
 }
 
-TEST_F (AnalysisControlTest, DeletesTheFolderOfADownloadCancelledAtOnce)
+TEST_F (AnalysisControlTest, DeletesTheFolderOfADownloadCancelledImmediately)
 {
     for (auto round = 0; round < 10; ++round)
     {

@@ -8,7 +8,7 @@ TEST_F (DropControlTest, UsesADroppedFileOrLinkAsTheSong)
     song.copyFileTo (other);
     tempo().setAnalysisResult (112.0, 2);
 
-    // The same song keeps its analysis, even if the link was selected.
+    // Dropping the current song again keeps its analysis, even if the link was selected.
     turn (input().urlToggle, true);
     window->takeDroppedFiles ({ song.getFullPathName() });
     EXPECT_TRUE (input().localToggle.getToggleState() && input().chooseButton.isEnabled());

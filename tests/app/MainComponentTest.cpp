@@ -10,7 +10,7 @@ class MainComponentTest : public MessageThreadTest
 protected:
     MainComponentTest()
     {
-        // These depend on the machine.
+        // These texts depend on the machine.
         child<StemPanel> ("stemPanel").cpuNotice.setVisible (false);
         child<OutputPanel> ("outputPanel").folderLabel.setText ("/home/me/Desktop", juce::dontSendNotification);
     }
@@ -27,7 +27,9 @@ protected:
         return dynamic_cast<Child&> (*window->findChildWithID (id));
     }
 
-    /** Compares the window with a picture. After an intended change, replace the picture with the one saved here. */
+    /** Compares the window with a picture. If they differ, saves a new picture, to replace the old one if the change
+        is intended.
+    */
     void expectToLookLike (const juce::File& picture)
     {
         const auto image = window->createComponentSnapshot (window->getLocalBounds());

@@ -37,7 +37,7 @@ protected:
     juce::String status() { return child<juce::Label> ("statusLabel").getText(); }
     juce::String detected() { return tempo().detectedBpmLabel.getText() + " " + tempo().detectedKeyLabel.getText(); }
 
-    /** @returns the dialogs since the last call, each as "!" (warning) or "i" (information), title and text */
+    /** @returns the dialogs shown since the last call, each as "!" (warning) or "i" (information), title and text */
     juce::String takeDialogs() { return std::exchange (dialogs, {}).joinIntoString ("|"); }
 
     static void click (juce::Button& button)
@@ -76,14 +76,14 @@ protected:
         ASSERT_TRUE (jobsEnd());
     }
 
-    /** Waits until a job has made a file and ended, without delivering its messages. */
+    /** Waits until a job has created a file and ended, without delivering the job's messages. */
     static void waitForThread (const juce::File& file)
     {
         for (auto waited = 0; waited < 60000 && (! file.existsAsFile() || hasThread()); waited += 10)
             juce::Thread::sleep (10);
     }
 
-    /** @returns true if the thread of a job is running; its name begins with the program's */
+    /** @returns true if a job's thread is running; the names of these threads begin with "Kelvane" */
     static bool hasThread()
     {
         for (const auto& task : juce::File ("/proc/self/task").findChildFiles (juce::File::findDirectories, false))

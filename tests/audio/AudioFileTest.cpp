@@ -14,7 +14,7 @@ protected:
 
     std::unique_ptr<juce::AudioFormatReader> open (const juce::File& file) { return audiofile::open (formats, file); }
 
-    /** @returns the samples of a file; none if it cannot be opened */
+    /** @returns the samples of a file, or an empty buffer if it cannot be opened */
     Buffer read (const juce::File& file)
     {
         const auto reader = open (file);
@@ -109,7 +109,7 @@ protected:
         return (i % 4000 < 2000 ? 0.5 : 0.1) * std::sin (static_cast<double> (i) * i * 5e-5);
     }
 
-    /** Expects the sweep from this sample on, rather than a few samples earlier or later. */
+    /** Expects the sweep to start at this sample, not a few samples earlier or later. */
     static void expectSweep (const Buffer& audio, int start)
     {
         const auto squaredError = [&audio] (int lag)
@@ -157,7 +157,7 @@ TEST_F (FFmpegAudioFormatTest, ReadsTheSamplesThatTheEncoderReceived)
 
 TEST_F (FFmpegAudioFormatTest, ReadsAllFramesOfAnUntaggedMp3)
 {
-    constexpr auto delay = 1105, frame = 1152; // in samples; the delay is that of encoder and decoder together
+    constexpr auto delay = 1105, frame = 1152; // in samples; the delay is the sum of the encoder's and the decoder's
 
     const auto audio = read (encoded ("untagged.mp3"));
     EXPECT_EQ (audio.getNumSamples(), (numSamples + delay + frame - 1) / frame * frame);
@@ -173,7 +173,7 @@ TEST_F (FFmpegAudioFormatTest, KeepsUndamagedPartsInPlace)
     const auto hole = read (damaged (aac, [] (auto& bytes) { std::memset (bytes.begin() + 2500, 0, 400); }));
     ASSERT_EQ (hole.getNumSamples(), numSamples);
     EXPECT_FALSE (signals::identical (hole, whole));
-    for (int i = numSamples - 4000; i < numSamples; ++i) // after the hole, the decoder's artificial noise differs
+    for (int i = numSamples - 4000; i < numSamples; ++i) // after the hole, the noise that the decoder adds differs
         ASSERT_NEAR (hole.getSample (0, i), whole.getSample (0, i), 0.02) << i;
 
     const auto undamaged = read (mp3), half = read (damaged (mp3, halve));

@@ -1,4 +1,4 @@
-"""Provides fixtures that run the finished programs, as a user or a script would, in a folder for each test."""
+"""Provides fixtures that run the finished programs as a user or a script would, in a separate folder for each test."""
 
 import os
 import shutil
@@ -22,7 +22,7 @@ Start = Callable[..., subprocess.Popen[bytes]]
 
 @pytest.fixture
 def environment(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> dict[str, str]:
-    """Returns variables without a display, and with a TMPDIR whose files the test can count."""
+    """Returns environment variables without a display, and with a TMPDIR whose files the test can count."""
     monkeypatch.chdir(tmp_path)
     Path("temporary").mkdir()
     kept = {name: value for name, value in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")}
@@ -80,7 +80,7 @@ def screen(environment: dict[str, str]) -> Iterator[Screen]:
 
 @pytest.fixture
 def start(screen: Screen, request: pytest.FixtureRequest) -> Iterator[Start]:
-    """Yields a function that starts the program. At the end of the test, its programs are ended too."""
+    """Yields a function that starts the program. Ends every program that it has started when the test ends."""
     started: list[subprocess.Popen[bytes]] = []
 
     def start(*arguments: str, **variables: str) -> subprocess.Popen[bytes]:
@@ -96,7 +96,7 @@ def start(screen: Screen, request: pytest.FixtureRequest) -> Iterator[Start]:
 
 @pytest.fixture
 def tools() -> Path:
-    """Returns a folder for PATH that has only `which`, with which the window looks for the desktop's dialogs."""
+    """Returns a folder for PATH that contains only `which`, which the window uses to look for the desktop's dialogs."""
     tools = Path("tools").absolute()
     tools.mkdir()
     (tools / "which").symlink_to(shutil.which("which") or "")

@@ -1,4 +1,4 @@
-"""Checks the length, pitch, tempo and format of kelvane-render's output, measured independently."""
+"""Measures the length, pitch, tempo and format of kelvane-render's output independently of Kelvane's own code."""
 
 import subprocess
 from pathlib import Path
@@ -28,7 +28,7 @@ def pitch_of(signal: np.ndarray, rate: int) -> float:
 
 
 def click_seconds_of(signal: np.ndarray, rate: int, expected: float) -> float:
-    """Returns the time between clicks, from the envelope's autocorrelation near a lag of eight clicks."""
+    """Returns the time between clicks, from the autocorrelation of the envelope at a lag of about eight clicks."""
     width = rate // 500
     envelope = np.convolve(np.abs(signal), np.ones(width) / width)[::width]
     envelope = envelope - envelope.mean()
@@ -37,7 +37,7 @@ def click_seconds_of(signal: np.ndarray, rate: int, expected: float) -> float:
     return float(first + np.argmax(correlation[first:last])) * width / rate / 8
 
 
-def test_tempo_and_pitch_change_as_asked(render: Run) -> None:
+def test_changes_tempo_and_pitch_as_requested(render: Run) -> None:
     """Renders a song with a steady tone on the left, and four clicks a second on the right."""
     seconds = 12.0
     t = np.arange(int(seconds * RATE)) / RATE
@@ -90,10 +90,10 @@ def test_keeps_length_rate_and_channels(
     assert written == [f"{bits}\n", "Floating Point PCM\n" if bits == 32 else "Signed Integer PCM\n"]
 
 
-def test_reads_what_there_is_of_an_incomplete_flac(render: Run) -> None:
+def test_reads_the_available_part_of_an_incomplete_flac(render: Run) -> None:
     flac = bytearray(convert(write_wav(Path("source.wav"), NOISE, RATE), Path("source.flac")).read_bytes())
     Path("cut.flac").write_bytes(flac[: len(flac) // 2])
-    flac[21:26] = bytes([flac[21] | 0x0F, 0xFF, 0xFF, 0xFF, 0xFF])  # the 36 bits of its length
+    flac[21:26] = bytes([flac[21] | 0x0F, 0xFF, 0xFF, 0xFF, 0xFF])  # sets all 36 bits of the stated length
     Path("endless.flac").write_bytes(flac)
 
     assert render("cut.flac", "endless.flac", *OUT, "--bits", "16").returncode == 0
@@ -104,7 +104,7 @@ def test_reads_what_there_is_of_an_incomplete_flac(render: Run) -> None:
     assert np.abs(endless - NOISE).max() < 1e-3
 
 
-def test_a_chained_ogg_plays_on_only_if_its_links_agree(render: Run, tmp_path: Path) -> None:
+def test_reads_a_chained_ogg_only_if_its_links_have_the_same_format(render: Run, tmp_path: Path) -> None:
     sources = (write_wav(Path("source.wav"), NOISE[:, :channels], RATE) for channels in (2, 1))
     stereo, mono = (convert(source, Path("link.ogg")).read_bytes() for source in sources)
     Path("mixed.ogg").write_bytes(stereo + mono)

@@ -29,7 +29,7 @@ def test_troubleshooting_quotes_the_programs() -> None:
     """Looks in the sources for the messages in the first columns, where … stands for the part that varies."""
     patterns = ("src/**/*.cpp", "src/**/*.h", "Resources/python/**/*.py", "scripts/*")
     texts = [path.read_text() for pattern in patterns for path in ROOT.glob(pattern)]
-    sources = re.sub(r'"\s*\n\s*f?"', "", "\n".join(texts))  # joins literals that are split over lines
+    sources = re.sub(r'"\s*\n\s*f?"', "", "\n".join(texts))  # joins literals that are split across lines
 
     tables = (ROOT / "docs" / "troubleshooting.md").read_text()
     messages = re.findall(r"`([^`]+)`", "\n".join(re.findall(r"^\| (.+?) \|", tables, re.MULTILINE)))

@@ -1,4 +1,4 @@
-"""Tests the installed tree, as packages contain it."""
+"""Tests the installed tree as the packages contain it."""
 
 import os
 import shutil
@@ -23,7 +23,7 @@ def tree(tmp_path_factory: pytest.TempPathFactory) -> Path:
     return (folder / "staged" / "opt" / "kelvane").rename(folder / "moved")
 
 
-def test_installs_all_files_and_nothing_of_the_build(tree: Path) -> None:
+def test_installs_all_files_and_no_build_products(tree: Path) -> None:
     scripts = {path.relative_to(SCRIPTS).as_posix() for path in SCRIPTS.rglob("[!.]*.*")}
     workers = {f"python/{path}" for path in scripts if "__pycache__" not in path}
     assert workers >= {"python/analyze.py", "python/separate.py", "python/yt2wav.py", "python/uv.toml"}
@@ -54,7 +54,7 @@ def test_desktop_files_are_valid_and_complete(tree: Path) -> None:
 
 
 def test_runs_and_finds_its_workers_and_uv(tree: Path, environment: dict[str, str]) -> None:
-    """Starts the program through a link. Each place for uv takes precedence over those earlier in the loop."""
+    """Starts the program through a symbolic link. Each place for uv takes precedence over the places before it."""
     for place in ("/opt/homebrew/bin/uv", "/usr/local/bin/uv", "/usr/bin/uv"):
         if os.path.exists(place):
             pytest.skip(f"This machine has uv at {place}, where it is always found.")

@@ -1,4 +1,4 @@
-"""kelvane-render's command line: usage, messages, exit statuses, progress and cancelling."""
+"""Tests kelvane-render's command line: usage, messages, exit statuses, progress and cancelling."""
 
 import os
 import re
@@ -76,7 +76,7 @@ def test_help_and_version(render: Run) -> None:
     assert not [fact for fact in facts if fact not in manual]
 
 
-def test_prints_a_line_a_status_or_redraws_one_on_a_terminal(render: Run, tmp_path: Path, song: Path) -> None:
+def test_prints_a_line_for_each_status_or_redraws_one_on_a_terminal(render: Run, tmp_path: Path, song: Path) -> None:
     before, wrote = set(tmp_path.rglob("*")), ["Wrote 1 file(s) to:", f"{tmp_path}/out/song - Stems"]
     result = render(song, *OUT)
     assert result.returncode == 0
@@ -93,7 +93,7 @@ def test_prints_a_line_a_status_or_redraws_one_on_a_terminal(render: Run, tmp_pa
     assert below == [*wrote, ""]
 
 
-def test_renders_although_nobody_reads_its_output(render: Run, song: Path) -> None:
+def test_renders_even_if_nobody_reads_its_output(render: Run, song: Path) -> None:
     reading, writing = os.pipe()
     os.close(reading)
     assert render(song, *OUT, capture_output=False, stdout=writing).returncode == 0
@@ -126,7 +126,7 @@ def test_reports_unusable_output_folders(render: Run, tmp_path: Path, song: Path
     assert kept.exists()
 
 
-def test_advises_when_a_worker_was_stopped(render: Run, song: Path, environment: dict[str, str]) -> None:
+def test_gives_advice_when_a_worker_was_killed(render: Run, song: Path, environment: dict[str, str]) -> None:
     stopped, full = "close other programs and try again.\n", "The disk is full: free some space and try again.\n"
     for words, end in (
         (" 42%|####      |", stopped),
@@ -139,11 +139,11 @@ def test_advises_when_a_worker_was_stopped(render: Run, song: Path, environment:
             assert render(song, *arguments).stderr.endswith(end)
 
 
-def test_takes_songs_of_any_name(render: Run, song: Path) -> None:
+def test_accepts_songs_with_any_name(render: Run, song: Path) -> None:
     names = ["two words", "Grüße 音楽 🎛", "-dash", "~tilde", ".hidden", "dots.in.it", 'it\'s 100% "real"']
     for name in names:
         Path(f"{name}.wav").symlink_to(song)
-        for _ in range(2):  # the second run finds the first one's folder
+        for _ in range(2):  # the second run finds the folder that the first one created
             result = render("--out", f"out {name}", "--full-song", *BITS, "--", f"{name}.wav")
             assert result.returncode == 0, result.stderr
         assert np.abs(read_wav(rendered(name, Path(f"out {name}")))[0] - NOISE).max() < 1e-3
@@ -156,7 +156,7 @@ def test_renders_a_song_without_samples(render: Run) -> None:
 
 
 def test_ctrl_c_cancels(environment: dict[str, str]) -> None:
-    """Uses too many songs for all to be finished before the signal arrives."""
+    """Renders more songs than can be finished before the signal arrives."""
     songs = [Path(f"song {number}.ogg") for number in range(200)]
     for song in songs:
         song.symlink_to(DEMO_SONG)
@@ -169,7 +169,7 @@ def test_ctrl_c_cancels(environment: dict[str, str]) -> None:
     assert process.returncode == 130, errors
     assert "Cancelling..." in output
     assert errors.rstrip().endswith(": Cancelled.")
-    # The song that was being rendered has been finished, and no other was started.
+    # The song that was being rendered is finished, and no other one is started.
     outputs = list(Path("out").rglob("*.wav"))
     assert len(outputs) < len(songs)
     assert all(len(read_wav(path)[0]) > 0 for path in outputs)

@@ -1,4 +1,4 @@
-"""Tests the window on a screen of its own, where the result depends on the display, the window manager or the mouse."""
+"""Tests, on a virtual screen, how the window works with the display, the window manager, the mouse and the keyboard."""
 
 import subprocess
 from pathlib import Path
@@ -20,7 +20,7 @@ def test_opens_one_window_that_resizes_and_closes(screen: Screen, start: Start, 
     assert grown, screen.size_of(window)
 
     assert start().wait(60) == 0
-    # A display that does not exist. Without DISPLAY, JUCE would try the first screen, which may exist.
+    # This display does not exist. If DISPLAY were not set, JUCE would try the first screen, which may exist.
     result = subprocess.run([PROGRAM], env=environment | {"DISPLAY": ":65000"}, capture_output=True, text=True)
     assert result.returncode == 1
     assert "kelvane-render works without one.\n" in result.stderr
@@ -64,8 +64,9 @@ def test_works_by_keyboard(screen: Screen, start: Start, tools: Path) -> None:
             window.type(text)
         return window.changes(region, before)
 
-    # The focus starts on the first toggle, unseen. Tab moves it to the next control and outlines that. When a dialog is
-    # dismissed, the window and its focus must look as before, although nothing else repaints the window.
+    # The focus starts on the first toggle, without an outline. Tab moves it to the next control, which is then
+    # outlined. After a dialog is dismissed, the window and the outline must look as before, although nothing else
+    # repaints the window.
     screen.xdotool("mousemove", 0, 0)
     assert changes(at.AROUND_CHOOSE_FILE, "Tab")
     focused = window.picture()
@@ -76,7 +77,7 @@ def test_works_by_keyboard(screen: Screen, start: Start, tools: Path) -> None:
     assert wait_for(lambda: not screen.windows("Choose an audio file") and same(window.picture(), focused), 20)
     assert changes(at.AROUND_URL, "Tab", "space", "Tab", text="https://127.0.0.1/song")
 
-    # Tab passes the five stems, the model, Analyze and both ways of stretching, before Percentage, BPM and Key.
+    # Tab passes the four stems, the full song, the model, Analyze, both stretch modes and Percentage before the slider.
     assert changes(at.SLIDER_VALUE, *["Tab"] * 11, "Right", "Right")
     assert changes(at.BPM_AUTO_TOGGLE, "Tab", "Tab", "Return")
     assert changes(at.BPM_FROM_BOX, "Tab", text="128")

@@ -1,4 +1,4 @@
-"""Works through a session in the real window, with real workers, real files and a tiny untrained model."""
+"""Goes through a session in the real window, with real workers, real files and a tiny untrained model."""
 
 import os
 from pathlib import Path
@@ -72,7 +72,7 @@ def test_processes_a_file_and_a_link_and_cancels(
     assert len(site.requests) == num_requests
     assert os.listdir(out / "A Title é日 - Stems") == ["A Title é日 - full mix.wav"]
 
-    # Both the Cancel button and ending the program cancel a run.
+    # Both the Cancel button and closing the window cancel a run.
     window.click(at.LOCAL_TOGGLE)
     window.choose(at.CHOOSE_FILE, "Choose an audio file", long_song)
     window.click(at.DRUMS)

@@ -30,7 +30,7 @@ def environment(environment_with_workers: dict[str, str]) -> dict[str, str]:
 
 @pytest.fixture
 def start(environment: dict[str, str]) -> Iterator[Start]:
-    """Yields a function that starts kelvane-render in a process group of its own, without waiting for it."""
+    """Yields a function that starts kelvane-render in a separate process group, without waiting for it to end."""
     with ExitStack() as stack:
 
         def start(*arguments: str | Path, **variables: str) -> subprocess.Popen[str]:
@@ -42,7 +42,7 @@ def start(environment: dict[str, str]) -> Iterator[Start]:
 
 
 def test_renders_stems_at_another_tempo(render: Run) -> None:
-    """Renders from a folder whose configuration would break uv."""
+    """Renders from a folder whose configuration files would break uv."""
     Path("uv.toml").write_text("no configuration [")
     Path("pyproject.toml").write_text('[tool.uv]\nrequired-version = "<0.1"\n')
     Path(".python-version").write_text("3.8\n")
@@ -87,7 +87,8 @@ def test_analyze_prints_json_for_each_song(render: Run, tmp_path: Path, site: Lo
     assert not os.listdir("temporary/Kelvane")
 
 
-# Arguments, a text in the output that shows that the worker is busy, and the program's number of descendants by then.
+# For each stage: the arguments, a text that the program prints once the worker is busy, and the number of descendants
+# that the program has by then.
 STAGES = {
     "download": (["stalled", "--out", "out", "--full-song"], "waiting for the server", 2),
     "detection": (["long", "--out", "out", "--full-song", "--bpm", "auto:100"], "Detecting", 2),
@@ -132,7 +133,7 @@ def test_nothing_outlives_the_program(
 
 
 def test_works_without_a_network_after_preparing(render: Run, environment: dict[str, str], model_hub: str) -> None:
-    """Starts without the model and the packages of one worker."""
+    """Starts without the model and without the packages of one worker."""
     for item in Path(environment["XDG_CACHE_HOME"], "kelvane").glob("analyze-*"):
         item.unlink()
     environment |= {"HF_HOME": os.path.abspath("hub"), "HF_HUB_OFFLINE": "0", "HF_ENDPOINT": model_hub}
@@ -154,12 +155,12 @@ def test_cancels_while_a_worker_starts(start: Start, site: Loopback) -> None:
         time.sleep(delay)
         family = descendants(program.pid)
         program.send_signal(signal.SIGINT)
-        assert program.wait(timeout=10) in (130, -signal.SIGINT)  # killed by it, before it handles signals
+        assert program.wait(timeout=10) in (130, -signal.SIGINT)  # -SIGINT if the program did not handle signals yet
         assert gone(family)
 
 
 def test_finds_the_scripts_beside_the_program(environment: dict[str, str], tmp_path: Path) -> None:
-    """Starts the program by a relative path, and by its name. The working folder has another folder of scripts."""
+    """Starts the program by a relative path, and by its name. The working folder has other scripts."""
     for folder, bpm in (("program", 77), ("here", 99)):
         Path(folder, "python").mkdir(parents=True)
         script = f'print(\'RESULT::{{"bpm": {bpm}, "key_index": 1}}\')\n'

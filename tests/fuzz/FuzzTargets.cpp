@@ -23,7 +23,7 @@ static void require (bool condition, const char* promise)
 template <typename Format>
 static void readSong (std::string_view bytes)
 {
-    // A file may state any length. Reading all of it would only test the machine's memory.
+    // A file may state any length. Reading a very long one whole would only test the machine's memory.
     constexpr auto maxSamplesToHold = juce::int64 { 1 } << 24;
 
     juce::AudioFormatManager formats;
@@ -52,7 +52,7 @@ static void readSong (std::string_view bytes)
         reader->read (&block, 0, block.getNumSamples(), start, true, true);
 }
 
-/** The first byte is the size of the blocks in which the others arrive. */
+/** The first byte gives the size of the blocks in which the remaining bytes arrive. */
 static void readWorkerOutput (std::string_view bytes)
 {
     if (bytes.empty())

@@ -6,7 +6,7 @@
 /** Feeds arbitrary bytes to one of the readers or parsers, and throws if it breaks a promise of its interface. */
 struct FuzzTarget
 {
-    std::string_view name; /**< its corpus is the folder of that name in tests/fuzz/corpus */
+    std::string_view name; /**< also the name of the target's corpus, a folder in tests/fuzz/corpus */
     void (*run) (std::string_view bytes);
 };
 

@@ -39,7 +39,7 @@ def encode(folder: Path, rate: int, channels: int, request: str) -> None:
     source = ["-f", "lavfi", "-i", f"aevalsrc={wave}:s={rate}:d=0.06", "-fflags", "+bitexact"]
     target = folder / f"{channels}-{name}"
 
-    # Some encoders refuse some of the rates and numbers of channels.
+    # Some encoders do not support every sample rate and number of channels.
     if subprocess.run(["ffmpeg", "-y", "-loglevel", "quiet", *source, *options, target]).returncode != 0:
         target.unlink(missing_ok=True)
 

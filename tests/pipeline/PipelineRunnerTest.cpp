@@ -58,7 +58,7 @@ protected:
         return message;
     }
 
-    /** @returns 0 if the output is missing or damaged */
+    /** @returns the number of samples in the output, or 0 if the output is missing or damaged */
     juce::int64 outputLength() const
     {
         juce::AudioFormatManager formats;
@@ -74,7 +74,7 @@ protected:
     juce::String message;
 };
 
-/** A callback that acts on the thread of the run, which copies it for each report. */
+/** A callback that acts whenever it is copied. The run's thread copies it for each report, and so acts. */
 struct CallsWhenCopied
 {
     explicit CallsWhenCopied (std::function<void()> actionToTake) : action (std::move (actionToTake)) {}
@@ -126,7 +126,7 @@ TEST_F (PipelineRunnerTest, RefusesASongLargerThanMemoryBeforeReadingIt)
         juce::FileOutputStream file (song);
         file.setPosition (headerSize - 4);
         file.writeInt (static_cast<int> (numBytes));
-        file.setPosition (headerSize + numBytes); // leaves a hole, which takes no space
+        file.setPosition (headerSize + numBytes); // leaves a hole, which takes up no space
         file.writeByte (0);
     }
 

@@ -7,7 +7,7 @@
 
 /** A song, and shell scripts in place of uv and the workers.
 
-    A worker's shell script receives "run" as $1, the worker's path as $2 and the arguments from $3 on.
+    A worker's shell script receives "run" as $1, the worker's path as $2 and the worker's arguments from $3 on.
 */
 class JobFixture : public MessageThreadTest
 {
@@ -89,7 +89,7 @@ protected:
         return folder.getChild ("temporary/Kelvane").getNumberOfChildFiles (juce::File::findDirectories, pattern);
     }
 
-    /** @returns a file in the folder that the workers run in */
+    /** @returns a file in the folder in which the shell scripts run */
     juce::File file (const juce::String& name) const { return folder.getChild ("the workers").getChildFile (name); }
 
     TemporaryFolder folder;

@@ -5,7 +5,7 @@
 
 #include <optional>
 
-/** Runs a test of components or jobs while the message thread waits. Needs no display. */
+/** Runs a test of components or jobs while the message thread waits. No display is needed. */
 class MessageThreadTest : public testing::Test
 {
 protected:

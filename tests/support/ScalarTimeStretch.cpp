@@ -39,7 +39,7 @@ Buffer scalarTimeStretch (const Buffer& input, double ratio)
     for (int i = 0; i < 2048; ++i)
         window.setSample (0, i, 0.5f * (1.0f - std::cos (static_cast<float> (i) * 6.2831855f * 0.00048828125f)));
 
-    Buffer sums (channels + 1, target + 4096); // the last channel sums the windows
+    Buffer sums (channels + 1, target + 4096); // the last channel holds the sum of the windows
     sums.clear();
     auto read = 0, end = 0;
 

@@ -8,17 +8,18 @@ from contextlib import suppress
 from hashlib import sha256
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
-# Faults of an answer, which stops halfway. If stalled, it waits until the server closes. If broken, it has stated its
-# full length; if cut, none; if lying, the length "many".
+# Faults of an answer, all of which stop it halfway. A stalled answer waits until released is set, and then continues.
+# The others close the connection: a broken answer has stated its full length, a cut one no length, and a lying one the
+# length "many".
 STALLED, BROKEN, CUT, LYING = "stalled", "broken", "cut", "lying"
 
 
 class Loopback(ThreadingHTTPServer):
     """Answers a request with the content that find returns for its path, or with status 404 if find returns None.
 
-    requests lists the paths requested so far. Paths that match a key of troubles, a pattern, fail in the way that its
-    value names. tls returns the certificate of a host for which the server is a proxy. Requests with a token are
-    refused, as a model hub refuses expired ones.
+    requests lists the paths requested so far. troubles maps patterns to faults: a path that matches a pattern fails in
+    that way. If the server is a proxy, tls returns the context with a host's certificate. Requests with a token are
+    refused, as a model hub refuses requests with an expired one.
     """
 
     def __init__(self, find: Callable[[str], bytes | None], tls: Callable[[str], ssl.SSLContext] | None = None) -> None:

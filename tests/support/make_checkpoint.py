@@ -1,7 +1,7 @@
-"""Writes an untrained htdemucs into a cache of the Hugging Face Hub, where Demucs finds it without a network.
+"""Writes an untrained htdemucs into a Hugging Face Hub cache, where Demucs finds it without a network.
 
 Arguments: the folder for HF_HOME, and "--full" for the real model's size instead of 1/400 of it.
-Run it with the interpreter that has the packages of separate.py.
+Run this script with the interpreter that has the packages of separate.py.
 """
 
 import argparse

@@ -1,4 +1,4 @@
-"""Serves package indexes with small wheels of their own, as a local proxy that answers for every host."""
+"""Serves package indexes with small made-up wheels, as a local proxy that answers for every host."""
 
 import io
 import json
@@ -14,9 +14,10 @@ from loopback import Loopback
 
 
 class PackageIndexes(Loopback):
-    """Serves an ordinary index under /simple, and PyTorch's, which has no upload times, under /whl/BACKEND.
+    """Serves an ordinary index under /simple, and one like PyTorch's, without upload times, under /whl/BACKEND.
 
-    authority is the file with the certificate of the indexes' authority. Paths that begin with missing do not exist.
+    authority is the path of the certificate authority's certificate. Paths that begin with a prefix in missing do not
+    exist.
     """
 
     def __init__(self, folder: Path) -> None:
@@ -36,7 +37,7 @@ class PackageIndexes(Loopback):
     def add(
         self, page: str, version: str, uploaded: str | None = None, requires: tuple[str, ...] = (), size: int = 0
     ) -> None:
-        """Adds a package to its page: a module with its version, and size bytes of data."""
+        """Adds a wheel to a page: a module that states its version, and size bytes of data."""
         name = page.rpartition("/")[2].replace("-", "_")
         metadata = f"Metadata-Version: 2.1\nName: {name}\nVersion: {version}\n"
         metadata += "".join(f"Requires-Dist: {one}\n" for one in requires)

@@ -1,4 +1,4 @@
-"""Inspects processes through /proc, and runs them on a disk of their own."""
+"""Inspects processes through /proc, and runs commands with a separate disk."""
 
 import os
 import signal
@@ -25,7 +25,7 @@ def is_alive(pid: int) -> bool:
 
 
 def gone(family: list[int], seconds: float = 10) -> bool:
-    """Waits for the processes to end. Returns True if all do in time, and kills those that do not."""
+    """Waits for the processes to end. Returns True if all of them end in time, and otherwise kills the rest."""
     deadline = time.monotonic() + seconds
     while (alive := [pid for pid in family if is_alive(pid)]) and time.monotonic() < deadline:
         time.sleep(0.02)

@@ -18,7 +18,7 @@ Found = TypeVar("Found")
 
 
 def wait_for(condition: Callable[[], Found], seconds: float = 60.0) -> Found | None:
-    """Waits until the condition's result is true, and returns it. Returns None after a timeout."""
+    """Waits until the condition returns a true value, and returns that value. Returns None after a timeout."""
     deadline = time.monotonic() + seconds
     while time.monotonic() < deadline:
         if found := condition():
@@ -28,7 +28,7 @@ def wait_for(condition: Callable[[], Found], seconds: float = 60.0) -> Found | N
 
 
 class Screen:
-    """Runs an X server with a window manager, and sees and operates windows as a user does. They go by their ids."""
+    """Runs an X server with a window manager, and sees and operates windows as a user does. Windows are given by id."""
 
     def __init__(self, environment: dict[str, str]) -> None:
         reading, writing = os.pipe()
@@ -37,7 +37,7 @@ class Screen:
         os.close(writing)
         with os.fdopen(reading) as display:
             self.environment = {**environment, "DISPLAY": f":{display.readline().strip()}"}
-        # If a window opens before the window manager has read its theme, it is never shown.
+        # A window that opens before the window manager has read its theme is never shown.
         ready = Path(environment["TMPDIR"]) / "window-manager-is-ready"
         self.manager = self.start("openbox", "--startup", f"touch {ready}")
         assert wait_for(ready.exists), "the window manager did not start"
@@ -60,9 +60,9 @@ class Screen:
         return self.xdotool("search", "--onlyvisible", "--name", f"^{title}$").split()
 
     def window_with(self, title: str, seconds: float = 60.0) -> str:
-        """Waits for a single window of this title that no longer changes size, and returns its id.
+        """Waits for a single window with this title whose size no longer changes, and returns its id.
 
-        JUCE creates windows small at first, and some of them twice.
+        JUCE creates windows at a small size first, and creates some of them twice.
         """
 
         def look() -> list[tuple[str, tuple[int, int]]]:
@@ -107,7 +107,7 @@ class Screen:
         self.xdotool("key", "--clearmodifiers", *keys)
 
     def drop(self, window: str, x: int, y: int, kind: str, data: str) -> None:
-        """Drops data of a MIME type at a point in a window by the XDND protocol, as another program would."""
+        """Drops data of a MIME type at a point in a window through the XDND protocol, as another program would."""
         target, root = self._object(window), self.display.screen().root
         place = root.translate_coords(target, x, y)
         source = root.create_window(0, 0, 1, 1, 0, X.CopyFromParent)
@@ -136,7 +136,7 @@ class Screen:
         self.display.sync()
 
     def picture_of(self, window: str) -> np.ndarray:
-        """Returns the pixels of a window, or of the screen for "root". Shape (height, width, 3), RGB, from 0 to 255."""
+        """Returns the pixels of a window, or of the screen for "root": shape (height, width, 3), RGB, 0 to 255."""
         drawable = self._object(window)
         size = drawable.get_geometry()
         image = drawable.get_image(0, 0, size.width, size.height, X.ZPixmap, 0xFFFFFFFF)
@@ -151,7 +151,7 @@ class Screen:
 
 
 def save(name: str, picture: np.ndarray) -> None:
-    """Saves a picture as PNG in the folder that KELVANE_PICTURES names, if that variable is set."""
+    """Saves a picture as a PNG file in the folder that KELVANE_PICTURES names, if that variable is set."""
     if folder := os.environ.get("KELVANE_PICTURES"):
         Path(folder).mkdir(parents=True, exist_ok=True)
         pixels = b"P6 %d %d 255\n" % picture.shape[1::-1] + picture.tobytes()

@@ -8,7 +8,7 @@ import numpy as np
 
 
 def write_wav(path: Path, samples: np.ndarray, rate: int) -> Path:
-    """Writes samples as 32-bit floats, even NaN and infinity. An array of one dimension is mono."""
+    """Writes samples as 32-bit floats, including NaN and infinity. A one-dimensional array is mono."""
     channels = samples.shape[1] if samples.ndim == 2 else 1
     data, frame_size = samples.astype("<f4").tobytes(), 4 * channels
     form = struct.pack("<HHIIHH", 3, channels, rate, frame_size * rate, frame_size, 32)
@@ -18,7 +18,7 @@ def write_wav(path: Path, samples: np.ndarray, rate: int) -> Path:
 
 
 def read_wav(path: Path) -> tuple[np.ndarray, int]:
-    """Reads a file with ffmpeg. Returns its samples as floats, even those beyond full scale, and its rate."""
+    """Reads a file with ffmpeg. Returns its samples as floats, unclipped, and its sample rate."""
     command = ["ffmpeg", "-v", "error", "-i", path, "-c:a", "pcm_f32be", "-f", "au", "-"]
     content = subprocess.run(command, capture_output=True, check=True).stdout
     start, _, _, rate, channels = struct.unpack(">5I", content[4:24])

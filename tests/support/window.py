@@ -25,13 +25,13 @@ ACCENT, PANEL = (0xF2, 0xA8, 0x38), (0x3A, 0x21, 0x17)
 
 
 def same(a: np.ndarray, b: np.ndarray) -> bool:
-    """Returns True if two pictures are equal, apart from rounding when only a part is repainted."""
+    """Returns True if two pictures are equal, apart from the rounding when only part of the window is repainted."""
     return bool(np.abs(a.astype(int) - b).max() <= 8)
 
 
 class Window:
     def __init__(self, screen: Screen) -> None:
-        """Waits for the window at its initial size. Fails if there is a second one."""
+        """Waits until the window has its initial size. Fails if there is a second window."""
         self.screen = screen
         self.id = screen.window_with("Kelvane")
         assert wait_for(lambda: screen.size_of(self.id) == (1250, 572))
@@ -61,7 +61,7 @@ class Window:
         return float(np.flatnonzero(filled).max(initial=-1) + 1) / width
 
     def choose(self, button: tuple[int, int], title: str, path: Path) -> None:
-        """Chooses a path in JUCE's own file dialog, which appears if the desktop has none."""
+        """Chooses a path in JUCE's own file dialog, which appears if the desktop does not provide one."""
         self.click(button)
         dialog = self.screen.window_with(title)
         width, height = self.screen.size_of(dialog)

@@ -14,21 +14,22 @@ DEMO_SONG = ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
 
 BLOCK_SIZE = 8192  # bytes: the program reads this many at a time
 
-# uv is looked for in some of the places where the program looks for it.
+# The tests look for uv in some of the places where the program does.
 UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or str(Path.home() / ".local/share/kelvane/uv/bin/uv")
 
-# uv finds wheels in the folder that pip uses, and requests to the loopback interface bypass proxies.
+# With these variables, uv finds wheels in the folder that pip uses, and requests to the loopback interface bypass
+# proxies.
 ENVIRONMENT = os.environ | {"UV_FIND_LINKS": os.environ.get("PIP_FIND_LINKS", ""), "no_proxy": "127.0.0.1"}
 
 
 @cache
 def provide(script: str) -> Path:
-    """Installs a worker's packages and returns their interpreter. Skips the test if that is not possible."""
+    """Installs a worker's packages and returns the interpreter that has them. Skips the test if that fails."""
     return Path(run_uv(script, "run", SCRIPTS / "prepare.py", SCRIPTS / script).splitlines()[-1])
 
 
 def run_uv(purpose: str, *arguments: str | Path) -> str:
-    """Runs uv and returns its output. If uv fails, the test is skipped, but in CI it fails."""
+    """Runs uv and returns its output. If uv fails, the test fails in CI, and is skipped elsewhere."""
     done = subprocess.run([UV, *arguments], env=ENVIRONMENT, capture_output=True, text=True)
     if done.returncode != 0 and not os.environ.get("CI"):
         pytest.skip(f"The packages for {purpose} could not be installed: {done.stderr.strip()}")
@@ -46,7 +47,7 @@ def cache_without_stems(folder: Path) -> dict[str, str]:
 
 
 def write_script(worker: Path, path: Path, code: str) -> Path:
-    """Writes a script that can import a worker's packages and the modules beside that worker."""
+    """Writes a script that can import a worker's packages and the modules beside the worker."""
     block = worker.read_text().partition('"""')[0]
     path.write_text(
         f"{block}import pathlib, sys\nsys.dont_write_bytecode = True\nsys.path.insert(0, {str(SCRIPTS)!r})\n"
@@ -56,7 +57,7 @@ def write_script(worker: Path, path: Path, code: str) -> Path:
 
 
 def run_worker(*command: str | Path, status: int, environment: dict[str, str] = ENVIRONMENT) -> list[str]:
-    """Runs a script, which must exit with the status. Returns its lines as the program reads them."""
+    """Runs a script, which must exit with the given status. Returns its lines as the program reads them."""
     output = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, "text": True}
     done = subprocess.run([UV, "run", "--quiet", *command], env=environment, timeout=300, **output)
     assert done.returncode == status, done.stdout
@@ -84,7 +85,7 @@ def run_each(
 ) -> list[list[str]]:
     """Calls a worker's main with each list of arguments, in one process. Returns the lines that each call prints.
 
-    The last line of a call that fails is its message.
+    The last line of a call that fails is the error message.
     """
     provide(worker.name)
     code = RUN_EACH.format(worker.stem, [list(map(str, arguments)) for arguments in calls])

@@ -87,7 +87,8 @@ TEST_F (PanelTest, EnablesTheControlsOfTheSelectedMode)
     EXPECT_EQ (panel.getStretchMode(), StretchMode::TempoAndPitch);
     EXPECT_FALSE (panel.tempoOnlyToggle.getToggleState());
 
-    // The five modes, the slider, four labels, the BPM row, the key row, and the button with the detected values.
+    // The groups are the five modes, the slider, four labels, the BPM row, the key row, and Analyze with the detected
+    // values.
     for (const auto& [clicked, mode, expected] :
          { std::tuple (&panel.bpmToggle, AdjustMode::Bpm, "11111 0 1100 111 000 1111"),
            { &panel.bpmAutoToggle, AdjustMode::Bpm, "11111 0 1100 011 000 1111" },

@@ -16,7 +16,7 @@ MAJOR, MINOR = [(0, 4), (9, 3), (5, 4), (7, 4), (0, 4)], [(0, 3), (8, 4), (5, 3)
 
 
 def drums(times: np.ndarray, kicks: tuple[int, ...] = (0, 2), rate: int = RATE) -> np.ndarray:
-    """Synthesizes drums: kicks on the given beats of a bar, snares on the second and fourth, cymbals on eighths."""
+    """Synthesizes drums: kicks on the given beats of a bar, snares on the second and fourth, cymbals on the eighths."""
     samples = np.zeros(round(rate * times[-1]))
     time = np.arange(round(0.1 * rate)) / rate
     hiss = np.random.default_rng(1).standard_normal(len(time))
@@ -37,7 +37,7 @@ def even(bpm: float, beats: int) -> np.ndarray:
 
 
 def triads(roots_and_thirds: list[tuple[int, int]], cents: float = 0) -> np.ndarray:
-    """Synthesizes a second of each triad over its root in the bass. Notes are slightly out of tune."""
+    """Synthesizes one second of each triad, with its root in the bass. The notes are slightly out of tune."""
     time = np.arange(RATE) / RATE
 
     def tone(pitch: int) -> np.ndarray:

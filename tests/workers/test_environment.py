@@ -15,7 +15,7 @@ from package_indexes import PackageIndexes
 from processes import descendants, gone, with_disk
 from workers import SCRIPTS, UV, run_worker
 
-# The code of the tests' worker. It has the metadata of separate.py, the worker that needs PyTorch.
+# The code of the tests' own worker. It gets the metadata of separate.py, the worker that needs PyTorch.
 WORKER = """
 from pathlib import Path
 import sys
@@ -63,7 +63,7 @@ def indexes(tmp_path: Path) -> Iterator[PackageIndexes]:
 
 @pytest.fixture
 def environment(indexes: PackageIndexes, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> dict[str, str]:
-    """Returns variables with empty caches. A uv.toml and a module in the working folder try to break the worker."""
+    """Returns variables for empty caches. A uv.toml and a module in the working folder try to break the worker."""
     monkeypatch.chdir(tmp_path)
     Path("uv.toml").write_text("no configuration [")
     Path("numpy.py").write_text('raise ImportError("built for another Python")')
@@ -75,7 +75,10 @@ def environment(indexes: PackageIndexes, tmp_path: Path, monkeypatch: pytest.Mon
 
 @pytest.fixture
 def script(indexes: PackageIndexes, tmp_path: Path) -> Path:
-    """Copies the scripts, and makes them trust the indexes' authority as the system's. Returns WORKER among them."""
+    """Copies the scripts, with the indexes' certificate authority in place of the system's, and adds WORKER.
+
+    Returns the path of WORKER.
+    """
     scripts = shutil.copytree(SCRIPTS, tmp_path / "scripts")
     module = scripts / "surroundings.py"
     module.write_text(module.read_text().replace("/etc/ssl/certs/ca-certificates.crt", str(indexes.authority)))
@@ -102,7 +105,7 @@ def start(script: Path, environment: dict[str, str]) -> Start:
 
 
 def result(lines: list[str]) -> tuple[str, Path]:
-    """Returns the build of PyTorch that a worker has installed, and the worker's environment."""
+    """Returns the build of PyTorch that a worker has installed, and the folder of the worker's environment."""
     found = re.fullmatch(r"numpy 2.0, torch (\S+), \['a b', 'é'\] in (.*)", lines[-1])
     assert found, lines
     return found[1], Path(found[2])
@@ -179,7 +182,7 @@ def test_resumes_a_broken_download_with_the_same_build(indexes: PackageIndexes, 
     assert all(indexes.requests.count(path) == 1 for path in finished)
 
 
-# The path of uv's cache is so long that uv wraps the line in the middle of the error's number.
+# The path of uv's cache is so long that uv breaks the line in the middle of "os error 28".
 @pytest.mark.parametrize("full", [{"UV_CACHE_DIR": f"/mnt/{'u' * 26}"}, {"XDG_CACHE_HOME": "/mnt"}], ids=" ".join)
 def test_full_disk(full: dict[str, str], environment: dict[str, str], script: Path) -> None:
     command = with_disk(Path("/mnt"), "size=2m", UV, "run", "--quiet", script, "a b", "é")

@@ -1,4 +1,4 @@
-"""Gives the workers arbitrary songs, titles and output of other programs. They must cope, or fail in one sentence."""
+"""Gives the workers arbitrary songs, titles and output of other programs. They must cope, or fail with one sentence."""
 
 import io
 import os
@@ -22,9 +22,9 @@ import worker
 from download.filename import MAX_BYTES, safe_name
 from installation import uv_tool
 
-# Reads paths of songs, one a line, and gives each song to the workers. Answers with a line: empty if they accept the
-# song, otherwise their sentence. Ends at any other failure, and if a song takes more than a minute, 4 GB of memory or
-# 512 MB of disk.
+# Reads the paths of songs, one per line, and gives each song to the workers. Answers with a line, which is empty if
+# they accept the song, and otherwise contains their sentence. Exits on any other failure, or if a song takes more than
+# a minute, 4 GB of memory or 512 MB of disk space.
 SONG_TAKER = """
 import contextlib, io, json, resource, signal, sys
 from pathlib import Path
@@ -63,7 +63,7 @@ EMPTY = 1 + len(FORMATS) + len(ENCODED)
 
 @pytest.fixture(scope="module")
 def sentence() -> Iterator[Callable[[Path], str]]:
-    """Yields a function that returns why the workers refuse a song, or an empty line if they accept it."""
+    """Yields a function that returns the workers' reason for refusing a song, or an empty line if they accept it."""
     command, pipe = [provide("analyze.py"), "-B", "-c", SONG_TAKER], subprocess.PIPE
     processes: list[subprocess.Popen[str]] = []
 
@@ -81,7 +81,7 @@ def sentence() -> Iterator[Callable[[Path], str]]:
 
 @pytest.fixture(scope="module")
 def songs(tmp_path_factory: pytest.TempPathFactory) -> list[bytes]:
-    """Returns files: two seconds of noise as WAV, a fifth of a second in each of many formats, and an empty one."""
+    """Returns the contents of files: noise, two seconds as WAV and 0.2 s in many formats, songs, and an empty file."""
     folder = tmp_path_factory.mktemp("songs")
     noise = write_wav(folder / "noise.wav", np.random.default_rng(1).uniform(-1, 1, 16000), 8000)
     paths = [folder / f"song.{name}" for name in FORMATS]
@@ -94,7 +94,7 @@ SAMPLES = st.sampled_from(np.float32([0, np.nan, np.inf, 3.4e38, 1e-38]))
 EDITS = st.lists(
     st.tuples(
         st.integers(0, 200) | st.integers(0, 30_000),
-        st.none() | st.integers(0, 30_000),  # bytes to remove; None for as many as are inserted
+        st.none() | st.integers(0, 30_000),  # the number of bytes to remove; None means as many as are inserted
         st.binary(max_size=8) | st.builds(np.repeat, SAMPLES, st.integers(1, 9000)).map(bytes),
     ),
     max_size=8,

@@ -14,12 +14,12 @@ from workers import ENVIRONMENT, ROOT, SCRIPTS, UV, cache_without_stems, provide
 SCRIPT = SCRIPTS / "separate.py"
 RATE = 44100
 
-# The small model's chunks, in samples, and lengths of songs around them.
+# The small model's chunk size and stride, in samples, and song lengths close to them.
 CHUNK = 2 * RATE
 STRIDE = CHUNK * 3 // 4
 LENGTHS = [2, 3, STRIDE - 1, STRIDE, STRIDE + 1, CHUNK, CHUNK + 1, STRIDE + CHUNK, 10 * RATE]
 
-# Saves Demucs' own stems of each song beside it.
+# Saves Demucs' own stems of each song beside the song.
 REFERENCE = """
 import numpy, sys, torch
 from demucs.api import Separator
@@ -47,14 +47,14 @@ worker.run(separate.main)
 
 @pytest.fixture(scope="module")
 def environment(hub: Path, tmp_path_factory: pytest.TempPathFactory) -> dict[str, str]:
-    """Returns variables that cache no stems."""
+    """Returns environment variables that turn off the stem cache."""
     cache = {**cache_without_stems(tmp_path_factory.mktemp("cache")), "KELVANE_STEM_CACHE": "0"}
     return {**ENVIRONMENT, **cache, "HF_HOME": str(hub), "HF_HUB_OFFLINE": "1", "OMP_WAIT_POLICY": "PASSIVE"}
 
 
 @pytest.fixture
 def caching(environment: dict[str, str], tmp_path: Path) -> dict[str, str]:
-    """Returns variables that cache stems in "cache/kelvane/stems", in the test's folder."""
+    """Returns environment variables that put the stem cache in "cache/kelvane/stems", in the test's folder."""
     return {**environment, **cache_without_stems(tmp_path / "cache"), "KELVANE_STEM_CACHE": ""}
 
 
@@ -87,7 +87,7 @@ def songs(tmp_path_factory: pytest.TempPathFactory, environment: dict[str, str])
 
 
 def assert_separated(song: Path, folder: Path, stems: list[str], lines: list[str]) -> None:
-    """Asserts that the folder has exactly these stems, equal to Demucs' own to 120 dB, and that progress was shown."""
+    """Asserts that progress was shown and the folder has exactly these stems, within -120 dB of Demucs' own."""
     reference = np.load(f"{song}.npz")
     assert sorted(os.listdir(folder)) == [f"{stem}.wav" for stem in stems]
     for stem in stems:
@@ -188,7 +188,7 @@ def test_fetches_the_model_and_reuses_cached_stems(model_hub: str, tmp_path: Pat
     assert percents(lines)[-4:] == [100, 0, 50, 100]  # the download of the model, then the separation
     assert "[setup] Fetching the model: 0.2 of 0.2 MB" in lines
 
-    # The stems are found again for another file name, container and choice of stems, without the hub's links or torch.
+    # The stems are found for another file name, container and choice of stems, without the hub's symlinks or torch.
     shutil.copytree(fetched, copied)
     same_song = tmp_path / "elsewhere" / "Same Song.wv"
     (tmp_path / "elsewhere" / "torch").mkdir(parents=True)
@@ -218,7 +218,7 @@ def test_ends_with_uv_in_the_middle_of_a_chunk(tmp_path: Path, caching: dict[str
     with subprocess.Popen(command, env=caching, stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
         assert any(b"1%|" in line for line in process.stdout)
         process.kill()
-        assert b"100%|" not in process.stdout.read()  # read() returns when the last process has closed the pipe
+        assert b"100%|" not in process.stdout.read()  # read() returns when every process has closed the pipe
     assert not list((tmp_path / "stems").glob("*.wav"))
     cached = tmp_path / "cache" / "kelvane" / "stems"
     assert [path.suffix for path in cached.iterdir()] == [".part"]

@@ -28,14 +28,14 @@ ENTRY_SIZE = 2 * file_size(NUM_SAMPLES)
 
 @pytest.fixture
 def kept(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
-    """Moves the cache into the test's folder, and returns the folder of the entries."""
+    """Moves the cache into the test's folder. Returns the folder with the entries."""
     monkeypatch.chdir(tmp_path)
     monkeypatch.setenv("XDG_CACHE_HOME", str(tmp_path))
     return tmp_path / "kelvane" / "stems"
 
 
 def write(entry: NewEntry, folder: Path) -> None:
-    """Writes drums into the folder, as if the user wanted them, and bass into the entry, and finishes the entry."""
+    """Writes the drums, which the user wants, to the folder, and the bass to the entry. Then finishes the entry."""
     folder.mkdir(exist_ok=True)
     drums = StemFile(folder / "drums.part", NUM_SAMPLES)
     drums.write(SAMPLES)

@@ -20,8 +20,8 @@ from download.filename import safe_name
 
 SCRIPT = SCRIPTS / "yt2wav.py"
 
-# ffmpeg's input and options for each file. All but the silent one have three seconds of a tone, whose first channel
-# exceeds full scale where the format allows it.
+# ffmpeg's input and options for each file. All but the silent one contain three seconds of a tone. Its first channel
+# exceeds full scale where the format allows that.
 TONE = "lavfi -i aevalsrc=1.5*sin(2000*PI*t){}:d=3:s={}"
 STEREO = TONE.format("|0.5*sin(2000*PI*t)", 44100)
 MEDIA = {
@@ -59,7 +59,7 @@ worker.run(yt2wav.main)
 
 @pytest.fixture(scope="module")
 def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
-    """Serves media and pages. The folders /broken, /cut, /lying and /stalled have the same ones with these faults."""
+    """Serves media and pages. The folders /broken, /cut, /lying and /stalled serve them with that fault."""
     folder = tmp_path_factory.mktemp("media")
     provide("yt2wav.py")
     for name, options in MEDIA.items():
@@ -84,12 +84,12 @@ def server(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
 
 
 def download(server: str, links: Iterable[str], folder: Path) -> Iterator[tuple[list[str], Path]]:
-    """Downloads each link into a separate folder. Yields each link's printed lines and its folder."""
+    """Downloads each link into a separate folder. Yields the printed lines and the folder of each link."""
     calls = [[urljoin(server, link), folder / str(number)] for number, link in enumerate(links)]
     return zip(run_each(SCRIPT, folder, calls), (folder for _, folder in calls), strict=True)
 
 
-CENTRE_AND_SIDE = 2 * 0.5 * 0.5**0.5  # the centre and a side channel, each mixed in 3 dB lower
+CENTRE_AND_SIDE = 2 * 0.5 * 0.5**0.5  # the centre and one side channel, each mixed in 3 dB lower
 SONGS = [
     # link, name, rate, peaks of the channels
     ("song.webm", "song", 48000, [1.5, 0.5]),
@@ -101,7 +101,7 @@ SONGS = [
 ]
 
 
-def test_song_becomes_a_wav_of_the_same_sound(server: str, tmp_path: Path) -> None:
+def test_song_becomes_a_wav_that_sounds_the_same(server: str, tmp_path: Path) -> None:
     root = tmp_path / "a folder, $HOME and %(title)s"
     root.mkdir()
     downloads = download(server, [link for link, *_ in SONGS], root)
@@ -145,7 +145,7 @@ def test_failure_ends_in_one_sentence_and_leaves_nothing(server: str, tmp_path: 
         assert os.listdir(folder) == []
 
 
-def test_stalled_download_shows_that_it_waits_and_then_fails(server: str, tmp_path: Path) -> None:
+def test_stalled_download_says_that_it_is_waiting_and_then_fails(server: str, tmp_path: Path) -> None:
     script = write_script(SCRIPT, tmp_path / "impatient.py", BE_IMPATIENT)
     *lines, last_line = run_worker(script, f"{server}/stalled/song.m4a", tmp_path / "download", status=1)
     assert last_line == "The download failed (timed out): check your connection and try again."
@@ -155,7 +155,7 @@ def test_stalled_download_shows_that_it_waits_and_then_fails(server: str, tmp_pa
 
 @pytest.mark.parametrize("end", [subprocess.Popen.kill, lambda uv: uv.stdout.close()], ids=["uv", "program"])
 def test_nothing_outlives_uv_or_the_program(tmp_path: Path, end: Callable[[subprocess.Popen], None]) -> None:
-    """Has Python run the JavaScript runtime, which loops forever."""
+    """Starts the JavaScript runtime from Python, as yt-dlp does, with a program that loops forever."""
     command = [UV, "run", write_script(SCRIPT, tmp_path / "script.py", RUN_JAVASCRIPT)]
     with subprocess.Popen(command, env=ENVIRONMENT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as uv:
         while b" % " not in (block := uv.stdout.read(BLOCK_SIZE)):

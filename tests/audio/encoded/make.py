@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Encodes the same sweep in formats that can state the encoder's delay. Needs lame, ffmpeg and mutagen.
 
-The results are in the repository, so that the tests need no encoder. tests/audio/FFmpegAudioFormatTest.cpp computes the
-same sweep.
+The results are in the repository, so that the tests need no encoder. tests/audio/AudioFileTest.cpp computes the same
+sweep.
 """
 
 import os
