@@ -1,8 +1,8 @@
 """Draws Kelvane's logo (Logo.png), its application icon (Icon.png) and the desktop icons.
 
-The header shows the logo at 52 by 52 pixels, scaled down without smoothing. So the logo is drawn on 52 by 52 cells: one
-cell is exactly one pixel on the screen, or two by two at double scale. For the same reason small icons are simpler
-drawings, not scaled copies of the large one.
+The window's header shows the logo at 52 by 52 pixels, scaled down without smoothing. The logo is therefore drawn on a
+grid of 52 by 52 cells: each cell becomes one pixel on the screen, or two by two pixels at double scale. Small icons
+have too few pixels for this grid, so they are simpler drawings, not scaled copies of the large one.
 """
 
 import struct
@@ -20,26 +20,26 @@ RED, BRICK, CORAL, ORANGE, APRICOT = "AC0404", "CC4125", "E45938", "E69138", "E7
 AMBER, GREEN, BLUE, PURPLE = "EEAF3C", "3F7429", "507ECE", "674EA7"
 TILE_AMBER, TILE_RED, TILE_BROWN = "DF7705", "A03310", "721B00"
 
-LEVELS = (GREEN, GREEN, GREEN, AMBER, AMBER, APRICOT, CORAL, BRICK, RED, RED)  # of the highest bar, from the bottom up
+LEVELS = (GREEN, GREEN, GREEN, AMBER, AMBER, APRICOT, CORAL, BRICK, RED, RED)  # of the highest bar, bottom to top
 
-# How many cells each row of a stepped corner is indented, from the outermost row inwards.
+# How far each row of a stepped corner is indented, in cells, from the outermost row inwards.
 PANEL_CORNER = (1,)
 
 
 @dataclass(frozen=True)
 class Design:
-    """The logo's dimensions on a grid of cells, which are counted from the upper left corner."""
+    """The logo's dimensions and positions, in cells from the upper left corner."""
 
     cells: int
-    pitch: int  # distance between neighbouring stripes, and between bars
-    stripes: tuple[str, ...]  # left to right, each a column of diamonds
+    pitch: int  # from one stripe to the next, and from one bar to the next
+    stripes: tuple[str, ...]  # colours from left to right; each stripe is a column of diamonds
     stripe_rows: int
     bar_heights: tuple[int, ...]
     case: tuple[int, int, int, int]  # left, top, width, height
     case_corner: tuple[int, ...]
     panel: tuple[int, int, int, int]
-    screen: tuple[int, int, int, int] | None  # with its rim
-    screen_rows: tuple[str, ...]  # top to bottom
+    screen: tuple[int, int, int, int] | None  # including its rim
+    screen_rows: tuple[str, ...]  # colours from top to bottom
     slots: tuple[tuple[int, int, int], ...]  # left, top, width
     foot_rows: int
     tile_corner: tuple[int, ...]
@@ -132,7 +132,7 @@ TINIEST = Design(
     tile_corner=(2, 1),
 )
 
-# The design and the cells of each desktop icon; its size is a whole multiple of the cells.
+# For each size of the desktop icon: its design, and its width in cells. The size is a whole multiple of that width.
 DESKTOP_ICONS = {
     16: (TINIEST, 16),
     22: (TINY, 22),
@@ -165,7 +165,7 @@ def box(canvas: Canvas, left: int, top: int, width: int, height: int, colour: st
 
 
 def inset(corner: tuple[int, ...], row: int, height: int) -> int:
-    """Returns the number of cells by which a row of a shape with stepped corners is indented at each end."""
+    """Returns how many cells a row is indented at each end, in a shape with stepped corners."""
     depth = min(row, height - 1 - row)
     return corner[depth] if depth < len(corner) else 0
 
@@ -179,7 +179,7 @@ def rounded_box(
 
 
 def diamond(canvas: Canvas, left: int, middle: int, pitch: int, colour: str) -> None:
-    """Draws a diamond, 8 cells wide and 7 high at a pitch of 5, around the row `middle`, clipped to the canvas."""
+    """Draws a diamond centred on the row `middle`, clipped to the canvas. At a pitch of 5, it is 8 by 7 cells."""
     reach = pitch - 2
     for row in range(max(middle - reach, 0), min(middle + reach + 1, len(canvas))):
         step = abs(row - middle)
@@ -187,7 +187,7 @@ def diamond(canvas: Canvas, left: int, middle: int, pitch: int, colour: str) -> 
 
 
 def diamond_stripes(design: Design) -> Canvas:
-    """Returns the panel's stripes, every second one shifted by half a diamond, so that they interlock."""
+    """Returns the panel's stripes. Every second stripe is shifted by half a diamond, so that they interlock."""
     pitch = design.pitch
     stripes = blank(design.stripes_width, design.stripe_rows)
     for index, colour in enumerate(design.stripes):
@@ -197,7 +197,7 @@ def diamond_stripes(design: Design) -> Canvas:
 
 
 def bar(canvas: Canvas, left: int, bottom: int, width: int, height: int, highest: int) -> None:
-    """Draws a level bar, with a dark rim that sets its warm colours off from a warm background."""
+    """Draws a level bar, with a dark rim that sets its warm colours off against a warm background."""
     box(canvas, left - 1, bottom - height, width + 2, height + 1, FRAME)
     for level in range(height):
         box(canvas, left, bottom - level, width, 1, LEVELS[level * len(LEVELS) // highest])
@@ -226,7 +226,7 @@ def logo(design: Design) -> Canvas:
 
 
 def tile(cells: int, corner: tuple[int, ...]) -> Canvas:
-    """Returns the icon's background: diagonal stripes, mirrored between the upper left and lower right corners."""
+    """Returns the icon's background: stripes that darken from the upper left and lower right corners inwards."""
     canvas = blank(cells, cells)
     for y, row in enumerate(canvas):
         step = inset(corner, y, cells)

@@ -10,7 +10,7 @@
 
 static constexpr auto onlyPrograms = "--only-programs";
 
-/** Benchmarks programs from a separate process that holds no song, so that its size does not distort their memory. */
+/** Benchmarks the programs from a process without a song, because a child's peak memory starts from its parent's. */
 static void benchmarkProgramsOn (const Song& song)
 {
     const auto folder = juce::File::createTempFile ("benchmark");

@@ -47,7 +47,7 @@ double toMegabytes (long maxResidentSize)
 #endif
 }
 
-/** Runs a program and discards its output. @returns nothing if the program is missing or fails */
+/** Runs a program and discards its output. @returns std::nullopt if the program is missing or fails */
 std::optional<Usage> run (const std::vector<std::string>& command)
 {
     std::vector<char*> arguments;
@@ -82,7 +82,7 @@ struct Program
     std::optional<Usage> best;
 };
 
-/** Runs the programs in turn, several times. Keeps the least CPU time and the greatest memory of each. */
+/** Runs the programs in turn, several times. Keeps each program's lowest CPU time and highest peak memory. */
 void measure (std::vector<Program>& programs)
 {
     constexpr auto numRounds = 9;
@@ -102,8 +102,8 @@ void measure (std::vector<Program>& programs)
         }
 }
 
-/** @returns the megabytes of floats that a textbook overlap-add needs to stretch to four fifths of the length: for the
-    input, a mono guide of its length, an accumulator, its window sum, and the result
+/** @returns the megabytes of floats that a textbook overlap-add needs to stretch a song to four fifths of its length:
+    the input, a mono guide of the same length, an accumulator, the sum of its windows, and the result
 */
 double textbookMegabytes (const juce::File& minute)
 {

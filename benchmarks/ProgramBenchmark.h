@@ -2,8 +2,8 @@
 
 #include <juce_core/juce_core.h>
 
-/** Prints the CPU time of kelvane-render for a change of tempo next to that of other installed programs, and its peak
-    memory next to the buffers of a textbook stretch.
+/** Compares the CPU time that kelvane-render takes to change a song's tempo with that of other installed programs, and
+    its peak memory with the buffers of a textbook stretch. Prints the results.
 
     Call this in a process that has never loaded a song, because a child's peak memory starts from its parent's. The
     programs write their results beside the file.

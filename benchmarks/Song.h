@@ -9,7 +9,7 @@ struct Song
     double sampleRate = 0.0;
 };
 
-/** Loads a file, and repeats or cuts it to a minute.
+/** Loads a file, repeated or cut to last one minute.
     @throws std::runtime_error  if the file cannot be read
 */
 Song loadMinuteOf (const juce::File& file);

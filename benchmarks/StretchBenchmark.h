@@ -2,7 +2,7 @@
 
 #include "Song.h"
 
-/** Registers benchmarks that compare the stretch, with each search back end, with scalarTimeStretch().
+/** Registers benchmarks that compare timeStretch(), with each search back end, to scalarTimeStretch().
     @param song  must outlive the benchmarks
 */
 void registerStretchBenchmarks (const Song& song);

@@ -3,7 +3,7 @@
     attacks.py [RENDER]
 
 Renders drum-like hits, half a second apart over a sustained chord, at several speeds, and searches for each hit near
-its expected place. RENDER is the kelvane-render to test; the default is the one that scripts/run builds.
+its expected place. RENDER is the kelvane-render to test; the default is the release build.
 """
 
 import subprocess
@@ -18,9 +18,9 @@ _RENDER = Path(__file__).parents[1] / "build" / "release" / "bin" / "kelvane-ren
 _RATE = 44100
 _PERIOD = 0.5  # seconds
 _STARTS = _PERIOD * np.arange(1, 199)
-_SPEEDS = (0.25, 0.5, 0.75, 0.875, 1.125, 1.25, 1.5, 2, 3, 4)  # the stretch's hop is a whole number at each
-_COMPARED = 2000  # samples: the part of a hit that is searched for
-_COPY_DISTANCE = 0.02  # seconds: another match further from the best one repeats the hit
+_SPEEDS = (0.25, 0.5, 0.75, 0.875, 1.125, 1.25, 1.5, 2, 3, 4)  # the analysis hop is a whole number of samples at each
+_COMPARED = 2000  # samples at the start of a hit, which are searched for
+_COPY_DISTANCE = 0.02  # seconds: a match further than this from the best one is a repeated hit
 
 
 def main() -> None:
@@ -59,12 +59,12 @@ def _song(hit: np.ndarray) -> np.ndarray:
 
 
 def _search_radius(speed: float) -> float:
-    """Returns how far from its expected place a hit is searched for, in seconds. It is less than half a period."""
+    """Returns how far from its expected place a hit is searched for, in seconds. This is less than half a period."""
     return min(0.2, 0.4 * _PERIOD / speed)
 
 
 def _find(samples: np.ndarray, pattern: np.ndarray, place: float, radius: float) -> tuple[float, float, bool] | None:
-    """Returns the best match's distance from its place in seconds, its relative level, and True if there is another.
+    """Returns the best match's distance from place in seconds, its relative level, and True if there is a second match.
 
     Returns None if the song ends too early.
     """

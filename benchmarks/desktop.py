@@ -1,4 +1,4 @@
-"""Kelvane's window on a screen of its own, for the benchmarks that use it."""
+"""Opens Kelvane's window on a separate screen, for the benchmarks that use the window."""
 
 import os
 import shutil
@@ -21,9 +21,9 @@ SONG = ROOT / "Resources" / "demo" / "kelvane-demo.ogg"
 def open_window(
     program: Path, environment: dict[str, str], *commands: str, **variables: str
 ) -> Iterator[tuple[Window, int]]:
-    """Yields the window and the program's process id. The program finds only these commands, so no desktop dialogs.
+    """Yields the window and the program's process ID. Only the program gets the variables.
 
-    It alone gets the variables.
+    Its PATH has only "which" and the given commands, so that it finds no desktop dialogs and shows JUCE's own.
     """
     tools = Path(environment["TMPDIR"]).parent / "tools"
     tools.mkdir(exist_ok=True)

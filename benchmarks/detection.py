@@ -1,9 +1,9 @@
-"""Measures accuracy and speed of analyze.py on labelled clips, against its targets.
+"""Measures the accuracy and speed of analyze.py on labelled clips, and compares them with targets.
 
     detection.py FOLDER
 
-FOLDER holds wav/ and labels.csv. Its columns are file, bpm and key_index, and the last two may be empty. Uses the uv in
-KELVANE_UV, or the one on the PATH.
+FOLDER holds wav/ and labels.csv, which has the columns file, bpm and key_index. The last two may be empty. Runs the uv
+that KELVANE_UV names, or else finds uv on the PATH.
 """
 
 import csv
@@ -26,7 +26,7 @@ def main() -> None:
     with open(folder / "labels.csv", newline="") as file:
         labels = [row for row in csv.DictReader(file) if (folder / "wav" / f"{row['file']}.wav").exists()]
     clips = [folder / "wav" / f"{row['file']}.wav" for row in labels]
-    analyze(clips[0])  # installs the packages
+    analyze(clips[0])  # installs the packages before the measurement
 
     cpu_before = children_cpu_seconds()
     results = [analyze(clip) for clip in clips]

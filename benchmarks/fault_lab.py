@@ -1,4 +1,4 @@
-"""Disturbs programs among a user's folders, and checks what must hold afterwards."""
+"""Runs programs in temporary user folders, disturbs them, and checks their exit, leftovers and results."""
 
 import hashlib
 import os
@@ -26,13 +26,13 @@ __all__ = ["DEMO_SONG", "Loopback", "PackageIndexes"]
 
 RENDER = os.environ.get("KELVANE_RENDER", str(ROOT / "build" / "release" / "bin" / "kelvane-render"))
 
-MARK = "KELVANE_FAULTS"  # a variable that all processes of a lab inherit
+MARK = "KELVANE_FAULTS"  # an environment variable that all processes of a lab inherit
 _STEMS = ["drums", "vocals"]
 _LIMIT_SECONDS = 300
 _OLDER = b"an older result"
 
-Judge = Callable[[int, str], bool]  # of an exit status and the last line on standard error
-Disturb = Callable[[subprocess.Popen[bytes]], bool]  # returns whether it came in time
+Judge = Callable[[int, str], bool]  # accepts an exit status and the last line of standard error
+Disturb = Callable[[subprocess.Popen[bytes]], bool]  # returns True if it came in time
 
 
 @dataclass
@@ -52,7 +52,7 @@ class Tally:
 
 
 def says(*words: str) -> Judge:
-    """Accepts a failed run whose last line is one of Kelvane's own sentences and contains one of the words, if any."""
+    """Accepts a failed run whose last line is a sentence about an expected error, with one of the words, if any."""
 
     def judge(status: int, line: str) -> bool:
         is_sentence = line.endswith(".") and "unexpected" not in line
@@ -62,7 +62,7 @@ def says(*words: str) -> Judge:
 
 
 def names(word: str) -> Judge:
-    """Accepts a failed run whose last line is a path that contains the word."""
+    """Accepts a failed run whose last line starts with a path and contains the word."""
     return lambda status, line: status == 1 and line.startswith("/") and word in line
 
 
@@ -84,7 +84,7 @@ class Lab:
     def __init__(self, folder: Path, grace: float, verbose: bool) -> None:
         self.folder = folder
         self.grace = grace  # seconds that processes may take to end
-        self.verbose = verbose  # prints how each run has ended
+        self.verbose = verbose  # print how each run ended
         self.tallies: dict[str, Tally] = {}
         self.temporary, self.out, self.hub = folder / "temporary", folder / "out", folder / "hub"
         self.temporary.mkdir()
@@ -123,7 +123,7 @@ class Lab:
             )
 
     def end(self, program: subprocess.Popen[bytes]) -> tuple[int | None, str]:
-        """Returns the exit status, or None for a run that does not end, and the last line of standard error."""
+        """Returns the exit status, or None if the run did not end in time, and the last line of standard error."""
         try:
             status = program.wait(_LIMIT_SECONDS)
         except subprocess.TimeoutExpired:
@@ -134,7 +134,7 @@ class Lab:
         return status, lines[-1] if lines else ""
 
     def expect_results(self) -> None:
-        """Accepts the results that are there now as right."""
+        """Adds the current results to the expected ones."""
         for path in self.out.rglob("*.wav"):
             self._expected.setdefault(path.name, set()).add(_digest(path))
 
@@ -152,12 +152,12 @@ class Lab:
                     state, parent, *_ = (process / "stat").read_text().rpartition(")")[2].split()
                     if state not in "ZX":
                         found[int(process.name)] = int(parent)
-            except OSError:  # it has ended, or is another user's
+            except OSError:  # the process has ended, or is another user's
                 continue
         return found
 
     def descendant(self, pid: int, generation: int) -> int:
-        """Returns a child of a process (generation 1), a grandchild (2) and so on, or 0 if there is none now."""
+        """Returns a child of a process (generation 1), a grandchild (2) and so on, or 0 if it does not exist."""
         for _ in range(generation):
             parents = self.family()
             pid = next((child for child, parent in parents.items() if parent == pid), 0)
@@ -174,10 +174,10 @@ class Lab:
         next_arguments: list[str | Path] | None = None,
         **variables: str,
     ) -> bool:
-        """Runs the program, then runs it again. Counts the outcome of the first run and a success of the second.
+        """Runs the program with a fault, then without. Counts the first run's outcome, and whether the second succeeds.
 
-        Returns False, and counts nothing, if the disturbance came too late. Calls restore after the first run. The
-        second run is the usual one if next_arguments gives no other.
+        Calls restore between the runs. The second run is the usual one, unless next_arguments are given. Returns False,
+        and counts nothing, if the disturbance came too late.
         """
         arguments = arguments or self.usual
         names = self.put_older_results(arguments)
@@ -190,7 +190,7 @@ class Lab:
         if restore:
             restore()
         if not is_in_time:
-            self.seconds = time.monotonic() - begin  # at most: the speed depends on what else is running
+            self.seconds = time.monotonic() - begin  # an upper bound, as the speed depends on other load
             return False
 
         complaints = []
@@ -232,7 +232,7 @@ class Lab:
         return [f"the next run: status {status}, left {left}, wrong {wrong}: {line}"]
 
     def put_older_results(self, arguments: list[str | Path]) -> list[str]:
-        """Puts older files where the results will be, and returns their names."""
+        """Puts older files where the results will be, and returns the results' names."""
         for folder in self.out.glob("*"):
             shutil.rmtree(folder)
         if "--analyze" in arguments:
@@ -248,9 +248,9 @@ class Lab:
         return names
 
     def left(self, window: int = 0) -> list[str]:
-        """Returns the processes, apart from the window, that did not end in time, and how long each took.
+        """Returns the processes, except the window, that did not end in time, and how long it took until all had ended.
 
-        Kills those that never do.
+        Kills any that never end.
         """
 
         def others() -> set[int]:
@@ -268,7 +268,7 @@ class Lab:
         return [f"{pid} for {'ever' if pid in family else f'{time.monotonic() - begin:.1f} s'}" for pid in late]
 
     def partial(self, names: list[str], status: int | None) -> list[str]:
-        """Returns what is wrong among the results: files that are cut short, missing or should not be there."""
+        """Returns the faults of the results: files that are incomplete, missing or unexpected."""
         found = {path.name: path for path in self.out.rglob("*") if path.is_file()}
         wrong = [f"{name} is gone" for name in names if name not in found]
         for name, path in found.items():
@@ -295,7 +295,7 @@ class Lab:
 
 @contextmanager
 def mount(folder: Path, options: str) -> Iterator[Callable[[], None]]:
-    """Mounts a separate disk on the folder, until the function that this yields is called."""
+    """Mounts a separate disk on the folder. Yields a function that unmounts it early."""
     folder.mkdir(parents=True, exist_ok=True)
     subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", folder], check=True)
 

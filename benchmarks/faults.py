@@ -1,7 +1,8 @@
 """Disturbs kelvane-render and its workers, and counts what goes wrong: see "Faults" in docs/benchmarks.md.
 
-Every fault must end in the right exit status and a sentence, leave no process and no partial result, and the next run
-must succeed. Mounts small disks in a namespace of its own, which needs Linux, and root or user namespaces.
+After every fault, the program must end with the right exit status and last line, and leave no process and no partial
+result behind. The next run must succeed. Mounts small disks in a separate mount namespace, which needs Linux, and
+either root or user namespaces.
 """
 
 import argparse
@@ -40,11 +41,11 @@ from fault_lab import (
 
 _IN_NAMESPACE = "KELVANE_FAULTS_IN_NAMESPACE"
 _FULL = says("The disk is full", "No space left")
-_TARGETS = ["program", "uv", "worker"]  # each is the child of the one before
+_TARGETS = ["program", "uv", "worker"]  # each process is the child of the previous one
 
 
 def disks(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
-    """Fills disks at points from the start of a run to just before its end, by size and by the number of files."""
+    """Fills disks at points from the start of a run to just before its end, by limiting bytes or inodes."""
     sizes = [f"size={kilobytes}k" for kilobytes in (32, 64, 256, 512, 1024, 1536)]
     for size in [*sizes, "nr_inodes=6"]:
         with mount(lab.out, size) as unmount:
@@ -88,7 +89,7 @@ def installations(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
 
 
 def _shrinking(folder: Path, kilobytes: int) -> Disturb:
-    """Shrinks the disk, as soon as an entry is begun, until only this many kilobytes are free."""
+    """Shrinks the disk, as soon as a cache entry is begun, until only this many kilobytes are free."""
 
     def disturb(program: subprocess.Popen[bytes]) -> bool:
         while not list(folder.glob("*.part/*")):
@@ -111,7 +112,7 @@ def _model_hub(folder: Path) -> Loopback:
 
 @contextmanager
 def package_indexes(lab: Lab) -> Iterator[dict[str, str]]:
-    """Yields variables for empty caches, and for an index with small dummies of the packages of the detection."""
+    """Yields variables that select empty caches, and an index with small dummies of the packages for detection."""
     with tempfile.TemporaryDirectory(dir=lab.folder) as folder, PackageIndexes(Path(folder)) as indexes:
         for package, version in (("av", "18.1.0"), ("numpy", "2.4.6")):
             indexes.add(f"/simple/{package}", version, "2025-01-01T00:00:00Z", size=3_000_000)
@@ -121,7 +122,7 @@ def package_indexes(lab: Lab) -> Iterator[dict[str, str]]:
 
 
 def kills(target: str, lab: Lab, options: argparse.Namespace, dice: random.Random) -> None:
-    """Sends SIGKILL at random moments of the usual run."""
+    """Sends SIGKILL to the target at random moments of the usual run."""
     judge = dies if target == "program" else either(says(), succeeds)
     for _ in range(options.kills):
         while not lab.attempt(f"kill: {target}", judge, disturb=_killing(lab, target, dice)):
@@ -143,7 +144,7 @@ def _killing(lab: Lab, target: str, dice: random.Random) -> Disturb:
 
 
 def clocks(lab: Lab, options: argparse.Namespace, dice: random.Random) -> None:
-    """Puts the clock up to ten years behind the files' times, from the start or during the run, with libfaketime."""
+    """Sets the clock up to ten years behind the files' times with libfaketime, before or during a run."""
     (library,) = Path("/usr/lib").glob("*/faketime/libfaketime.so.1")
     offset = lab.folder / "offset"
     fake = {"LD_PRELOAD": str(library), "FAKETIME_TIMESTAMP_FILE": str(offset), "FAKETIME_NO_CACHE": "1"}
@@ -188,7 +189,7 @@ def odd_inputs(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
     paths += [Path(device) for device in ("/dev/zero", "/dev/null", "/dev/full", "/dev/tty")]
     for path in [*paths, *lab.folder.glob("sparse*")]:
         for mode in (["--full-song"], ["--analyze"], ["--stems", "drums,vocals"]):
-            if path.name != "sparse.wav" or "--stems" not in mode:  # that one would be separated, for hours
+            if path.name != "sparse.wav" or "--stems" not in mode:  # separating sparse.wav would take hours
                 kind = f"input: {'sparse' if path.stem == 'sparse' else 'no file'}"
                 judge = either(says(), names(str(path)), says_memory)
                 lab.attempt(kind, judge, [path, *mode], disturb=_confine, next_arguments=lab.plain)
@@ -199,15 +200,15 @@ def says_memory(status: int, line: str) -> bool:
 
 
 def _confine(program: subprocess.Popen[bytes]) -> bool:
-    """Limits the memory of the program, but not of what it has started."""
+    """Limits the program's memory, but not that of processes it has already started."""
     resource.prlimit(program.pid, resource.RLIMIT_AS, (2**31, 2**31))
     return True
 
 
 def changing_inputs(lab: Lab, options: argparse.Namespace, dice: random.Random) -> None:
-    """Changes songs at a random moment, or continually.
+    """Changes songs at a random moment of a run, or continually.
 
-    A result must be that of one state of its song, not of several, unless the song changes continually.
+    Unless the song changes continually, a result must match one state of the song, not a mixture of its states.
     """
     encoded = ROOT / "tests" / "audio" / "encoded"
     for original in (lab.song, DEMO_SONG, encoded / "untagged.mp3", encoded / "alac.m4a"):
@@ -267,7 +268,7 @@ def _flap(song: Path, content: bytes, program: subprocess.Popen[bytes]) -> None:
 
 
 def sites(lab: Lab, _: argparse.Namespace, __: random.Random) -> None:
-    """Runs a site that stalls, breaks off, lies about its lengths and redirects forever."""
+    """Runs a site that stalls, breaks off, states wrong lengths or redirects forever."""
     with serve(_Site) as site:
         link: list[str | Path] = [f"{site}/tune.ogg", "--full-song"]
         for fault, judge in _SITES_FAULTS.items():
@@ -385,7 +386,7 @@ def main() -> None:
         become_root = [] if os.geteuid() == 0 else ["--map-root-user"]
         os.execvp("unshare", ["unshare", "--mount", *become_root, sys.executable, *sys.orig_argv[1:]])
 
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # what has been counted so far is printed
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # SystemExit, so that the table is still printed
     with tempfile.TemporaryDirectory() as folder:
         lab = Lab(Path(folder), options.grace, options.verbose)
         print(f"The usual run takes {lab.seconds:.1f} s.", flush=True)

@@ -34,7 +34,7 @@ class Footprint:
         )
 
     def stays(self, later: "Footprint") -> bool:
-        """Returns True if later shows no memory grown by more than _ALLOWED_GROWTH, and no change of a count."""
+        """Returns True if no memory figure in later is more than _ALLOWED_GROWTH higher, and all counts are equal."""
         return all(
             after - before <= _ALLOWED_GROWTH if isinstance(before, float) else after == before
             for before, after in zip(astuple(self), astuple(later), strict=True)

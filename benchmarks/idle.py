@@ -3,7 +3,7 @@
     idle.py [PROGRAM] [--seconds 60]
 
 Measures with the mouse elsewhere, with the mouse at rest on the window, and after a run. PROGRAM is the Kelvane to
-measure; the default is the one that scripts/run builds. Needs NumPy, python-xlib, Xvfb, openbox and xdotool.
+measure; the default is the release build. Needs NumPy, python-xlib, Xvfb, openbox and xdotool.
 """
 
 import argparse

@@ -1,4 +1,4 @@
-"""Runs separate.py and Demucs' own command alternately, with the same WAV, weights, device and options.
+"""Compares separate.py with Demucs' own command, in alternating runs with the same WAV, weights, device and options.
 
 Then times a second run of the same song, and measures the memory that a separation takes for each length in --minutes.
 The model has its full size, but is untrained.
@@ -55,7 +55,7 @@ def main() -> None:
 
 
 def _empty_cache(cache: Path, python: Path) -> dict[str, str]:
-    """Returns variables for a cache that has the workers' packages, but no stems."""
+    """Makes a cache that has the workers' packages, but no stems. Returns the variables that select it."""
     (cache / "kelvane").mkdir(parents=True)
     if sys.platform == "linux":
         for item in python.parents[2].iterdir():

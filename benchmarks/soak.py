@@ -2,9 +2,10 @@
 
     soak.py [batch] [window] [failures] [--runs 500] [--real 20]
 
-"batch" renders songs with one kelvane-render. "window" clicks Execute in one window, and Analyze before every tenth
-click. Stand-ins for the workers answer at once. Only --real of the runs use the real workers, with a small model.
-"failures" makes runs of both programs fail, cancels others, and deletes what they left behind with README.md's command.
+"batch" renders all songs with one kelvane-render. "window" clicks Execute for each run in one window, and Analyze
+before every tenth click. In both, stand-ins for the workers answer immediately, and only as many runs as --real says
+use the real workers, with a small model. "failures" makes runs of both programs fail, cancels others, and then deletes
+their leftovers with the command in README.md.
 
 Needs a release build, NumPy, python-xlib, Xvfb, openbox and xdotool.
 """
@@ -36,7 +37,7 @@ _UV = os.environ.get("KELVANE_UV") or shutil.which("uv") or str(Path.home() / ".
 _FIRST_SAMPLE = 50  # taken after this many runs
 _AUTO = (788, 316, 64, 28)  # region of the Auto toggle for the tempo
 
-# Stands in for uv, and counts the runs. Only Analyze passes --key, and a run begins with a call that has --bpm alone.
+# Stands in for uv, and counts the runs. Only Analyze passes --key. Each run begins with a call that passes only --bpm.
 _STAND_IN = """#!/bin/sh
 case "$*" in
 *--key*) run=1 ;;
@@ -118,7 +119,7 @@ class _Soak:
             return subprocess.Popen(command, env=self.environment, stdout=output, stderr=subprocess.STDOUT)
 
     def batch(self) -> None:
-        """Renders all songs with one program, and takes each sample during the first worker of the next song."""
+        """Renders all songs with one program, and takes each sample while the next song's first worker runs."""
         self.install_stand_in(self.num_real)
         samples = {}
         runs = (_FIRST_SAMPLE, self.num_runs)
@@ -219,7 +220,7 @@ class _User:
         assert wait_for(lambda: same(self.window.part(_AUTO), auto))
 
     def sample(self) -> Footprint:
-        """Measures the window after it has freed the memory that painting takes."""
+        """Measures the program after it has freed the memory that painting takes."""
         self.window.click(NOWHERE)
         time.sleep(5)
         return Footprint.take(self.pid, self.soak.temporary)

@@ -1,7 +1,7 @@
 """Kills Kelvane's window, uv or a worker during runs in the window, and counts what goes wrong.
 
 See "Faults" in docs/benchmarks.md. No process may be left, and the next run must succeed, in a new window if the old
-one was killed. If uv or a worker is killed, the window must show that the run failed.
+one was killed. If uv or a worker is killed, the window must report a failure, unless all results are complete.
 
 Needs a release build, NumPy, python-xlib, Xvfb, openbox and xdotool.
 """
@@ -33,13 +33,13 @@ from window import (
     Window,
 )
 
-_TARGETS = ["program", "uv", "worker"]  # each is the child of the one before
+_TARGETS = ["program", "uv", "worker"]  # each process is the child of the previous one
 _COMPLETE, _FAILED = "Pipeline complete", "Pipeline failed"
 
 
 @dataclass
 class _User:
-    """Runs what Lab.usual does, in a window."""
+    """Carries out the lab's usual run in a window."""
 
     lab: Lab
     window: Window
@@ -77,7 +77,10 @@ class _User:
         return self.dismiss() == _COMPLETE and not self.lab.partial(names, 0)
 
     def kill(self, generation: int) -> bool:
-        """Kills the window, its child or its grandchild. Returns False if there is none, or the run has ended."""
+        """Kills the window (generation 0), its child (1) or its grandchild (2).
+
+        Returns False if there is no such process, or if the run has ended.
+        """
         victim = self.lab.descendant(self.pid, generation)
         if victim == 0 or self.shown():
             return False

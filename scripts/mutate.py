@@ -1,17 +1,19 @@
 #!/usr/bin/env python3
-"""Measures how strong the tests are: puts one fault at a time into the sources and counts the faults that a test finds.
+"""Measures how strong the tests are: puts one fault at a time into the sources and counts those that the tests find.
 
-Works on a checkout of its own in build/mutation, and resumes after an interruption. Debian has no Mull or Dextool, and
-mutmut and cosmic-ray handle only Python; a list of textual edits serves both languages without a dependency.
+Works on a separate checkout in build/mutation, and resumes after an interruption. The faults are
+textual edits, which serve both languages without a dependency: Debian has no Mull or Dextool, and mutmut and cosmic-ray
+handle only Python.
 
-Lines are drawn uniformly from those that an edit fits. Their order depends on their text and the seed alone, so two
-commits are compared on nearly the same faults. If an edit does not compile or leaves the programs as they were, the
-next line takes its place. The first failure or hang ends a fault's run. A survivor has passed
+Lines are drawn uniformly from all lines that an edit can change. The order depends only on the seed and the text around
+each line, so two commits are compared on nearly the same faults. If an edit does not compile or does not affect the
+programs, the next line is used instead. The first failure or hang ends a fault's run. A fault that survives has passed
 
 - in C++: all unit tests, then the end-to-end tests of the window (src/app, src/ui) or of the console program;
-- in Python: the workers' tests that load its module, then those of the programs with the real workers.
+- in Python: the workers' tests that load the changed module, then the end-to-end tests that use the real workers.
 
-Edits that change nothing observable count as survivors, since nothing tells them apart.
+Edits without an observable effect also count as survivors, because nothing distinguishes them from faults that the
+tests miss.
 """
 
 import argparse
@@ -57,7 +59,7 @@ PYTHON_TEXT = [
     r"^ *(?:assert|import|from|class|@)\b[^\n]*|^if __name__[^\n]*",
 ]
 
-# Both languages put spaces around their binary operators.
+# The sources in both languages have spaces around binary operators.
 SWAPPED = ["< <=", "> >=", "== !=", "+ -", "* /", "+= -=", "&& ||", "and or", "true false", "True False"]
 OPERATORS = {
     rf"\b{old}\b" if old.isalpha() else rf"(?<= ){re.escape(old)}(?= \S)": new
@@ -80,13 +82,13 @@ class Mutant:
     line: int
     old: str
     new: str
-    outcome: str = ""  # killed, survived, or invalid: it does not compile, or leaves the programs as they were
+    outcome: str = ""  # killed, survived, or invalid: it does not compile or change the programs
     by: str = ""  # the test that failed
-    passed: int = 0  # stages of tests that it has survived
+    passed: int = 0  # number of test stages that it has survived
 
 
 def edits(code: str, line: str, is_statement: bool, opens_block: bool, is_python: bool) -> Iterator[str]:
-    """Yields all mutants of a line, whose code is given without its comments and strings."""
+    """Yields all mutants of a line. code is the line with its comments and strings blanked out."""
     for pattern, new in [*OPERATORS.items(), (NEGATION, ""), (NUMBER, None)]:
         for found in re.finditer(pattern, code):
             changed = new if new is not None else str(int(found["integer"]) + 1) + found["rest"]
@@ -102,7 +104,7 @@ def edits(code: str, line: str, is_statement: bool, opens_block: bool, is_python
 
 
 def mutants_of(file: Path) -> Iterator[tuple[str, list[Mutant]]]:
-    """Yields the mutants of each line that has any, preceded by their context: the line and its neighbours."""
+    """Yields, for each line that has mutants, the context (the line and its neighbours) and the mutants."""
     is_python = file.suffix == ".py"
     code = text = file.read_text(encoding="utf-8")
     for pattern in PYTHON_TEXT if is_python else CPP_TEXT:
@@ -133,7 +135,7 @@ def draw(files: list[Path], seed: int) -> list[Mutant]:
 
 
 def make_home() -> None:
-    """Makes a home folder with hard links to the workers' packages, so that a mutant may delete those in it."""
+    """Makes a home folder with hard links to the workers' packages, so that a mutant cannot delete the real ones."""
     home, real = WORK / "home", Path.home()
     shutil.rmtree(home, ignore_errors=True)
     without_juce = shutil.ignore_patterns("juce-*")
@@ -154,7 +156,7 @@ def environment() -> dict[str, str]:
 
 
 def failure(command: list[str], timeout: float, num_shards: int = 1) -> str:
-    """Runs shards of tests side by side. Returns the name of a failed test, "hang", or an empty string for success."""
+    """Runs shards of tests side by side. Returns a failed test's name, an exit status, "hang", or "" for success."""
     outputs, running = [WORK / f"output{shard}" for shard in range(num_shards)], []
     for shard, path in enumerate(outputs):
         variables = environment() | {"GTEST_TOTAL_SHARDS": str(num_shards), "GTEST_SHARD_INDEX": str(shard)}
@@ -181,7 +183,7 @@ def pytest(folder: str, names: Iterable[str]) -> str:
 
 
 def unit_tests(file: str) -> str:
-    """Runs the unit tests, first those of the file's folder.
+    """Runs the unit tests, starting with those for the file's folder.
 
     Most tests wait for processes, so there are more shards than processors.
     """
@@ -193,7 +195,7 @@ def unit_tests(file: str) -> str:
 
 
 def imports(script: Path) -> set[str]:
-    """Returns the modules that a script imports; "from a import b" may mean the module a or a.b."""
+    """Returns the modules that a script imports. "from a import b" gives both a and a.b, as b may be a module."""
     modules = set()
     statement = r"^ *(?:from ([\w.]+) )?import ([\w.]+(?:, [\w.]+)*)"
     for package, names in re.findall(statement, script.read_text(encoding="utf-8"), re.MULTILINE):
@@ -202,7 +204,7 @@ def imports(script: Path) -> set[str]:
 
 
 def worker_tests(file: str) -> str:
-    """Runs the tests that load the module, directly or through another, beginning with the one named after it."""
+    """Runs the tests that load the module, directly or through other modules, starting with the test named after it."""
     folder = TREE / "Resources" / "python"
 
     def module(script: Path) -> str:
@@ -262,7 +264,7 @@ def judge(mutant: Mutant, pristine: list[str]) -> None:
 
 
 def prepare(commit: str) -> list[str]:
-    """Checks the commit out and builds it, with a faster linker if there is one. Returns the programs' checksums."""
+    """Checks out the commit and builds it, with a faster linker if there is one. Returns the programs' checksums."""
     place = ["checkout", "--quiet", "--force", "--detach"] if TREE.exists() else ["worktree", "add", "--detach", TREE]
     subprocess.run(["git", "-C", TREE if TREE.exists() else ROOT, *place, commit], check=True)
     linker = next((name for name in ("mold", "lld", "gold") if shutil.which(f"ld.{name}")), "bfd")
@@ -290,7 +292,7 @@ def main() -> None:
             sys.exit(f"{failed} fails without a fault.")
 
     def take(files: list[Path], count: int, stage: int) -> list[Mutant]:
-        """Puts count valid mutants through a stage of their tests."""
+        """Runs a stage of tests on count valid mutants."""
         taken: list[Mutant] = []
         for mutant in draw(files, given.seed):
             if len(taken) == count:

@@ -25,7 +25,7 @@ TAIL_SECONDS = 1.5
 
 Signal = np.ndarray
 
-# Each chord has a bass note and the notes of the pad, as MIDI note numbers. The C sharp in A7 resolves to D.
+# Each chord is a bass note and the pad's notes, as MIDI note numbers. The C sharp in A7 resolves to D.
 D_MINOR = (38, (62, 65, 69))
 G_MINOR = (43, (62, 67, 70))
 B_FLAT = (34, (62, 65, 70))
@@ -55,7 +55,7 @@ def envelope(seconds: float, attack: float, release: float) -> Signal:
 
 
 def harmonics(note: float, seconds: float, count: int, slope: float) -> Signal:
-    """Sums the first harmonics of a note, up to count of them. Harmonic n has the amplitude 1 / n**slope."""
+    """Sums the first count harmonics of a note, except any above 0.4 * RATE. Harmonic n has amplitude 1 / n**slope."""
     t, base = times(seconds), frequency(note)
     numbers = [n for n in range(1, count + 1) if n * base < 0.4 * RATE]
     return sum(np.sin(2 * np.pi * n * base * t) / n**slope for n in numbers)
@@ -96,7 +96,7 @@ def lead(note: int, beats: float) -> Signal:
 
 
 def drum_hits() -> Iterator[tuple[float, Signal, float, float]]:
-    """Yields the beat, sound, gain and pan position, from left (-1) to right (1), of every hit."""
+    """Yields the beat, sound, gain and pan position of each hit. The position is from -1 (left) to 1 (right)."""
     noise = np.random.default_rng(112)
     for bar in range(BARS):
         first = bar * BEATS_PER_BAR

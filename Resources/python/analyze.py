@@ -6,8 +6,8 @@
 # ///
 """Detects a song's tempo and key.
 
-Arguments: AUDIO [--bpm] [--key]. Prints RESULT:: and a JSON object with "bpm", "key_index" (0 for C to 11 for B), or
-both.
+Arguments: AUDIO [--bpm] [--key]. Prints RESULT:: followed by a JSON object with "bpm", "key_index" (0 for C to
+11 for B), or both.
 """
 
 import json
@@ -16,7 +16,7 @@ import sys
 from pathlib import Path
 from typing import TYPE_CHECKING
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run allows bytecode again
+sys.dont_write_bytecode = True  # keeps __pycache__ out of this folder; worker.run turns bytecode back on
 import worker
 
 worker.end_with_uv()
@@ -35,7 +35,7 @@ def main(arguments: list[str]) -> None:
     environment.enter(Path(__file__))
     path, *wanted = arguments
     os.environ["OPENBLAS_NUM_THREADS"] = "1"  # set before NumPy loads; OpenBLAS's idle threads only cost time
-    import numpy  # noqa: F401  # imported here, so that its bytecode is cached
+    import numpy  # noqa: F401  # imported before without_bytecode(), so that its bytecode is cached
 
     with worker.without_bytecode():
         from detection.key import detect_key

@@ -1,4 +1,4 @@
-"""Locks files between processes. The system releases a lock when the process that holds it ends, even by a crash."""
+"""Locks files against other processes. The system releases a lock when the process that holds it ends or crashes."""
 
 import os
 import sys
@@ -31,7 +31,7 @@ def try_to_take(path: Path, *, shared: bool = False) -> IO[bytes] | None:
             return None
         if _is_at(path, file):
             return file
-        file.close()  # the last holder has deleted it
+        file.close()  # the previous holder has deleted it
 
 
 def lock(file: IO[bytes], *, shared: bool = False) -> bool:

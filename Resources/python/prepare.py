@@ -3,7 +3,7 @@
 # ///
 """Fetches everything that the workers need: their packages and the model.
 
-prepare.py                fetches everything. On Linux, first prints what is missing: "[plan] Stems: 280 MB to fetch"
+prepare.py                fetches everything. On Linux, first prints a plan: "[plan] Stems: 280 MB to fetch"
 prepare.py SCRIPT         fetches the packages of one worker and prints the interpreter that has them
 prepare.py --model NAME   fetches a model. Needs an interpreter that has the packages of separate.py
 """
@@ -14,7 +14,7 @@ import sys
 from functools import partial
 from pathlib import Path
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run allows bytecode again
+sys.dont_write_bytecode = True  # keeps __pycache__ out of this folder; worker.run turns bytecode back on
 import worker
 
 worker.end_with_uv()
@@ -73,7 +73,8 @@ def _provide(script: Path, progress: SetupProgress) -> Path:
 def _fetch_model(python: Path) -> None:
     begin = partial(worker.begin_child, os.getpid()) if sys.platform == "linux" else None
     command = [python, __file__, "--model", model_cache.DEFAULT_MODEL]
-    environment = {name: value for name, value in os.environ.items() if name != "UV"}  # uv is not the child's parent
+    # UV would name uv as the child's parent.
+    environment = {name: value for name, value in os.environ.items() if name != "UV"}
     done = subprocess.run(command, stdin=subprocess.DEVNULL, preexec_fn=begin, env=environment)
     if done.returncode != 0:
         sys.exit(1)  # the child has printed the reason

@@ -25,7 +25,7 @@ from collections.abc import Iterable
 from pathlib import Path
 from typing import TYPE_CHECKING
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run allows bytecode again
+sys.dont_write_bytecode = True  # keeps __pycache__ out of this folder; worker.run turns bytecode back on
 import worker
 
 worker.end_with_uv()
@@ -77,12 +77,12 @@ def _separate(song: DecodedSong, options: argparse.Namespace, key: str | None, c
 
 
 def _tune() -> None:
-    """Sets how OpenMP's threads wait, before libraries load, and makes the C library keep freed memory."""
-    os.environ.setdefault("OMP_WAIT_POLICY", "PASSIVE")  # OpenMP's threads slow down other programs if they spin,
-    os.environ.setdefault("GOMP_SPINCOUNT", "10000")  # but GNU's wake up late if they never spin
+    """Sets how OpenMP's threads wait, and makes the C library keep freed memory. Call this before libraries load."""
+    os.environ.setdefault("OMP_WAIT_POLICY", "PASSIVE")  # spinning threads slow down other programs
+    os.environ.setdefault("GOMP_SPINCOUNT", "10000")  # but GNU's threads wake up late if they never spin
 
     mallopt = getattr(ctypes.CDLL(None), "mallopt", None) if sys.platform == "linux" else None
-    if mallopt is not None:  # keep the memory that torch frees: the kernel would have to clear each new page
+    if mallopt is not None:  # reuse the memory that torch frees: the kernel would have to clear new pages
         trim_threshold, mmap_max, arena_max = -1, -4, -8
         mallopt(trim_threshold, -1)
         mallopt(mmap_max, 0)
@@ -97,7 +97,7 @@ def _write(
     folder: Path,
     entry: NewEntry,
 ) -> None:
-    """Writes the wanted stems into the folder and the others into the entry, while the separation goes on."""
+    """Writes the wanted stems into the folder and the others into the cache entry, while the separation continues."""
     files = {stem: StemFile(folder / f"{stem}.part", num_samples) for stem in wanted}
 
     def write(block: "torch.Tensor") -> None:

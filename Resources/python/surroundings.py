@@ -1,6 +1,6 @@
 """Shields a worker from the user's other Python packages, and lets it trust the system's certificates.
 
-Imports only modules that Python loads when it starts: PYTHONPATH could replace any other.
+Imports only modules that Python loads when it starts: PYTHONPATH could replace any other module.
 """
 
 import os
@@ -19,15 +19,16 @@ _SYSTEM_CERTIFICATES = (
 
 
 def is_in_own_environment() -> bool:
-    """Returns True in an environment made by Kelvane, or by uv for a script, and False in one of the user's own."""
+    """Returns True if Kelvane made this environment, or uv made it for a script, and False if the user made it."""
     is_in_uv_cache = os.path.basename(os.path.dirname(sys.prefix)).startswith(("environments-", "builds-"))
     return is_in_uv_cache or os.path.exists(os.path.join(sys.prefix, RECEIPT))
 
 
 def ignore_pythonpath() -> None:
-    """Removes PYTHONPATH and its folders, unless the environment is the user's own.
+    """Unsets PYTHONPATH and removes its folders from sys.path, unless the Python environment is the user's own.
 
-    Their packages belong to other software, perhaps for another Python, and would replace those of the environment.
+    The packages in these folders belong to other software, perhaps for another version of Python, and would replace
+    the environment's packages.
     """
     if not is_in_own_environment() or not (variable := os.environ.pop("PYTHONPATH", "")):
         return
@@ -41,8 +42,8 @@ def ignore_pythonpath() -> None:
 def trust_the_system() -> None:
     """Makes this process and uv trust the certificates that Linux trusts, unless the user names others.
 
-    uv and Python's libraries come with lists of their own, which lack the certificate authority of a company's network.
-    On a system without certificates they fall back to these lists.
+    uv and Python's libraries come with their own lists, which lack the certificate authority of a company's network.
+    They still use these lists on a system without certificates.
     """
     if sys.platform != "linux" or os.environ.get("SSL_CERT_FILE") or os.environ.get("SSL_CERT_DIR"):
         return

@@ -1,6 +1,6 @@
-"""Starts and ends a worker, prints for it and decodes audio.
+"""Starts and ends a worker process, prints its output and decodes audio.
 
-A worker imports this module first, which keeps other software's packages out of all later imports.
+A worker imports this module first, so that later imports find no packages of other software.
 """
 
 import surroundings
@@ -31,7 +31,7 @@ if TYPE_CHECKING:
 # The program reads in blocks of this many bytes, and sees no line until a block is full.
 _BLOCK_SIZE = 8192
 
-# The sample rates that are accepted, in Hz. With any other, a file of a few kilobytes could fill the disk or memory.
+# Accepted sample rates, in Hz. At other rates, a file of a few kilobytes could fill the disk or memory.
 _LOWEST_RATE, _HIGHEST_RATE = 1000, 768_000
 
 # Formats that refer to other files, which may be endless.
@@ -52,7 +52,7 @@ class WorkerError(Exception):
 def run(main: Callable[[list[str]], None]) -> NoReturn:
     """Calls main with the command-line arguments and ends the process.
 
-    The exit status is 0, or 1 if main raises an exception. Then the last line is one plain sentence.
+    The exit status is 0, or 1 if main raises an exception. In that case, the last line printed is one plain sentence.
     """
     for stream in (sys.stdout, sys.stderr):
         stream.reconfigure(encoding="utf-8", errors="replace")  # type: ignore[union-attr]
@@ -74,7 +74,7 @@ def run(main: Callable[[list[str]], None]) -> NoReturn:
         place = error.filename or "A file or folder"
         reason = error.strerror or error
         _end(1, f"{place} could not be used ({reason}): check that it exists and that you can write to it.")
-    except Exception as error:  # even then the last line has to be a sentence
+    except Exception as error:  # even now, the last line has to be a sentence
         reason = " ".join(str(error).split())[:300]
         _end(1, f"Something unexpected went wrong ({type(error).__name__}: {reason}).")
     _end(0)
@@ -123,13 +123,13 @@ def cache_folder() -> Path:
 
 
 def _users_cache() -> Path:
-    """Returns the user's cache folder. Raises RuntimeError if it needs a home folder and there is none."""
+    """Returns the user's cache folder. Raises RuntimeError if no variable names it and there is no home folder."""
     cache = os.environ.get("LOCALAPPDATA" if sys.platform == "win32" else "XDG_CACHE_HOME", "")
     return Path(cache) if os.path.isabs(cache) else Path.home() / ".cache"
 
 
 def _end(status: int, last_line: str = "") -> NoReturn:
-    """Ends the process at once: libraries could take a long time to shut down, or print after the last line."""
+    """Ends the process without shutting down libraries, which could take long or print after the last line."""
     try:
         if last_line:
             _print_plainly(last_line)
@@ -140,20 +140,20 @@ def _end(status: int, last_line: str = "") -> NoReturn:
 
 
 def say(*lines: str) -> None:
-    """Prints lines that the program shows at once. The spaces after them fill the block that the program reads."""
+    """Prints lines that the program shows immediately. Spaces after them fill the block that the program reads."""
     padding = "" if sys.stdout.isatty() else " " * _BLOCK_SIZE + "\n"
     _print_plainly(*lines)
     print(end=padding, flush=True)
 
 
 def _print_plainly(*lines: str) -> None:
-    """Prints each text on one line, even if it contains line breaks and control characters."""
+    """Prints each text on one line, even if it contains line breaks or control characters."""
     for line in lines:
         print(re.sub(r"[\0-\x1f\x7f-\x9f\u2028\u2029]", " ", line))
 
 
 def bar(fraction: float) -> str:
-    """Returns the line from which the program reads the progress. fraction is from 0 to 1."""
+    """Returns a progress line for the program to read. fraction is from 0 to 1."""
     percent = int(100 * fraction)
     return f"{percent:3}%|{'#' * (percent // 10):<10}|"
 
@@ -162,7 +162,7 @@ def bar(fraction: float) -> str:
 
 
 def end_with_uv() -> None:
-    """Makes this process end as soon as uv, its parent, has ended or nobody reads its output any more.
+    """Makes this process end as soon as its parent, uv, ends or nothing reads this process's output any more.
 
     Call this before anything else: importing a library takes a while, and uv may be killed in the meantime.
     """
@@ -181,7 +181,7 @@ def end_with_uv() -> None:
 
 
 def _has_lost_uv(parent: int) -> bool:
-    """Returns True if uv, whose path is in UV, ended before this process could ask to end with it.
+    """Returns True if uv, whose path is in the variable UV, ended before this process could ask to end with it.
 
     Returns False if /proc cannot be read.
     """
@@ -200,8 +200,9 @@ def _has_lost_uv(parent: int) -> bool:
 
 
 def die_with_parent() -> None:
-    """Asks Linux to kill this process when its parent ends, even while a library is busy. Other systems cannot.
-    Children do not inherit this: start them with begin_child as preexec_fn.
+    """Asks Linux to kill this process when its parent ends, even while a library is busy.
+
+    Does nothing on other systems. Children do not inherit the request: start them with begin_child as preexec_fn.
     """
     if _prctl is not None:
         set_parent_death_signal = 1
@@ -209,7 +210,7 @@ def die_with_parent() -> None:
 
 
 def begin_child(parent: int) -> None:
-    """Makes this process end with its parent, whose process ID is given. For use as preexec_fn."""
+    """Makes a child process end with its parent, whose process ID is given. For use as preexec_fn."""
     die_with_parent()
     if os.getppid() != parent:  # the parent has already ended
         os._exit(1)
@@ -221,7 +222,7 @@ _prctl = ctypes.CDLL(None).prctl if sys.platform == "linux" else None
 def _wait_for_posix_parent(parent: int) -> None:
     poll_milliseconds = 250
     output = select.poll()
-    output.register(sys.stdout.fileno(), 0)  # poll always reports errors, such as a reader that has gone
+    output.register(sys.stdout.fileno(), 0)  # poll always reports errors, such as a closed reader
 
     while os.getppid() == parent:
         if any(event & select.POLLERR for _, event in output.poll(poll_milliseconds)):
@@ -289,7 +290,7 @@ def _within_duration(container: "InputContainer") -> Iterator["av.AudioFrame"]:
 
 
 def stated_seconds(container: "InputContainer") -> Fraction | None:
-    """Returns the duration that an MP4 file states, or None for other formats, where it is a guess or unknown."""
+    """Returns the duration that an MP4 file states, or None for other formats, where FFmpeg may have to guess it."""
     stream = container.streams.best("audio")
     if "mp4" not in container.format.name or stream.duration is None:
         return None
@@ -338,7 +339,7 @@ def _packets(container: "InputContainer") -> Iterator["av.Packet"]:
 
 
 def _silence(packet: "av.Packet") -> Iterator["av.AudioFrame"]:
-    """Yields silence in place of a packet that cannot be decoded, so that later packets keep their place."""
+    """Yields silence in place of a packet that cannot be decoded, so that later packets stay in place."""
     import av
 
     codec = packet.stream.codec_context
@@ -355,7 +356,7 @@ def _silence(packet: "av.Packet") -> Iterator["av.AudioFrame"]:
 def read_audio(path: str, rate: int, layout: str, max_seconds: float | None = None) -> "np.ndarray":
     """Decodes a file to floats of shape (channels, samples); the layout is "mono" or "stereo".
 
-    Full scale is 1, and louder samples are kept. Raises WorkerError if nothing can be decoded.
+    Full scale is 1. Samples beyond it are kept. Raises WorkerError if nothing can be decoded.
     """
     import numpy as np
 

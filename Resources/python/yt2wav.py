@@ -21,7 +21,7 @@ import time
 from pathlib import Path
 from typing import Self
 
-sys.dont_write_bytecode = True  # leaves no __pycache__ beside the scripts; worker.run allows bytecode again
+sys.dont_write_bytecode = True  # keeps __pycache__ out of this folder; worker.run turns bytecode back on
 import worker
 
 worker.end_with_uv()
@@ -30,7 +30,7 @@ from download.filename import safe_name
 from installation import environment
 from installation.setup_progress import SetupProgress
 
-CONVERTED = "converted"  # has no extension, unlike every download
+CONVERTED = "converted"  # without an extension, unlike the name of any download
 
 
 def main(arguments: list[str]) -> None:
@@ -50,7 +50,7 @@ def main(arguments: list[str]) -> None:
 
 
 def _download_wav(url: str) -> str:
-    """Writes the song to CONVERTED in the working folder, and returns its final name."""
+    """Downloads a song, converts it to the file CONVERTED in the working folder, and returns the WAV's final name."""
     with Status("Looking at the page") as status:
         downloader = Downloader(lambda progress: status.update(_amount(progress), _speed(progress)))
         song = downloader.find(url)
@@ -80,12 +80,12 @@ class Status:
         self.begin(text)
 
     def begin(self, text: str) -> None:
-        """Shows the next step at once."""
+        """Shows the next step immediately."""
         self.update(text)
         self._say()
 
     def update(self, text: str, detail: str = "") -> None:
-        """Changes the line, and leaves printing it to the next repetition."""
+        """Changes the line, which the next repetition prints."""
         self._text, self._detail, self._updated = text, detail, time.monotonic()
 
     def __enter__(self) -> Self:
@@ -147,7 +147,7 @@ def _write_wav(source: str, wav: str, status: Status) -> float:
 
 
 def _stated_seconds(path: str) -> float:
-    """Returns the length in the file's header, or 0 where it is only an estimate, as in MP3."""
+    """Returns the length that the file's header states, or 0 if it is only an estimate, as in MP3."""
     import av
 
     with av.open(path, metadata_errors="replace") as container:
@@ -159,7 +159,7 @@ def _stated_seconds(path: str) -> float:
 
 
 def _check_length(num_seconds: float, expected: float) -> None:
-    """Rejects a download that is shorter than sites' rounding and players' trimming can explain."""
+    """Rejects a download that is too short for rounding and trimming to explain."""
     if num_seconds < 0.98 * expected - 1:
         raise worker.WorkerError(
             f"The download is incomplete, {num_seconds:.0f} of {expected:.0f} seconds: try again, or try another link."

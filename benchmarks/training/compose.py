@@ -1,4 +1,4 @@
-"""Composes and renders labelled songs in many genres, to train the detectors on.
+"""Composes and renders labelled songs in many genres, for training the detectors.
 
     compose.py FOLDER COUNT [FIRST_SEED]
 

@@ -39,7 +39,7 @@ SCALES = {
     "harmonic": (0, 2, 3, 5, 7, 8, 11),
     "dorian": (0, 2, 3, 5, 7, 9, 10),
 }
-# Chords by scale degree from 0. M turns a minor chord into a major one, such as the dominant in minor.
+# Chords as scale degrees, counted from 0. M makes a chord major, as for the dominant in a minor key.
 PROGRESSIONS = {
     mode: text.split(", ")
     for mode, text in {
@@ -57,7 +57,7 @@ PROGRESSIONS = {
 @dataclass
 class Genre:
     tempi: list[float]  # slowest and fastest, in BPM
-    # Variants of patterns, with a character for each step: "x" accented, "o" normal, "g" soft, "." silent.
+    # Patterns to choose from, with a character for each step: "x" accented, "o" normal, "g" soft, "." silent.
     drums: list[dict[str, str]]
     bass: list[str]
     comp: list[str]
@@ -70,7 +70,7 @@ class Genre:
     humanize: float = 0.004
     chord_bars: tuple[float, ...] = (1,)
     texture: str = ""  # for classical music, which has no patterns: "chorale", "melody" or "sonata"
-    alternative: float = 0  # the factor to another tempo that listeners would accept
+    alternative: float = 0  # another tempo that listeners would accept, as a multiple of the tempo; 0 if none
 
 
 GENRES = {
@@ -140,7 +140,7 @@ class Song:
         self.notes.append((max(0.0, beat + late), length, channel, int(pitch), loud))
 
     def chords(self, num_bars: int) -> list[tuple[int, list[int]]]:
-        """Returns a root and pitch classes for each half bar."""
+        """Returns the root and the pitch classes of each half bar's chord, relative to the tonic."""
         rng, scale = self.rng, SCALES[self.mode]
         degrees = self.pick(PROGRESSIONS[self.mode]).split()
         bars_each = float(rng.choice(self.genre.chord_bars))
@@ -170,10 +170,10 @@ class Song:
         chords = self.chords(num_bars)
         drums, bass, comp = self.pick(genre.drums), self.pick(genre.bass), self.pick(genre.comp)
         fill = rng.random() < 0.6
-        layers = rng.random(5) < (0.95, 0.9, 0.9, 0.6, 0.35)  # drums bass comp lead pad
+        layers = rng.random(5) < (0.95, 0.9, 0.9, 0.6, 0.35)  # drums, bass, comp, lead, pad
         if not layers[:4].any() or (not drums and not layers[1:3].any()):
             layers[:3] = True
-        if rng.random() < 0.15:  # a stem, or a loop from a sample pack
+        if rng.random() < 0.15:  # like a stem, or a loop from a sample pack
             layers = np.isin(np.arange(5), rng.choice(5 if drums else [1, 2, 3], rng.choice([1, 1, 2]), replace=False))
             self.has_key = layers[1:].any()
         has_intro = not self.loop and rng.random() < 0.3
@@ -193,7 +193,7 @@ class Song:
             self.play_melody(chords)
 
     def compose_classical(self) -> None:
-        """Composes functional harmony in phrases of eight beats, through related keys, in one of three textures."""
+        """Composes functional harmony in phrases of eight beats, in related keys and in one of three textures."""
         rng, texture = self.rng, self.genre.texture
         self.loop, self.synthetic, self.swing, self.tightness = False, 0, 0.5, 1.0
         self.mode = "major" if rng.random() < 0.6 else "harmonic"
@@ -236,7 +236,7 @@ class Song:
                 )
 
     def phrase_chords(self, closes: bool, beats_per_chord: int) -> list[int]:
-        """Returns eight scale degrees, one for each beat: tonic, subdominant, dominant, then a full or half cadence."""
+        """Returns eight scale degrees, one for each beat: a common progression that ends in a full or half cadence."""
         follow = {
             0: (3, 4, 5, 1, 0, 2),
             1: (4, 4, 6, 4),

@@ -1,4 +1,4 @@
-"""Renders songs with a sound font or a simple synthesizer, and adds the flaws of recordings."""
+"""Renders songs with a sound font or a simple synthesizer, and imitates the flaws of recordings."""
 
 import subprocess
 import tempfile
@@ -142,7 +142,7 @@ def play(song: Song) -> np.ndarray:
 
 
 def trim(song: Song, samples: np.ndarray) -> np.ndarray:
-    """Cuts loops exactly at their last beat, and some songs to an excerpt with arbitrary ends."""
+    """Cuts a loop exactly at its end, and some other songs to an excerpt with arbitrary ends."""
     rng, length = song.rng, song.num_bars * song.genre.beats * 60 / song.bpm
     if song.loop:
         return samples[: round(length * RATE)]
@@ -153,7 +153,7 @@ def trim(song: Song, samples: np.ndarray) -> np.ndarray:
 
 
 def treat(song: Song, samples: np.ndarray) -> tuple[np.ndarray, str]:
-    """Applies at most one treatment, such as mastering, noise or another tape speed. Also returns its name."""
+    """Applies at most one treatment, such as mastering, noise or a change of playback speed. Also returns its name."""
     rng = song.rng
     samples = samples / max(np.abs(samples).max(), 1e-9)
     post = str(

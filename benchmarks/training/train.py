@@ -2,8 +2,8 @@
 
     train.py WORKERS FOLDER...
 
-WORKERS is the folder of analyze.py; each FOLDER has wav/ and labels.csv, as compose.py writes them. Prints the
-accuracy by cross-validation in five folds, and writes detection/weights.json to WORKERS. Needs av, numpy and scipy.
+WORKERS is the folder that has analyze.py. Each FOLDER has wav/ and labels.csv, as compose.py writes them. Prints the
+accuracy in five-fold cross-validation, and writes WORKERS/detection/weights.json. Needs av, numpy and scipy.
 """
 
 import csv

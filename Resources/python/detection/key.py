@@ -6,7 +6,7 @@ from detection.logit_model import learned_weights, utilities
 from detection.spectrum import RATE, power_spectra
 
 _SIZE, _HOP = 8192, 4096
-_LOWEST, _NUM_NOTES = 21, 88  # MIDI numbers of a piano's notes
+_LOWEST, _NUM_NOTES = 21, 88  # a piano's lowest MIDI note, and its number of notes
 _BASS, _TREBLE = slice(28 - _LOWEST, 48 - _LOWEST), slice(52 - _LOWEST, 90 - _LOWEST)
 _END_FRAMES = 16  # about 3 s
 
@@ -21,17 +21,17 @@ def detect_key(samples: np.ndarray) -> int:
 
 
 def key_features(pitch_classes: np.ndarray) -> np.ndarray:
-    """Returns the profiles relative to each key's tonic, of shape (24, features): first major keys, then minor ones."""
+    """Returns the profiles relative to each key's tonic, of shape (24, features): major keys first, then minor keys."""
     relative = np.stack([np.roll(pitch_classes, -tonic, axis=1).ravel() for tonic in range(12)])
     unused, is_major = np.zeros_like(relative), np.ones((12, 1))
     return np.vstack([np.hstack([relative, unused, is_major]), np.hstack([unused, relative, 1 - is_major])])
 
 
 def profiles(samples: np.ndarray) -> np.ndarray:
-    """Returns the strength of each pitch class, of shape (7, 12); each row adds up to 10.
+    """Returns the strengths of the pitch classes, of shape (7, 12). Each row adds up to 10.
 
-    The rows are the treble, the bass and the strongest bass note of each frame over the whole recording, then the
-    treble and the bass of its beginning, then the treble and the bass of its end.
+    Rows 0 to 2 are the treble, the bass and each frame's strongest bass note, over the whole recording. Rows 3 and 4
+    are the treble and the bass of its beginning, and rows 5 and 6 the treble and the bass of its end.
     """
     notes = _note_magnitudes(samples)
     loudness = np.sqrt((notes**2).sum(axis=1))
@@ -47,7 +47,7 @@ def profiles(samples: np.ndarray) -> np.ndarray:
 
 
 def _folded(notes: np.ndarray, pitches: slice) -> np.ndarray:
-    """Sums notes over all frames into pitch classes, from C."""
+    """Sums the notes of all frames by pitch class, from C to B."""
     classes = (np.arange(_NUM_NOTES)[pitches] + _LOWEST) % 12
     return np.bincount(classes, weights=notes.sum(axis=0), minlength=12)
 
@@ -55,7 +55,7 @@ def _folded(notes: np.ndarray, pitches: slice) -> np.ndarray:
 def _note_magnitudes(samples: np.ndarray) -> np.ndarray:
     """Returns the magnitude of the highest spectral peak at each note, of shape (frames, 88).
 
-    Notes follow the recording's own tuning, which is estimated first.
+    The notes are relative to the recording's tuning, which is estimated first. Peaks that are out of tune count less.
     """
     frames, pitches, magnitudes, num_frames = _spectral_peaks(samples)
     loudest = np.zeros(num_frames)
@@ -76,8 +76,8 @@ def _note_magnitudes(samples: np.ndarray) -> np.ndarray:
 def _spectral_peaks(samples: np.ndarray) -> tuple[np.ndarray, np.ndarray, np.ndarray, int]:
     """Returns each peak's frame, pitch (a fractional MIDI number) and magnitude, then the number of frames.
 
-    Interpolates each peak with a parabola, as in Smith, Serra, "PARSHL: an analysis/synthesis program for non-harmonic
-    sounds based on a sinusoidal representation" (1987).
+    Interpolates each peak with a parabola, as in Smith and Serra, "PARSHL: an analysis/synthesis program for
+    non-harmonic sounds based on a sinusoidal representation" (1987).
     """
     lowest, highest = round(27 * _SIZE / RATE), round(4200 * _SIZE / RATE)
     frames, pitches, magnitudes, num_frames = [], [], [], 0

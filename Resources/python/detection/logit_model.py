@@ -14,10 +14,10 @@ def learned_weights(name: str) -> Weights:
 
 
 def utilities(features: np.ndarray, weights: Weights) -> np.ndarray:
-    """Returns the utility of each alternative. The model chooses the alternative with the greatest.
+    """Returns the utility of each alternative. The model chooses the alternative of greatest utility.
 
-    features has the shape (alternatives, features). The model is McFadden's (1974), with one hidden layer added to its
-    linear utilities.
+    features has the shape (alternatives, features). The model is McFadden's conditional logit (1974), with a hidden
+    layer added to its linear utilities.
     """
     hidden = np.tanh(features @ weights["inner"] + weights["bias"])
     return features @ weights["linear"] + hidden @ weights["outer"]

@@ -7,16 +7,16 @@ from detection.spectrum import RATE, power_spectra
 SIZE, HOP = 1024, 256
 FRAME_RATE = RATE / HOP
 
-# Power is averaged over third-octave bands, and the bands' flux over each of these ranges, in Hz: bass drum, bass,
-# voices and chords, snare, cymbals.
+# Power is averaged over third-octave bands, whose edges are FFT bins. The bands' flux is then averaged over each of
+# these ranges, in Hz: bass drum, bass, voices and chords, snare, cymbals.
 _RANGES = ((0, 130), (130, 500), (500, 2000), (2000, 5000), (5000, RATE / 2))
 _EDGES = np.array([1, 3, 6, 8, 10, 12, 15, 19, 24, 30, 38, 48, 60, 76, 96, 121, 152, 192, 242, 305, 384, 484, 512])
 
 
 def onset_envelopes(samples: np.ndarray) -> np.ndarray:
-    """Returns the spectral flux in five frequency ranges, of shape (5, frames), with slow changes of level evened out.
+    """Returns the spectral flux in five frequency ranges, of shape (5, frames), with slow changes in level evened out.
 
-    Compresses logarithmically before taking differences, as in Klapuri, Eronen, Astola, "Analysis of the meter of
+    Compresses logarithmically before taking differences, as in Klapuri, Eronen and Astola, "Analysis of the meter of
     acoustic musical signals" (2006).
     """
     widths = np.diff(_EDGES)

@@ -1,4 +1,4 @@
-"""Computes features of tempo candidates: how strongly onsets repeat at a beat, its fractions and its multiples."""
+"""Computes features of tempo candidates: how strongly onsets repeat at the beat, its fractions and its multiples."""
 
 from dataclasses import dataclass
 
@@ -20,7 +20,7 @@ _NEARBY = np.linspace(0.985, 1.015, 5)
 class Periodicity:
     """Measures how strongly onsets repeat at each rate and lag. The last band is the balanced sum of the others."""
 
-    magnitudes: np.ndarray  # (bands, frequencies): Fourier magnitudes, averaged over windows, relative to the mean
+    magnitudes: np.ndarray  # (bands, frequencies): mean Fourier magnitudes of the windows, relative to the band's mean
     cross_spectra: np.ndarray  # (pairs of bands, frequencies), summed over windows
     autocorrelation: np.ndarray  # (bands, lags), 1 at lag 0
 
@@ -66,7 +66,7 @@ def features(periodicity: Periodicity, beats: np.ndarray) -> np.ndarray:
 def _average_spectra(envelopes: np.ndarray) -> tuple[np.ndarray, np.ndarray]:
     """Returns Periodicity's magnitudes and cross-spectra, from windows that overlap by at least half.
 
-    The windows are short, so that a drifting tempo changes little within each.
+    The windows are short, so that a drifting tempo changes little within each one.
     """
     num_frames = envelopes.shape[1]
     length = min(num_frames, round(_WINDOW_SECONDS * FRAME_RATE))

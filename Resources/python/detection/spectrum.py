@@ -10,7 +10,7 @@ _SAMPLES_PER_BLOCK = 1 << 20
 
 
 def power_spectra(samples: np.ndarray, size: int, hop: int) -> Iterator[np.ndarray]:
-    """Yields power spectra of Hann windows, hop samples apart, in blocks of shape (frames, size / 2 + 1)."""
+    """Yields power spectra of Hann-windowed frames, hop samples apart, in blocks of shape (frames, size / 2 + 1)."""
     window = np.hanning(size + 1)[:-1].astype(np.float32)
     frames = np.lib.stride_tricks.sliding_window_view(np.pad(samples, size // 2), size)[::hop]
     step = _SAMPLES_PER_BLOCK // size

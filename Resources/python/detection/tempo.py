@@ -9,7 +9,7 @@ from detection.spectrum import RATE
 from detection.tempo_refinement import refined_rate, snapped_to_loop
 
 _SLOWEST, _FASTEST = 40 / 60, 220 / 60  # beats per second; rhythm._PRIOR_BPM and the learned weights depend on them
-_SEARCHED = np.log2(6)  # octaves above the slowest, up to 240 BPM: a peak at 220 needs a neighbour
+_SEARCHED = np.log2(6)  # octaves above _SLOWEST, up to 240 BPM: a peak at 220 needs a neighbour on each side
 _RELATED = (2, 1 / 2, 3 / 2, 2 / 3, 3, 1 / 3, 4 / 3, 3 / 4)
 
 

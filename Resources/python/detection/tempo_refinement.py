@@ -6,13 +6,13 @@ from detection.onsets import FRAME_RATE
 
 _MULTIPLES = np.array([1 / 2, 1, 2, 4])  # onsets repeat at these multiples of the beat's rate
 _WINDOW_SECONDS = 12
-_COHERENT = 0.85  # strength relative to the windows' mean: songs of constant tempo had 0.89 and more
+_COHERENT = 0.85  # least ratio of the song's strength to its windows' mean: constant tempi gave at least 0.89
 _LONGEST_LOOP_SECONDS = 30
 _LOOP_TOLERANCE = 0.05  # beats
 
 
 def refined_rate(envelope: np.ndarray, beat: float) -> float:
-    """Returns the rate in Hz near beat at which the onset envelope repeats, averaged over windows if it drifts."""
+    """Returns the rate near beat, in Hz, at which the onset envelope repeats. Averages a drifting rate over windows."""
     rate, strength = _strongest_rate(envelope, beat, 0.02)
     num_frames = round(_WINDOW_SECONDS * FRAME_RATE)
     if len(envelope) < 2 * num_frames:
@@ -27,16 +27,16 @@ def refined_rate(envelope: np.ndarray, beat: float) -> float:
 
 
 def snapped_to_loop(beat: float, seconds: float) -> float:
-    """Returns the rate at which a loop lasts whole bars of four beats, or beat if the length suggests no loop."""
+    """Returns the rate that fits a loop to a whole number of four-beat bars, or beat if this is probably not a loop."""
     num_beats = 4 * round(beat * seconds / 4)
     is_loop = seconds < _LONGEST_LOOP_SECONDS and abs(beat * seconds - num_beats) < _LOOP_TOLERANCE
     return num_beats / seconds if is_loop and num_beats > 0 else beat
 
 
 def _strongest_rate(envelope: np.ndarray, beat: float, span: float) -> tuple[float, float]:
-    """Returns the rate from beat * (1 - span) to beat * (1 + span) with the greatest sum of Fourier magnitudes.
+    """Returns the rate between beat * (1 - span) and beat * (1 + span) with the greatest sum of Fourier magnitudes.
 
-    The second value is that sum divided by the sum of the windowed envelope.
+    Also returns the strength: this sum divided by the sum of the windowed envelope.
     """
     window = np.hanning(len(envelope) + 2)[1:-1]
     fft_size = 16 << len(envelope).bit_length()

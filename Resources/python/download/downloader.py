@@ -11,14 +11,15 @@ from typing import Any
 
 import worker
 
-# How long a server may stay silent, and how often a broken connection is tried again, before a download fails.
+# How long a server may stay silent, and how often a broken connection is retried, before a download fails.
 TIMEOUT_SECONDS = 15
 RETRIES = 2
 
 # Any further entries of a playlist are ignored.
 _MAX_ENTRIES = 100
 
-# yt-dlp's description of a song, or of a download's progress. yt-dlp is slow to import, so only functions import it.
+# yt-dlp's description of a song, or of a download's progress.
+# yt-dlp itself is slow to import, so the functions that need it import it.
 Record = dict[str, Any]
 
 if sys.platform == "linux":
@@ -29,16 +30,18 @@ if sys.platform == "linux":
 
 
 class Downloader:
-    """Downloads into the working folder. In any other path, yt-dlp would expand text that looks like a variable.
+    """Downloads into the working folder.
 
-    Calls on_progress with yt-dlp's record of each step. Raises WorkerError, or OSError if the disk fails.
+    In the path of another folder, yt-dlp would expand text that looks like a variable.
+
+    Calls on_progress with yt-dlp's record of the progress. Raises WorkerError, or OSError if the disk fails.
     """
 
     def __init__(self, on_progress: Callable[[Record], None]) -> None:
         os.environ["YTDLP_NO_PLUGINS"] = "1"  # a user's plugins must not change the result
         from yt_dlp import YoutubeDL
 
-        # On Linux surroundings.py sets these variables; on Windows Python finds the system's certificates.
+        # On Linux surroundings.py sets these variables; on Windows, Python finds the system's certificates itself.
         names_certificates = "SSL_CERT_FILE" in os.environ or "SSL_CERT_DIR" in os.environ
         self._yt_dlp = YoutubeDL(
             {
@@ -60,7 +63,7 @@ class Downloader:
         )
 
     def find(self, url: str) -> Record:
-        """Returns the song on a page, or the only one in a playlist, without downloading it."""
+        """Returns the song on a page, or the only song in a playlist, without downloading it."""
         song = _explaining(self._yt_dlp.extract_info, url, download=False)
         while "entries" in song:
             song = _only_song(song["entries"])
@@ -72,11 +75,11 @@ class Downloader:
         if not _may_have_audio(song):
             raise worker.WorkerError("The video at this link has no sound: give a link to another one.")
         if song.get("extractor_key") == "HTML5MediaEmbed":
-            song["title"] = re.sub(r" \(\d+\)$", "", song["title"])  # yt-dlp numbers players, even a single one
+            song["title"] = re.sub(r" \(\d+\)$", "", song["title"])  # yt-dlp numbers even a page's only player
         return song
 
     def fetch(self, song: Record) -> str:
-        """Downloads a song that find returned, and returns the file's path."""
+        """Downloads a song returned by find(), and returns the file's path."""
         from yt_dlp.utils import MEDIA_EXTENSIONS
 
         if song["ext"] not in (*MEDIA_EXTENSIONS.audio, *MEDIA_EXTENSIONS.video):
@@ -119,7 +122,7 @@ def _explaining(action: Callable[..., Record], *arguments: object, **options: ob
 
 
 def _explained(error: Exception) -> Exception:
-    """Returns the error to raise: a sentence chosen by the causes' types, an OSError, or yt-dlp's own message."""
+    """Returns the error to raise: a sentence for a cause's type, a cause that is an OSError, or yt-dlp's message."""
     from yt_dlp.networking.exceptions import CertificateVerifyError, HTTPError, IncompleteRead, TransportError
     from yt_dlp.utils import ExtractorError, GeoRestrictedError, UnsupportedError
 
@@ -151,7 +154,7 @@ def _explained(error: Exception) -> Exception:
 
 
 def _causes(error: BaseException) -> Iterator[BaseException]:
-    """Yields the error and its causes, as yt-dlp and urllib chain them, the root cause last."""
+    """Yields the error, then the causes that yt-dlp and urllib have chained to it, down to the root cause."""
     from yt_dlp.utils import DownloadError, UnavailableVideoError
 
     cause: object = error
@@ -175,7 +178,7 @@ def _http_sentence(status: int) -> str:
 
 
 def _gist(message: str) -> str:
-    """Returns yt-dlp's message without its prefixes, and without advice on options that the user does not have."""
+    """Returns yt-dlp's message without its prefixes, and without advice about options that the user does not have."""
     from yt_dlp.utils import remove_terminal_sequences
 
     text = " ".join(remove_terminal_sequences(message).split())

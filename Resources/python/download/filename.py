@@ -2,7 +2,7 @@
 
 import unicodedata
 
-MAX_BYTES = 180  # of the 255 that file systems allow: the program adds to the name
+MAX_BYTES = 180  # file systems allow 255, but the program lengthens the name
 
 # Reserved by Windows for devices, with or without an extension.
 _DEVICES = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"} | {

@@ -1,7 +1,7 @@
-"""Installs each worker's packages on Linux, in an environment of its own in the user's cache.
+"""Installs each worker's packages on Linux, in a separate environment in the user's cache.
 
-"uv run" shows no progress and cannot choose a build of PyTorch. It would install the one in the package index, which is
-for NVIDIA GPUs and takes several gigabytes. So markers in the workers' metadata hide the packages from "uv run".
+"uv run" shows no progress and cannot choose a build of PyTorch: it would install the package index's build, which is
+for NVIDIA GPUs and takes several gigabytes. Markers in the workers' metadata therefore hide the packages from it.
 """
 
 import hashlib
@@ -31,19 +31,19 @@ _ENTERED = "KELVANE_ENTERED_ENVIRONMENT"
 # A user who sets one of these chooses where packages come from.
 _USERS_SOURCES = ("UV_DEFAULT_INDEX", "UV_EXTRA_INDEX_URL", "UV_FIND_LINKS", "UV_INDEX", "UV_INDEX_URL")
 
-# PyTorch's own index gives no upload dates, and uv rejects files without one. So these packages are exempt from the
-# limit on upload dates, and only the bounds on torch's version pin them.
+# PyTorch's own index gives no upload dates, and a limit on upload dates makes uv reject files without a date. These
+# packages are therefore exempt from the limit, and only the bounds on torch's version pin them.
 _UNDATED = ("pytorch-triton-rocm", "pytorch-triton-xpu", "torch", "triton", "triton-rocm", "triton-xpu")
 
 _NVIDIA_TRACES = ("/proc/driver/nvidia/version", "/usr/lib/wsl/lib/libcuda.so.1")
 
 
 def enter(script: Path, progress: SetupProgress | None = None) -> None:
-    """Restarts the process in the script's environment, which is created if necessary.
+    """Restarts the process in the script's environment, creating it if necessary.
 
-    Does nothing if the process already runs there, on systems other than Linux, or if the user has started an
-    interpreter of their own instead of uv. Raises WorkerError if the environment cannot be created or is damaged, or if
-    there is no PyTorch for this Python.
+    Does nothing if the process already runs there, on systems other than Linux, or if the user has started their own
+    interpreter instead of uv. Raises WorkerError if the environment cannot be created or is damaged, or if there is no
+    PyTorch for this Python.
     """
     if _is_new_python_on_intel_mac() and _Requirements.read(script).include_torch():
         raise worker.WorkerError(
@@ -72,7 +72,7 @@ class _Requirements:
 
     @staticmethod
     def read(script: Path) -> "_Requirements":
-        """Reads the metadata at the top of the script, without the markers."""
+        """Reads the metadata at the top of the script, dropping the markers."""
         _, _, text = script.read_text(encoding="utf-8").partition("# /// script\n")
         block, _, _ = text.partition("# ///\n")
         metadata = tomllib.loads(re.sub("^# ?", "", block, flags=re.MULTILINE))
@@ -91,7 +91,8 @@ class _Requirements:
 class Environment:
     """A script's environment: a folder that is either complete or missing, and never changes.
 
-    Processes that use it hold a shared lock on the lock file beside it. Creating or deleting it takes an exclusive one.
+    A process that uses the environment holds a shared lock on the lock file beside it. Creating or deleting the
+    environment takes an exclusive lock.
     """
 
     def __init__(self, script: Path) -> None:
@@ -175,7 +176,7 @@ class Environment:
             progress.notice(f"To try again later, delete {self.folder}")
 
     def _alternatives(self) -> list[list[str]]:
-        """Returns uv's options for each build to try, best first. The last one is used without a dry run."""
+        """Returns uv's options for each build of PyTorch to try, best first. The last build gets no dry run."""
         if not self._requirements.include_torch():
             return [[]]
         undated = [f"--exclude-newer-package={name}=false" for name in _UNDATED]
@@ -217,7 +218,7 @@ def _resolves(uv: uv_tool.Uv, *command: str | Path) -> bool:
 def _size(wheel: dict[str, Any]) -> int | None:
     """Returns a wheel's size in bytes, or None if it is unknown.
 
-    PyTorch's index gives no sizes, so the server is asked for them.
+    PyTorch's index gives no sizes, so this asks the server.
     """
     if "size" in wheel or "url" not in wheel:
         return wheel.get("size", 0)  # no URL means a local file
@@ -240,7 +241,7 @@ def _is_new_python_on_intel_mac() -> bool:
 
 
 def _has_nvidia_driver() -> bool:
-    """Returns True if an NVIDIA driver is installed, or the user names its version.
+    """Returns True if an NVIDIA driver is installed, or if UV_CUDA_DRIVER_VERSION gives its version.
 
     Without this check, uv's automatic choice would also consider Intel GPUs.
     """

@@ -1,4 +1,4 @@
-"""Shows the progress of downloads and installations, which may take minutes before a worker can begin."""
+"""Shows the progress of downloads and installations, which may take minutes before a worker can start its task."""
 
 import time
 
@@ -10,7 +10,7 @@ _INTERVAL_SECONDS = 0.25
 class SetupProgress:
     """Prints a line for each step and, during a download, the position of the program's progress bar.
 
-    The tag is the one that the program expects: "[download]" while it waits for a song, "[setup]" at other times.
+    The program expects the tag "[download]" while it waits for a song, and "[setup]" at other times.
     """
 
     def __init__(self, tag: str = "[setup]") -> None:
@@ -24,12 +24,12 @@ class SetupProgress:
         self.step("Waiting for another Kelvane to finish the same download")
 
     def notice(self, text: str) -> None:
-        """Prints a step, which "kelvane-render --prepare" puts on a line that later progress does not overwrite."""
+        """Prints a step on a line that later progress does not overwrite in "kelvane-render --prepare"."""
         worker.say(f"[plan] {text}")
         self.step(text)
 
     def amount(self, text: str, num_arrived: int, num_needed: int) -> None:
-        """Prints the amounts that have arrived and are needed, in MB. The arguments are in bytes.
+        """Prints how much of a download has arrived, in MB. The arguments are in bytes.
 
         Prints at most four times a second until everything has arrived.
         """

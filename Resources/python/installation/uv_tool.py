@@ -15,12 +15,12 @@ from pathlib import Path
 
 import worker
 
-# Called with the bytes that have arrived and the bytes known to be needed.
+# Called with the number of bytes that have arrived and the number known to be needed.
 OnProgress = Callable[[int, int], None]
 
 
 class Cause(Enum):
-    """The causes of uv's failures that matter to the user, each with the sentence that says what to do."""
+    """The causes of uv's failures that call for different actions, each with the sentence for the user."""
 
     DISK_FULL = "The disk is full: free some space and try again. Finished downloads are kept."
     NOT_WRITABLE = "uv could not write to the path named above: make it writable and try again."
@@ -35,7 +35,7 @@ class Cause(Enum):
 
 
 class UvError(worker.WorkerError):
-    """A failure of uv. The sentence is that of its cause, and the details are uv's output."""
+    """A failure of uv, with the sentence for its cause, and uv's output as details."""
 
     def __init__(self, words: str) -> None:
         self.cause = _cause(words)
@@ -43,9 +43,9 @@ class UvError(worker.WorkerError):
 
 
 def path() -> str:
-    """Returns the path of the uv that started this process, or else of the one that is installed.
+    """Returns the path of the uv that started this process, or else of an installed uv.
 
-    Raises WorkerError if there is none.
+    Raises WorkerError if no uv is found.
     """
     if named := os.environ.get("UV"):
         return named
@@ -59,9 +59,9 @@ def path() -> str:
 
 
 class Uv:
-    """Runs uv with the configuration beside the scripts instead of one from the working folder.
+    """Runs uv with the configuration beside the scripts instead of one in the working folder.
 
-    On Linux, each uv ends when this process ends, and inherits the given file descriptors.
+    On Linux, each uv process ends when this process ends, and inherits the given file descriptors.
     """
 
     def __init__(self, scripts: Path, descriptors: tuple[int, ...] = ()) -> None:
@@ -107,7 +107,7 @@ class Uv:
         screen.finish()
 
     def remove_leftovers(self) -> None:
-        """Deletes temporary folders of killed uv processes from uv's cache on Linux, unless another uv is running.
+        """On Linux, deletes the temporary folders of killed uv processes from uv's cache, unless another uv is running.
 
         uv itself never deletes them, and an interrupted installation leaves up to a gigabyte.
         """
@@ -135,7 +135,7 @@ def _is_other_uv_running() -> bool:
 
 
 def _terminal() -> tuple[int, int]:
-    """Opens a pseudoterminal, or a pipe if there is none. Returns the descriptors to read from and to write to."""
+    """Opens a pseudoterminal, or a pipe if that is impossible. Returns the descriptors to read from and to write to."""
     try:
         import termios
 
@@ -165,7 +165,7 @@ class _Screen:
     _BAR = re.compile(r"(?<!\S)(\S+)\s+-+\s+(\d{1,9}(?:\.\d+)?) (\w+)/(\d{1,9}(?:\.\d+)?) (\w+)")
     _SEQUENCE = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]")
     _DRAWING = re.compile(r"[\u2800-\u28ff]|[█░]{4}|-{8}")
-    _SPINNER_BEFORE_ERROR = re.compile(r"^[\u2800-\u28ff].*?(?=error: )")  # uv may print an error on its line
+    _SPINNER_BEFORE_ERROR = re.compile(r"^[\u2800-\u28ff].*?(?=error: )")  # uv may print an error on the spinner's line
 
     def __init__(self, on_progress: OnProgress) -> None:
         self._decoder = codecs.getincrementaldecoder("utf-8")(errors="replace")
@@ -186,7 +186,7 @@ class _Screen:
         self._on_progress(arrived, sum(self._sizes.values()))
 
     def finish(self) -> None:
-        """Reports that everything has arrived: uv removes a bar before it is full."""
+        """Reports that everything has arrived, because uv removes a bar before it is full."""
         num_needed = sum(self._sizes.values())
         if num_needed:
             self._on_progress(num_needed, num_needed)

@@ -13,20 +13,20 @@ from separation.background import Background
 if TYPE_CHECKING:
     import numpy as np
 
-RATE = 44100  # of every Demucs model
+RATE = 44100  # Hz, of every Demucs model
 
 _FRAME_SIZE = 2 * 4  # bytes: one 32-bit float for each channel
 _BATCH = 1 << 18  # frames
 
 
 class DecodedSong:
-    """Stereo floats at 44.1 kHz, in a nameless file that disappears with the process, however it ends.
+    """Stereo floats at 44.1 kHz, in an unnamed file that disappears when the process ends, even if it is killed.
 
-    digest depends on the samples alone, not on the file that they come from.
+    digest depends only on the samples, not on the file that they come from.
     """
 
     def __init__(self, path: str, folder: Path) -> None:
-        """Decodes a file into the folder. Raises WorkerError if nothing can be decoded."""
+        """Decodes a file into a temporary file in folder. Raises WorkerError if nothing can be decoded."""
         self._file = tempfile.TemporaryFile(dir=folder)  # noqa: SIM115  # open as long as this object exists
         digest = hashlib.sha256()
 

@@ -17,7 +17,7 @@ _OVERLAP = 0.25  # of a chunk, as in Demucs' own command
 def separate(model: "BagOfModels", song: DecodedSong) -> "Iterator[torch.Tensor]":
     """Yields consecutive parts of the stems, in tensors of shape (stems, 2, samples).
 
-    Except for rounding, the result is that of Demucs' own command without random shifts. Uses a GPU if there is one.
+    Except for rounding, the result matches Demucs' own command without random shifts. Uses a GPU if there is one.
     """
     import torch
 
@@ -63,7 +63,7 @@ def _chunk(
 
 
 class _Network:
-    """Runs the model chunk by chunk, on a GPU until a chunk fails there."""
+    """Runs the model chunk by chunk: on the GPU, if there is one, until a chunk fails there, and then on the CPU."""
 
     def __init__(self, model: "BagOfModels") -> None:
         import torch

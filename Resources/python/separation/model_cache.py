@@ -1,4 +1,4 @@
-"""Loads Demucs' models from the cache of the Hugging Face Hub, and fetches those that are missing."""
+"""Loads Demucs' models from the Hugging Face Hub's cache, and fetches missing models."""
 
 import os
 import ssl
@@ -17,7 +17,7 @@ os.environ.setdefault("HF_HUB_DISABLE_XET", "1")
 DEFAULT_MODEL = "htdemucs"
 DEFAULT_MEGABYTES = 84
 
-_MIN_SHOWN_SIZE = 100_000  # bytes: a smaller file arrives at once
+_MIN_SHOWN_SIZE = 100_000  # bytes: smaller files arrive too fast to show progress
 
 if TYPE_CHECKING:
     from demucs.api import Separator
@@ -81,7 +81,7 @@ def _fetch(name: str) -> None:
 
 
 def _is_certificate_error(error: BaseException | None) -> bool:
-    """Returns True if a rejected certificate is among the causes: the hub's library wraps it twice."""
+    """Returns True if a rejected certificate is among the error's causes: the hub's library wraps that cause twice."""
     while error is not None and not isinstance(error, ssl.SSLCertVerificationError):
         error = error.__cause__ or error.__context__
     return error is not None
@@ -93,7 +93,7 @@ def _progress_lines() -> "type[tqdm]":
     progress = SetupProgress()
 
     class ProgressLines(tqdm):
-        """Prints progress as the lines that the program reads, instead of a bar."""
+        """Prints lines for the program to read, instead of drawing a bar."""
 
         def __init__(self, *arguments: object, **options: object) -> None:
             super().__init__(*arguments, mininterval=1, **options)

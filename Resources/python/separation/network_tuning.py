@@ -19,14 +19,15 @@ def tune(network: nn.Module) -> None:
 
 
 def _make_contiguous(_module: nn.Module, _inputs: tuple[Tensor], output: Tensor) -> Tensor:
-    """Makes the output contiguous: it is transposed, and adding to that takes several times as long."""
+    """Makes the output contiguous: it is transposed, and adding to a transposed tensor takes several times as long."""
     return output.contiguous()
 
 
 class _TiledBranches(nn.Module):
-    """Runs a layer's residual branches on a few frequencies at a time, whereas Demucs runs them on all at once.
+    """Runs a layer's residual branches on a few frequencies at a time, not on all of them together as Demucs does.
 
-    Frequencies are independent, so the result is the same, and tiles stay in the cache from one step to the next.
+    Frequencies are independent, so the result does not change. A tile of a few frequencies stays in the processor's
+    cache from one step to the next.
     """
 
     def __init__(self, branches: DConv) -> None:
@@ -63,14 +64,14 @@ def _is_pointwise(step: nn.Module) -> bool:
 
 
 def _fold(scale: Tensor, norm: nn.GroupNorm) -> None:
-    """Moves the scaling into the norm: it applies to the first half of the channels, which GLU then gates."""
+    """Moves the scaling into the norm, for the first half of the channels only: the second half becomes GLU's gates."""
     with torch.no_grad():
         norm.weight[: len(scale)] *= scale
         norm.bias[: len(scale)] *= scale
 
 
 class _MatrixProduct(nn.Module):
-    """Computes a convolution with a kernel of one sample as a matrix product, which needs no other memory layout."""
+    """Computes a convolution with a kernel of one sample as a matrix product, which keeps the memory layout."""
 
     def __init__(self, convolution: nn.Conv1d) -> None:
         super().__init__()
@@ -91,8 +92,8 @@ def _is_upsampling(step: nn.Module | None) -> bool:
 class _Upsampling(nn.Module):
     """Computes a transposed convolution whose kernel is twice as long as its stride.
 
-    Each input row then yields two blocks of output rows, and the second overlaps the first block of the next row. The
-    blocks come from matrix products of a few rows at a time, so they stay in the cache until they are added.
+    Each input row then yields two blocks of output rows. The second overlaps the first block of the next input row.
+    Each matrix product takes only a few rows, so that their blocks stay in the cache until they are added.
     """
 
     def __init__(self, convolution: nn.ConvTranspose1d | nn.ConvTranspose2d) -> None:
@@ -107,7 +108,7 @@ class _Upsampling(nn.Module):
     def forward(self, x: Tensor) -> Tensor:
         """Returns a tensor of shape (batch, outputs, (rows + 1) * stride), for x of shape (batch, inputs, rows).
 
-        Both may have a last dimension for samples.
+        Both may have an extra last dimension, for samples.
         """
         batch, _, num_rows, *columns = x.shape
         result = x.new_empty(batch, self._num_outputs, num_rows + 1, self._stride, *columns)

@@ -1,7 +1,7 @@
 """Keeps the stems of separated songs in the user's cache.
 
-Each entry is a folder with all stems of a song and a receipt. It is written under a temporary name, so it is complete
-or missing. A failure of the cache never fails a separation.
+Each entry is a folder with all stems of a song and a receipt. It is written under a temporary name, so it is either
+complete or missing. Failing to read or write an entry never makes a separation fail.
 """
 
 import contextlib
@@ -34,12 +34,14 @@ _RESERVED = 2 * _GIGABYTE  # always left free on the disk
 _RECEIPT = "stems.json"  # the checksum of each stem
 _UNFINISHED = ".part"
 
-# Read-only, because a link to a stem shares the entry's file. Windows does not delete read-only files.
+# Read-only, because writing to a hard link would damage the entry. Windows cannot delete read-only files.
 _MODE = 0o600 if sys.platform == "win32" else 0o400
 
 
 class StemCache:
-    """Manages the entries, up to the total size in KELVANE_STEM_CACHE. Keeps none if it is 0 or the folder is unusable.
+    """Manages the entries, whose total size KELVANE_STEM_CACHE limits.
+
+    Keeps no entries if the limit is 0 or the folder is unusable.
 
     Raises WorkerError if the limit is not a number, or if the user has no cache folder.
     """
@@ -57,7 +59,7 @@ class StemCache:
             self._limit = 0
 
     def scratch_folder(self, other: Path) -> Path:
-        """Returns the folder with more free space: the cache's or the other one. Without a cache, returns the other."""
+        """Returns the cache's folder or other, whichever has more free space. Without a cache, returns other."""
         folders = [other] if self._limit == 0 else [self._folder, other]
         return max(folders, key=lambda folder: shutil.disk_usage(folder).free)
 
@@ -86,7 +88,10 @@ class StemCache:
 
     @contextmanager
     def new_entry(self, key: str | None, size: int) -> "Iterator[NewEntry]":
-        """Provides a new entry of size bytes, and discards it unless it is finished. Without room it stores nothing."""
+        """Provides a new entry of size bytes, and discards it unless it is finished.
+
+        If there is no room, the entry stores nothing.
+        """
         has_room = False
         with contextlib.suppress(OSError):
             has_room = key is not None and self._make_room(size)
@@ -123,12 +128,12 @@ class StemCache:
                     yield _Entry(folder, size, folder.stat().st_mtime)
 
     def _remove(self, folder: Path) -> None:
-        """Removes a folder, and renames it first so that a partly deleted one is never taken for an entry."""
+        """Removes a folder. Renames it first, so that a partly deleted folder is never taken for an entry."""
         with contextlib.suppress(OSError):
             shutil.rmtree(folder.rename(_unfinished(folder)), ignore_errors=True)
 
     def _remove_unfinished(self) -> None:
-        """Removes the unfinished entries of killed processes. Running ones keep the receipts of theirs locked."""
+        """Removes the unfinished entries of killed processes. Running processes keep their entries' receipts locked."""
         for folder in self._folder.glob(f"*{_UNFINISHED}"):
             is_in_use = False
             with contextlib.suppress(OSError), (folder / _RECEIPT).open("r+b") as receipt:
@@ -145,10 +150,10 @@ class _Entry:
 
 
 class NewEntry:
-    """Collects the stems of one song, and becomes an entry when it is finished. If it fails, only the entry is lost."""
+    """Collects the stems of one song, and becomes an entry when finished. If writing fails, only the entry is lost."""
 
     def __init__(self, target: Path | None) -> None:
-        """Creates a folder beside target, the folder of the finished entry. Without a target it stores nothing."""
+        """Creates a folder beside target, which is the finished entry's folder. Without a target, stores nothing."""
         self._target = target
         self._folder: Path | None = None
         self._files: dict[str, StemFile] = {}
@@ -191,7 +196,7 @@ class NewEntry:
         folder, self._folder = self._folder, None
         if folder is not None:
             for file in filter(None, (self._receipt, *self._files.values())):
-                with contextlib.suppress(OSError):  # closing completes the last write, which may fail
+                with contextlib.suppress(OSError):  # closing flushes buffered data, which may fail
                     file.close()
             shutil.rmtree(folder, ignore_errors=True)
 
@@ -221,7 +226,7 @@ def _read_receipt(entry: Path) -> dict[str, int]:
 
 
 def _place(entry: Path, checksums: dict[str, int], folder: Path) -> None:
-    """Places all stems, or none if one is damaged."""
+    """Places all stems. If one is damaged, raises _DamagedError and places no stems."""
     placed = {stem: folder / f"{stem}.kept" for stem in checksums}
     try:
         with ThreadPoolExecutor() as pool:
@@ -239,7 +244,7 @@ def _place(entry: Path, checksums: dict[str, int], folder: Path) -> None:
 
 
 def _place_intact(source: Path, target: Path, checksum: int) -> None:
-    """Places a stem and then checks it, in this order because another process may remove the entry at any time."""
+    """Places a stem, and only then checks it, because another process may remove the entry at any time."""
     if not source.is_file():
         raise _DamagedError
     try:
@@ -260,7 +265,7 @@ def _checksum(file: Path) -> int:
 
 
 def _link_or_copy(source: Path, target: Path) -> None:
-    """Links target to source, or copies it if they are on different file systems or on one without links."""
+    """Makes target a hard link to source, or a copy of it if the file systems do not allow a link."""
     try:
         target.hardlink_to(source)
     except OSError:
@@ -272,7 +277,7 @@ def _unfinished(folder: Path) -> Path:
 
 
 def _limit() -> int:
-    """Returns the size that the user allows, in bytes."""
+    """Returns the total size that the user allows, in bytes."""
     text = os.environ.get("KELVANE_STEM_CACHE", "").strip()
     if not text:
         return _DEFAULT_LIMIT

@@ -14,7 +14,7 @@ if TYPE_CHECKING:
 _FLOAT = 3  # WAV's format code
 _CHANNELS = 2
 _FRAME_SIZE = 4 * _CHANNELS  # bytes
-_UNKNOWN = 0xFFFFFFFF  # stands in RF64's 32-bit size fields; its 64-bit ones have the sizes
+_UNKNOWN = 0xFFFFFFFF  # fills RF64's 32-bit size fields; its ds64 chunk has the sizes
 
 
 class StemFile:
@@ -55,7 +55,7 @@ def _open_private(path: str, flags: int) -> int:
 
 
 def _header(num_samples: int) -> bytes:
-    """Returns a WAV header, or an RF64 one where sizes exceed 32 bits."""
+    """Returns a WAV header, or an RF64 header if the sizes exceed 32 bits."""
     data_size = num_samples * _FRAME_SIZE
     form = struct.pack("<4sIHHIIHH", b"fmt ", 16, _FLOAT, _CHANNELS, RATE, RATE * _FRAME_SIZE, _FRAME_SIZE, 32)
     riff_size = 4 + len(form) + 8 + data_size

@@ -4,7 +4,7 @@ import hashlib
 from importlib.metadata import version
 from pathlib import Path
 
-# Increase when our own code changes the stems of a song.
+# Increase this whenever a change to our own code changes a song's stems.
 _VERSION = 1
 
 _HASH_LENGTH = 40  # of a commit in the hub
@@ -32,7 +32,7 @@ def _model_files(name: str) -> list[Path]:
 
 
 def _content(file: Path) -> str:
-    """Returns a digest of a file. In the hub's cache a file is a link, and its target is named by such a digest."""
+    """Returns a digest of a file. In the hub's cache, a file is a link to a target that is named after its digest."""
     content = file.resolve()
     if content.parent.name == "blobs":
         return content.name
