@@ -119,8 +119,8 @@ public:
 
 #if JUCE_MODULE_AVAILABLE_juce_gui_basics && JUCE_LINUX
 
-/** Makes a window with a native title bar resizable within its limits. JUCE 8.0.6 does not tell the window manager that
-    the window is resizable, nor its limits. Later versions do, so this changes nothing there.
+/** Makes a window with a native title bar resizable within its limits. JUCE 8.0.6 tells the window manager neither that
+    the window is resizable nor what its limits are. Later versions do, so this changes nothing there.
 */
 class DocumentWindow : public juce::DocumentWindow
 {

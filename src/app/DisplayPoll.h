@@ -8,8 +8,8 @@
 
 /** Handles pending display events 20 times a second.
 
-    JUCE handles events when the connection to the display becomes readable. Events that were already read, along with
-    the reply to a request, wait in a queue until the next one arrives. Until then, a closed dialog can stay on
+    JUCE handles events when the connection to the display becomes readable. Events that JUCE has already read, along
+    with the reply to a request, wait in a queue until another event arrives. Until then, a closed dialog can stay on
     the screen, or a key press have no effect.
 
     The window's repaint timer drives the polling. JUCE runs it at 60 Hz or more in any case, whereas another timer

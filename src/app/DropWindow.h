@@ -6,8 +6,8 @@
 
 /** A window that accepts files and text dropped anywhere on it.
 
-    JUCE offers a drop to the component under the mouse and then to its parents, so the window gets each drop that none
-    of its controls wants. It accepts all of them in order to explain a rejection to the user, which JUCE does not do.
+    JUCE offers a drop to the component under the mouse and then to its parents, so the window gets every drop that none
+    of its controls wants. It accepts all of these, because JUCE would reject a drop without telling the user why.
 */
 class DropWindow : public compat::DocumentWindow, public juce::FileDragAndDropTarget, public juce::TextDragAndDropTarget
 {

@@ -136,7 +136,7 @@ void MainComponent::addChildren()
 
     progressBar.settle();
 
-    // The slider's text box was created before the look and feel was set. It would keep the default colours.
+    // The slider's text box was created before the look and feel was set, and would keep the default colours.
     sendLookAndFeelChange();
 }
 

@@ -52,8 +52,8 @@ public:
     */
     bool buildConfig (PipelineConfig& config, juce::String& error);
 
-    /** Shows a message without waiting for the user: by default in an alert window, which needs a display. Tests
-        replace it.
+    /** Shows a message without waiting for the user, by default in an alert window. Tests replace it, because an alert
+        window needs a display.
     */
     std::function<void (juce::MessageBoxIconType, const juce::String& title, const juce::String& text)> showMessage;
 

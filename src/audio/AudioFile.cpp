@@ -51,7 +51,7 @@ static std::unique_ptr<juce::AudioFormatReader> createReader (juce::AudioFormat&
 }
 
 /** @returns the most samples per channel that the file can hold; the largest int64 if the reader's own length
-   is reliable; nothing if the file is unsafe to decode
+    is reliable; nothing if the file is unsafe to decode
 */
 static std::optional<juce::int64> samplesHeld (const juce::AudioFormatReader& reader, const juce::File& file)
 {
@@ -192,7 +192,7 @@ static bool writeAll (const juce::File& file, const juce::File& named, const juc
 
     const auto written = writer->writeFromAudioSampleBuffer (buffer, 0, buffer.getNumSamples()) && writer->flush();
 
-    // A partial write leaves no reason. Another write, which finds no space at all, does.
+    // A partial write gives no reason. Another write, which finds no space at all, gives the system's.
     if (! written && opened->getStatus().wasOk())
     {
         opened->setPosition (file.getSize());

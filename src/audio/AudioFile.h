@@ -6,13 +6,13 @@
 namespace audiofile
 {
 
-/** The most samples per channel that are read from a file. The rest is left out.
+/** The maximum number of samples per channel that are read from a file. Further samples are left out.
 
     JUCE's buffer lengths are ints, so this must stay below 2^31.
 */
 constexpr juce::int64 maxSamples = juce::int64 { 1 } << 30;
 
-/** The most channels that a file may have. */
+/** The maximum number of channels in a file. */
 constexpr int maxChannels = 64;
 
 /** Registers JUCE's basic formats, then FFmpegAudioFormat if the build includes it. */
@@ -24,8 +24,8 @@ void registerFormats (juce::AudioFormatManager& formats);
     A reader of WAV, AIFF, FLAC or Ogg Vorbis reports no more samples than the file can hold. The header may claim more,
     for example if the recording was cut off or piped.
 
-    @returns null if the file is missing, empty or unsafe to decode, or if no format can read it. None reads more than
-             maxChannels channels, or PCM of other than 8, 16, 24 or 32 bits.
+    @returns null if the file is missing, empty or unsafe to decode, or if no format can read it. No format reads more
+             than maxChannels channels, or PCM of any depth except 8, 16, 24 or 32 bits.
 */
 std::unique_ptr<juce::AudioFormatReader> open (juce::AudioFormatManager& formats, const juce::File& file);
 
@@ -50,8 +50,8 @@ bool writeWav (const juce::File& file, const juce::AudioBuffer<float>& buffer, d
     complete.
 
     Writes to a hidden file in the same folder, and replaces the target in one step once that file is on the disk at
-    full length. The hidden file's name depends only on the target's, so that the next attempt replaces the remains of
-    one that was killed.
+    full length. The hidden file's name depends only on the target's name, so the next attempt replaces a hidden file
+    that a killed attempt has left behind.
 
     @param error  receives the message for the user, with the system's reason if it gives one
     @returns false if the file could not be written; an existing file is then unchanged

@@ -136,7 +136,7 @@ bool BarePcmStream::openWav()
     if (format.isEmpty() || soundStart == 0 || ! isSafeWavFormat (format))
         return false;
 
-    // Kelvane ignores speaker positions, so JUCE need not trust the file's.
+    // Kelvane ignores speaker positions. Clearing them keeps JUCE from trusting damaged ones.
     if (format.getSize() >= channelMaskAt + 4)
         std::memset (format.begin() + channelMaskAt, 0, 4);
 
@@ -150,7 +150,7 @@ bool BarePcmStream::openWav()
     out.writeInt64 (static_cast<juce::int64> (format.getSize()) + 56 + soundLength);
     out.writeInt64 (soundLength);
     out.writeInt64 (0); // number of samples, which decoders work out themselves
-    out.writeInt (0);   // no lengths of other chunks
+    out.writeInt (0);   // number of other chunks whose sizes follow
     out << "fmt ";
     out.writeInt (static_cast<int> (format.getSize()));
     out << format;

@@ -13,8 +13,8 @@ class BarePcmStream : public juce::InputStream
 {
 public:
     /** @returns null if the file is neither WAV nor AIFF, if its format or its audio data is missing, or if JUCE's
-       decoders cannot handle its format safely: no channels or more than audiofile::maxChannels, or in a WAV file no
-       sample rate or more than 64 bits per sample
+        decoders cannot handle its format safely: no channels or more than audiofile::maxChannels, or in a WAV file no
+        sample rate or more than 64 bits per sample
     */
     static std::unique_ptr<BarePcmStream> open (const juce::File& file);
 

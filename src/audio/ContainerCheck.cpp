@@ -129,8 +129,8 @@ juce::int64 countFlacSamples (juce::InputStream& stream)
     return numSamples;
 }
 
-/** An Ogg page starts with 27 bytes, the last of which is its number of segments. One byte for the length of each
-    segment follows. A segment shorter than 255 bytes ends a packet. The first packet of a Vorbis stream states its
+/** An Ogg page starts with 27 bytes, the last of which is its number of segments. The lengths of the segments follow,
+    in one byte each. A segment shorter than 255 bytes ends a packet. The first packet of a Vorbis stream states its
     format.
 */
 std::optional<juce::int64> maxVorbisSamples (juce::InputStream& stream)

@@ -4,8 +4,8 @@
 
 /** Reads MP3, MPEG-4 (AAC, ALAC), Opus, WMA and other formats through FFmpeg's libraries.
 
-    Encoder delay and padding are removed, so a file has the samples that its encoder received. Reading is
-    sample-accurate at any position, but slow to go backwards, which decodes the file again from its start.
+    Encoder delay and padding are removed, so the reader returns the samples that the encoder received. Reading is
+    sample-accurate at any position, but going backwards is slow, because it decodes the file again from its start.
 
     Files are recognised by content, not by extension. This format therefore also reads files that the basic formats
     cannot, such as Opus in Ogg or an MP3 with a wrong extension.

@@ -11,7 +11,7 @@ namespace
 constexpr auto containers = "aac,ac3,aiff,amr,ape,asf,au,avi,caf,dts,eac3,flac,flv,matroska,mov,mp3,mpc,mpc8,mpeg,"
                             "mpegts,ogg,tak,tta,voc,w64,wav,wv";
 
-/** No audio hardware has a higher rate, but a damaged file may claim any. */
+/** No audio hardware has a higher rate, but a damaged file may claim any rate. */
 constexpr auto maxSampleRate = 768000;
 
 int readBytes (void* source, uint8_t* bytes, int size)
@@ -80,7 +80,7 @@ std::unique_ptr<FFmpegDecoder> FFmpegDecoder::open (juce::InputStream& source)
     if (! ffmpeg::isAvailable())
         return nullptr;
 
-    // By default the libraries print everything that they find wrong with a file.
+    // By default, the libraries print every fault that they find in a file.
     ffmpeg::library().av_log_set_level (AV_LOG_QUIET);
 
     std::unique_ptr<FFmpegDecoder> decoder (new FFmpegDecoder (source));
@@ -188,8 +188,8 @@ juce::int64 FFmpegDecoder::countByClock()
     return juce::jmax (juce::int64 {}, toSamples (numTicks) - numToSkip);
 }
 
-/** The edit list of an MPEG-4 file selects the section to play, whose length it states in ticks as coarse as a
-    millisecond. To within that precision, the section is usually all the audio after the encoder's delay, and the exact
+/** The edit list of an MPEG-4 file selects the section to play, and states its length in ticks that can be as long as a
+    millisecond. Within that precision, the section is usually all the audio after the encoder's delay, and the exact
     length of that audio is known.
 */
 juce::int64 FFmpegDecoder::countByEdits()

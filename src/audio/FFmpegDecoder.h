@@ -7,10 +7,10 @@
 /** Decodes a file's main audio stream with FFmpeg's libraries, block by block, from its first sample to its last.
 
     The encoder's delay and padding are left out if the file states them. A damaged packet is replaced by silence
-   of the same length, so that everything else stays in place.
+    of the same length, so that everything else stays in place.
 
-    It cannot seek: timestamps are sample-accurate only in some containers, and the frames of an MP3 use bits of earlier
-   ones.
+    It cannot seek: timestamps are sample-accurate only in some containers, and an MP3 frame may use bits of earlier
+    frames.
 */
 class FFmpegDecoder
 {
@@ -24,7 +24,7 @@ public:
     double getSampleRate() const { return sampleRate; }         /**< in Hz, the same for all blocks */
     int getNumChannels() const { return channels.nb_channels; } /**< the same for all blocks */
 
-    /** The block that was decoded last. After open(), this is the first of the stream. */
+    /** The most recently decoded block. After open(), this is the stream's first block. */
     const juce::AudioBuffer<float>& getBlock() const { return block; }
 
     /** Decodes the next block.
@@ -89,7 +89,7 @@ private:
     int frameFormat = -1;
 
     juce::int64 numTicks = 0;  // duration of the packets read so far, in the stream's time base
-    juce::int64 numToSkip = 0; // samples to leave out of these packets' audio
+    juce::int64 numToSkip = 0; // samples to leave out of the audio of these packets
     bool hasFailed = false;
     bool isDraining = false;
     juce::AudioBuffer<float> block;

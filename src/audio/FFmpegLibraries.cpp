@@ -23,7 +23,7 @@ bool find (void* in, const char* name, Function& function)
     return function != nullptr;
 }
 
-/** Accepts only the headers' major versions, because others have a different interface. */
+/** Accepts only the major versions of the headers, because other versions have different interfaces. */
 std::optional<Functions> load()
 {
     auto* const avutil = open ("libavutil.so." AV_STRINGIFY (LIBAVUTIL_VERSION_MAJOR));
@@ -41,7 +41,7 @@ std::optional<Functions> load()
     if (! foundAll)
         return {};
 
-    // A file of some kilobytes can claim an index of 2 GB, which FFmpeg would allocate before it reads any of it.
+    // A file of a few kilobytes can claim an index of 2 GB, which FFmpeg would allocate before it reads any of it.
     constexpr size_t largestBlock = 1 << 29; // bytes
     functions.av_max_alloc (largestBlock);
     return functions;

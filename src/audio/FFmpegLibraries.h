@@ -21,7 +21,7 @@ JUCE_END_IGNORE_WARNINGS_GCC_LIKE
 /** FFmpeg's libraries, loaded from the system when a file first needs them.
 
     They depend on more than a hundred other libraries, so linking to them would double the program's start-up time. The
-    program would also not start on a system that has another version of them, or none.
+    program would also fail to start on a system that has a different version of them, or does not have them.
 */
 namespace ffmpeg
 {

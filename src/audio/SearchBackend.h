@@ -25,16 +25,16 @@ struct SearchBackend
     int (*findBest) (const SearchTask& task, SearchScratch& scratch);
 };
 
-/** For every processor. */
+/** Runs on every processor. */
 SearchBackend plainSearchBackend();
 
-/** For every x86-64 processor. findBest is null in builds for other processors. */
+/** Runs on every x86-64 processor. findBest is null in builds for other processors. */
 SearchBackend sse2SearchBackend();
 
-/** For processors with AVX2. findBest is null in builds without AVX2. */
+/** Runs on processors with AVX2. findBest is null in builds without AVX2. */
 SearchBackend avx2SearchBackend();
 
-/** For every arm64 processor. findBest is null in builds for other processors. */
+/** Runs on every arm64 processor. findBest is null in builds for other processors. */
 SearchBackend neonSearchBackend();
 
 /** The back ends that this processor can run, slowest first. */

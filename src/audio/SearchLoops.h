@@ -29,15 +29,15 @@ using namespace stretch;
 
 /** The Euclidean norm to which points are scaled before rounding.
 
-    By the Cauchy-Schwarz inequality, no sum of products then exceeds its square, and no value exceeds it. So the sums
-    fit into 32 bits and the values into 16, with room for rounding.
+    By the Cauchy-Schwarz inequality, no sum of products then exceeds the square of this norm, and no value exceeds the
+    norm itself. So the sums fit into 32 bits and the values into 16, with room for rounding errors.
 */
 constexpr double integerNorm = 32700.0;
 
 /** A bound on the difference between a rough score and the true one, in units of the rough score.
 
     Rounding moves a point by up to 0.51, and so the norm of 256 points by up to 0.51 * 16. By the Cauchy-Schwarz
-    inequality, that changes the sum by at most this times integerNorm for each of the two factors, plus
+    inequality, this changes the sum by at most that amount times integerNorm for each of the two factors, plus
     0.51 * 0.51 * 256 for both together. The rest is the rounding of the true score: 256 operations in single precision,
     each with an error of up to 2^-24 of integerNorm squared.
 */
@@ -170,8 +170,8 @@ void scoreTile (const float* reference, const float* guide, float* scores)
 
 /** Computes rough scores: the exact sums of the rounded points' products.
 
-    Points come in pairs, the first one in the lower 16 bits. An instruction multiplies two pairs in each 32-bit lane
-   and adds both products. Compilers do not use it by themselves here.
+    Points come in pairs, the first one in the lower 16 bits. A single instruction multiplies a pair by another pair and
+    adds both products, in every 32-bit lane. Compilers do not choose it by themselves here.
 */
 template <typename Vector>
 void scorePairs (const int32_t* reference, const int32_t* guide, int numTiles, int32_t* scores)
@@ -251,8 +251,8 @@ int findBest (const SearchTask& task, SearchScratch& scratch)
     const int numCandidates = (task.high - task.low) / searchStep + 1;
     const int numGuidePoints = numCandidates + candidateStride * (matchPoints - 1);
 
-    // Candidates lie two samples apart and compared samples four, so only every second sample is needed. Copying
-    // those makes neighbouring candidates neighbours in memory.
+    // Candidates are two samples apart and compared points four, so only every second sample is needed. Copying these
+    // samples puts neighbouring candidates next to each other in memory.
     mixDown<matchStride> (task, task.reference, scratch.reference, matchPoints);
     mixDown<searchStep> (task, task.low, scratch.guide, numGuidePoints);
 

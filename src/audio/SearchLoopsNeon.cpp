@@ -10,7 +10,9 @@ constexpr int lanesOfShorts = 8;
 constexpr int vectorsInTile = tileSize / lanesOfShorts;
 static_assert (vectorsInTile * lanesOfShorts == tileSize);
 
-/** The samples compared with points this far apart start one register apart, so they share all registers but one. */
+/** Samples that are compared with points this far apart start one register apart, so all but one of the registers can
+    be reused.
+*/
 constexpr int pointStride = lanesOfShorts / candidateStride;
 constexpr int pointsInRow = matchPoints / pointStride;
 static_assert (pointsInRow % lanesOfShorts == 0);
@@ -30,7 +32,7 @@ void addProductsFrom (int32x4_t* sums, int16x8_t reference, const int16x8_t* can
         addProductsFrom<point + 1> (sums, reference, candidates);
 }
 
-/** Computes the rough scores of one tile. The sums are exact in any order, so the points are taken in the one that
+/** Computes the rough scores of one tile. The sums are exact in any order, so the points are taken in the order that
     needs the fewest loads.
 */
 void scoreTileRoughly (const int16_t* reference, const int16_t* guide, int32_t* scores)

@@ -28,7 +28,7 @@ public:
 
     /** Finds the best of the candidates low, low + 2, low + 4 … up to high.
 
-        Of equal scores the lowest candidate wins; a score of NaN never does.
+        If scores are equal, the lowest candidate wins. A score of NaN never wins.
 
         @param reference  start of the waveform to find, all of which must lie within the input
         @param low        the first candidate

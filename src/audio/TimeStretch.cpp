@@ -141,7 +141,7 @@ Buffer timeStretch (const Buffer& input, double ratio, const SearchBackend& back
     const auto targetLength = toBufferLength (std::round (static_cast<double> (numSamples) * ratio));
     const auto analysisHop = toBufferLength (std::round (static_cast<double> (synthesisHop) / ratio));
 
-    // The number of frames in the input, and a number of frames that is sure to reach past the target length.
+    // The number of frames that the input has, and a number that is certain to reach past the target length.
     const auto numInInput = (numSamples - frameLength) / analysisHop + 1;
     const auto numToTarget =
         static_cast<int> ((static_cast<juce::int64> (targetLength) + outputSlack - frameLength) / synthesisHop) + 1;

@@ -16,9 +16,9 @@ namespace stretch
     After W. Verhelst and M. Roelands, "An overlap-add technique based on waveform similarity (WSOLA)
     for high quality time-scale modification of speech", ICASSP 1993.
 
-    The analysis hop is 1024 / ratio, rounded to whole samples without later correction. So the result can be shorter
-    than samples * ratio, if the input ends first, but never longer. An input of fewer than 4096 samples is resampled
-    instead, so its pitch changes too.
+    The analysis hop is 1024 / ratio, rounded to whole samples without later correction. The result can therefore be
+    shorter than samples * ratio, if the input ends too early, but never longer. An input of fewer than 4096 samples is
+    resampled instead, so its pitch changes too.
 
     @param input  any number of channels and samples; read only
     @param ratio  output length divided by input length, above 0: 2.0 halves the tempo
@@ -26,8 +26,8 @@ namespace stretch
     @returns a buffer of the input's channels and at least one sample. An empty input, or a ratio
              within 1e-9 of 1, gives a copy of the input.
 
-    @throws std::bad_alloc  if the result cannot be held in memory beside the input. Nothing else of a
-                            song's length is allocated.
+    @throws std::bad_alloc  if the result cannot be held in memory beside the input. No other buffer of a song's length
+                            is allocated.
 */
 juce::AudioBuffer<float> timeStretch (const juce::AudioBuffer<float>& input, double ratio);
 

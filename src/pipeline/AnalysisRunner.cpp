@@ -5,7 +5,7 @@
 #include "pipeline/WorkerOutput.h"
 #include "pipeline/Workers.h"
 
-/** Removes blank lines, and the spaces that make a worker's line fill a read block, so that it appears at once. */
+/** Removes blank lines, and the spaces with which a worker fills a read block so that its line appears at once. */
 static juce::String withoutPadding (const juce::String& output)
 {
     auto lines = juce::StringArray::fromLines (output);

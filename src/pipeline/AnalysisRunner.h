@@ -49,7 +49,7 @@ private:
     void analyze (const juce::File& uv, const juce::File& scripts, const juce::File& audio, Outcome& outcome);
 
     /** Runs one worker to its end.
-        @param output  receives everything that it prints, unchanged
+        @param output  receives everything that the worker prints, unchanged
         @returns true if the worker succeeded and the analysis was not cancelled
     */
     bool runScriptCapture (const juce::StringArray& args, juce::String& output);

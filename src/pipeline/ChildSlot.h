@@ -12,7 +12,7 @@
 class ChildSlot
 {
 public:
-    /** Starts a process with standard output and standard error merged. It replaces the one in the slot.
+    /** Starts a process with standard output and standard error merged. The process replaces the one in the slot.
         @returns the process, which stays valid until the slot is emptied, or nullptr if it could not be started
     */
     juce::ChildProcess* start (const juce::StringArray& args);

@@ -38,7 +38,7 @@ private:
     /** The results that each stage of a run leaves for the next ones. */
     struct RunState
     {
-        bool downloads = false; /**< decided once, because editing the link can delete the cached file at any time */
+        bool downloads = false; /**< decided once, because the cached file is deleted when the link is edited */
         juce::File uv;          /**< a default File in a run without workers */
         juce::File scripts;     /**< likewise */
         juce::File tempDir;
@@ -73,7 +73,7 @@ private:
     */
     ScriptResult runScript (const juce::StringArray& args, LineCallback onLine);
 
-    /** Detects the tempo, the key or both. Leaves the result that is not wanted unchanged.
+    /** Detects the tempo, the key or both. Leaves a result that is not wanted unchanged.
         @param bpm  receives the tempo in BPM
         @param key  receives an index into PipelineConfig::keyNames; may be null
     */

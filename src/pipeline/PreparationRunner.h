@@ -9,7 +9,7 @@
 /** The background thread that downloads the packages and the model that links, detection and stems need.
 
     A preparation may be interrupted and repeated; finished downloads are kept. Set the callbacks, then start the
-   thread. Each preparation needs a new runner.
+    thread. Each preparation needs a new runner.
 */
 class PreparationRunner : public juce::Thread
 {
@@ -17,8 +17,8 @@ public:
     PreparationRunner();
     ~PreparationRunner() override = default;
 
-    /** Called on the message thread, before anything is downloaded, with each line that lists an installed part or a
-        download and its size. Not called on macOS and Windows.
+    /** Called on the message thread, before anything is downloaded, with each line of the plan: a part that is ready,
+        or a download and its size. Not called on macOS and Windows.
     */
     std::function<void (juce::String)> onPlan;
 

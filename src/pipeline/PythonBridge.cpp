@@ -93,7 +93,7 @@ juce::File findUv()
     if (installed.existsAsFile())
         return installed;
 
-    // Our packages include one for users who have none.
+    // Our packages include uv, for users who have not installed it.
     const auto shipped = juce::File::getSpecialLocation (executableLocation).getSiblingFile (uvName);
     return shipped.existsAsFile() ? shipped : juce::File();
 }

@@ -10,7 +10,7 @@ inline constexpr auto cancelled = "Cancelled.";
 
 inline constexpr auto threadNotStarted = "Could not start a thread. Close other programs and try again.";
 
-/** For an exception that carries no text. */
+/** The message after an exception that carries no text. */
 inline constexpr auto endedEarly = "Unexpected error: the job ended early.\nClose other programs and try again.";
 
 inline constexpr auto downloadFailed = "YouTube download failed. Check the URL and your connection.";

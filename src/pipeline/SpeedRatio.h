@@ -4,7 +4,7 @@
 namespace speedratio
 {
 
-/** The range to which a run limits every ratio, and its form in texts. */
+/** The range to which a run limits every ratio, and the text for it in messages. */
 constexpr double minimum = 0.25;
 constexpr double maximum = 4.0;
 constexpr auto range = "0.25x - 4x";

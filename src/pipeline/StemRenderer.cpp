@@ -68,7 +68,7 @@ bool StemRenderer::renderFile (juce::AudioFormatManager& formats, const Entry& e
 
     auto source = audiofile::readWhole (*reader);
 
-    // Readers return silence for a part that another program has cut off in the meantime.
+    // If another program has shortened the file in the meantime, readers return silence for the missing part.
     if (entry.audio.existsAsFile() && entry.audio.getSize() < size)
     {
         message = notRead (entry.audio);

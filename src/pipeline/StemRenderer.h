@@ -10,7 +10,7 @@
 /** The last stage of a run: turns each audio file into a finished WAV file.
 
     Renders one file at a time, and holds all of its audio in memory. The output has the file's number of channels, and
-    its sample rate unless the configuration sets one.
+    the file's sample rate unless the configuration sets another.
 */
 class StemRenderer
 {

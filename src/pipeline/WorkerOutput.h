@@ -20,8 +20,8 @@ using LineCallback = std::function<void (const juce::String&)>;
 /** Reads a child process's output until the process closes it. */
 juce::String readAllOutput (juce::ChildProcess& child);
 
-/** Splits off complete lines. A carriage return ends a line too, so that each redraw of a progress bar is a line.
-    Lines are decoded as UTF-8 and trimmed; blank lines are dropped.
+/** Splits complete lines off the pending bytes. A carriage return ends a line too, so that each redraw of a progress
+    bar is a line. Lines are decoded as UTF-8 and trimmed; blank lines are dropped.
 
     @param pending  the bytes that were read but not yet split; an unfinished line remains
     @param output   receives each line as UTF-8, followed by a line feed

@@ -50,7 +50,7 @@ ScriptResult runWorker (ChildSlot& slot, const juce::StringArray& args, const Li
 
     result.output = decodeUtf8 (lines);
 
-    // A cancellation before the process started has not killed it.
+    // A cancellation that came before the process started has not killed it.
     if (shouldExit())
         slot.kill();
 

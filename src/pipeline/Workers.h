@@ -23,7 +23,7 @@ juce::StringArray separationCommand (const juce::File& uv, const juce::File& scr
                                      const juce::StringArray& stems);
 juce::StringArray preparationCommand (const juce::File& uv, const juce::File& scripts);
 
-/** @returns the song that a download has left; a default File if its output names no existing file */
+/** @returns the file that a download has written; a default File if its output names no existing file */
 juce::File findDownload (const juce::String& output);
 
 /** @returns the result of an analysis; nothing if its output has none */

@@ -7,7 +7,7 @@
 #include <functional>
 
 #if ! JUCE_WINDOWS
-/** Variables that hold one path, which need not exist yet. */
+/** Variables that hold a single path. The file or folder need not exist yet. */
 static constexpr const char* pathVariables[] {
     "DENO_DIR",
     "HF_HOME",

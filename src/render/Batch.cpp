@@ -8,8 +8,9 @@
 
 Batch::Batch (const std::vector<Song>& songsToUse) : songs (songsToUse) {}
 
-/** Adds advice to a message that quotes a worker, if the quotation ends without any: uv gives none when the disk is
-    full, and a worker that was killed cannot give any. A blank line precedes the quotation. Advice ends in a full stop.
+/** Adds advice to a message that quotes a worker, if the quotation does not end with advice: uv gives none when the
+    disk is full, and a worker that was killed cannot give any. A quotation follows a blank line, and advice ends in a
+    full stop.
 */
 static juce::String withAdvice (const juce::String& message)
 {

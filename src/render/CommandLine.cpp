@@ -39,8 +39,8 @@ or the URL of a video (https://...).
 
   --analyze            render nothing; print the tempo and key of each song as a line of JSON with
                        song, bpm, key_index (0 is C, 11 is B) and key
-  --prepare            install everything that links, detection and stems need, so that they start
-                       at once later, and all but links work offline; safe to repeat
+  --prepare            download everything that links, detection and stems need; afterwards they
+                       start at once, and only links need a network; safe to repeat
 
   --help, --version    print this text, or the version
   --                   treat all further arguments as songs, even if they begin with a dash

@@ -67,7 +67,7 @@ static int reportWrongUsage (const juce::String& error)
 int main (int argc, char* argv[])
 {
 #if ! JUCE_WINDOWS
-    // If the reader of our output exits, the run still finishes its files.
+    // If the program that reads our output exits, the run still finishes its files.
     std::signal (SIGPIPE, SIG_IGN);
 #endif
 

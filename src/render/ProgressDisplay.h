@@ -13,7 +13,7 @@ public:
     /** @param fraction  from 0 to 1 */
     void show (double fraction, const juce::String& status);
 
-    /** Prints a text on lines of its own, below the progress. */
+    /** Prints a text below the progress, on a new line. */
     void print (const juce::String& text);
 
 private:

@@ -8,7 +8,7 @@
 #include <memory>
 #include <utility>
 
-/** Opens a dialog for one file or folder, the desktop's own if there is one, and returns at once.
+/** Opens a dialog for one file or folder, the desktop's own if there is one, and returns immediately.
 
     On Linux JUCE passes the start folder to the desktop's dialog by changing the working directory of the whole
     program, which the workers inherit. The dialog's process has started by the time launchAsync() returns, so the

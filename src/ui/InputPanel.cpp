@@ -20,7 +20,7 @@ InputPanel::InputPanel() : PanelBase (juce::CharPointer_UTF8 ("1 · Input"))
     fileLabel.setFont (juce::Font (juce::FontOptions (12.5f)));
     fileLabel.setMinimumHorizontalScale (0.8f);
 
-    // Wraps a long link, but takes no line breaks.
+    // A long link wraps, but the Return key adds no line break.
     urlBox.setMultiLine (true, true);
     urlBox.setReturnKeyStartsNewLine (false);
     urlBox.setScrollbarsShown (false);

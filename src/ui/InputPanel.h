@@ -27,7 +27,7 @@ public:
     /** Selects the local source and a file, as if the user had chosen it in the dialog. */
     void useFile (const juce::File& file);
 
-    /** Selects the link as the source and sets its text, which counts as an edit if it differs. */
+    /** Selects the link as the source and sets its text, which counts as an edit if the text changes. */
     void useUrl (const juce::String& url);
 
     /** Calls onUrlEdited if an edit has not been reported yet. JUCE reports edits asynchronously, so the user can
@@ -43,14 +43,14 @@ public:
     static bool offers (const juce::File& file);
 
     std::function<void()> onUrlEdited;  /**< called after each change of the link */
-    std::function<void()> onFileChosen; /**< called after a different file was chosen */
+    std::function<void()> onFileChosen; /**< called after the user has chosen a different file */
 
     juce::ToggleButton localToggle { "Local audio file" };
     juce::ToggleButton urlToggle { "YouTube URL" };
     juce::TextButton chooseButton { "Choose file..." };
     juce::Label fileLabel;
     juce::TextEditor urlBox;
-    juce::File selectedFile; /**< a default juce::File until one is chosen */
+    juce::File selectedFile; /**< a default juce::File until the user chooses one */
     std::unique_ptr<juce::FileChooser> chooser;
 
 private:

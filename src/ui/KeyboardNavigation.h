@@ -5,7 +5,7 @@
 /** Draws an outline around the focused control and makes Space act like Return. JUCE's controls do neither.
 
     The outline appears with a key press that the control does not handle itself, such as Tab, and disappears with the
-    next mouse click. After a dialog, the focus returns to the control that had it.
+    next mouse click. After a dialog, the focus returns to the control that had it before.
 */
 class KeyboardNavigation : private juce::KeyListener, private juce::FocusChangeListener, private juce::MouseListener
 {

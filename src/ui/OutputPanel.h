@@ -31,7 +31,7 @@ public:
     juce::ComboBox rateBox;
     juce::Label depthLabel { {}, "Bit depth" };
     juce::ComboBox depthBox;
-    juce::File outputFolder; /**< the desktop until another one is chosen */
+    juce::File outputFolder; /**< the desktop until the user chooses another */
     std::unique_ptr<juce::FileChooser> chooser;
 
 private:

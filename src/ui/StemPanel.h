@@ -19,7 +19,7 @@ public:
     /** Writes each stem's toggle state, in the order of PipelineConfig::stemNames. */
     void getStems (bool (&out)[PipelineConfig::numStems]) const;
 
-    /** Returns the model's name for the worker, which differs from the text in the box. */
+    /** Returns the name that the worker expects. The text in the box is longer. */
     juce::String getModelName() const;
 
     juce::ToggleButton drumsToggle { "Drums" };

@@ -17,7 +17,7 @@ void setUpCaption (juce::Label& caption)
     caption.setJustificationType (juce::Justification::centredRight);
 }
 
-/** A row with a source, a target and, at the right, the detected value. */
+/** A row with a source, a target and, on the right, the detected value. */
 struct PairRow
 {
     juce::Label& fromLabel;
@@ -151,7 +151,9 @@ void TempoPanel::setUpAnalysis()
     }
 }
 
-/** Sets the order explicitly, because JUCE sorts by the top edge, and a row's boxes start lower than its toggle. */
+/** Sets the order of the controls explicitly, because JUCE sorts them by their top edges, and a row's boxes start lower
+    than its toggle.
+*/
 void TempoPanel::setReadingOrder()
 {
     const std::initializer_list<juce::Component*> readingOrder {
