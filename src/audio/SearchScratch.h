@@ -11,7 +11,7 @@ constexpr int searchStep = 2;    /**< samples between candidates */
 constexpr int searchRadius = 512;
 constexpr int maxCandidates = 2 * searchRadius / searchStep + 1;
 
-/** Distance between the compared points of a candidate, as a number of candidates. */
+/** The distance between neighbouring compared points, in steps from one candidate to the next. */
 constexpr int candidateStride = matchStride / searchStep;
 
 /** Number of neighbouring candidates that are scored together. A tile is always scored as a whole. */

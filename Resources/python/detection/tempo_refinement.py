@@ -27,7 +27,10 @@ def refined_rate(envelope: np.ndarray, beat: float) -> float:
 
 
 def snapped_to_loop(beat: float, seconds: float) -> float:
-    """Returns the rate that fits a loop to a whole number of four-beat bars, or beat if this is probably not a loop."""
+    """Returns the rate, in Hz, at which a loop of this length has a whole number of four-beat bars.
+
+    Returns the given rate if the song is probably not a loop.
+    """
     num_beats = 4 * round(beat * seconds / 4)
     is_loop = seconds < _LONGEST_LOOP_SECONDS and abs(beat * seconds - num_beats) < _LOOP_TOLERANCE
     return num_beats / seconds if is_loop and num_beats > 0 else beat
